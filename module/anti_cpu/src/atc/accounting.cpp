@@ -1,0 +1,195 @@
+#include "atc/accounting.h"
+
+#include <string.h>
+
+#include "atc/capture.h"
+#include "atc/hw_deny.h"
+#include "atc/upload.h"
+
+namespace {
+
+constexpr int PASS = 0;
+constexpr int DROP = -1;
+
+// One kind of period of a block, fast or long.
+struct period_t {
+    uint32_t *last;
+    uint16_t *head;
+    uint16_t *cur;
+    uint32_t *ring;
+    uint32_t *peak;
+    char *peak_time;
+};
+
+bool count_aggregate(atc_avl_tree_t *tree, const atc_entry_key_t *key) ATC_REQUIRES(g_atc_lock);
+uint32_t running_count(const atc_stat_t *stat);
+void record(atc_entry_t *flow, atc_src_entry_t *src, const uint8_t *buf, uint32_t len) ATC_REQUIRES(g_atc_lock);
+int account_source(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info, int verdict)
+    ATC_REQUIRES(g_atc_lock);
+int account_flow(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info)
+    ATC_REQUIRES(g_atc_lock);
+uint16_t next_slot(const period_t &period);
+void close_period(uint32_t count, const period_t &period);
+void clear_period(const period_t &period);
+period_t fast_period(atc_stat_t *stat);
+period_t long_period(atc_stat_t *stat);
+
+}  // namespace
+
+int atc_stat_info_process(const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info) {
+    switch (info->direction) {
+        case ATC_DIRECTION_RX:
+            return atc_stat_info_rx_process(buf, len, info);
+        case ATC_DIRECTION_TX:
+            return atc_stat_info_tx_process(buf, len, info);
+        default:
+            return PASS;
+    }
+}
+
+int atc_stat_info_rx_process(const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info) {
+    g_atc_global.rx_stat.count++;
+    const atc_entry_key_t vlan = {{}, info->direction, 0, info->vlan, 0};
+    if (!count_aggregate(&g_atc_global.vlan_tree, &vlan)) {
+        return DROP;
+    }
+    if (info->vlan == ATC_VLAN_UNTRACKED) {
+        return PASS;
+    }
+    const atc_entry_key_t port = {{}, info->direction, info->port, 0, 0};
+    const atc_entry_key_t protocol = {{}, info->direction, 0, 0, info->protocol};
+    if (!count_aggregate(&g_atc_global.port_tree, &port) ||
+        !count_aggregate(&g_atc_global.rx_protocol_tree, &protocol)) {
+        return DROP;
+    }
+    atc_entry_t *flow = atc_flow_obtain(info);
+    return flow != nullptr ? account_flow(flow, buf, len, info) : DROP;
+}
+
+int atc_stat_info_tx_process(const uint8_t *, uint32_t, const atc_pkt_info_t *info) {
+    g_atc_global.tx_stat.count++;
+    const atc_entry_key_t protocol = {{}, info->direction, 0, 0, info->protocol};
+    return count_aggregate(&g_atc_global.tx_protocol_tree, &protocol) ? PASS : DROP;
+}
+
+int atc_stat_process(atc_stat_t *stat, int period) {
+    close_period(stat->count, period == ATC_PERIOD_FAST ? fast_period(stat) : long_period(stat));
+    return 0;
+}
+
+void atc_clear_statistic(atc_stat_t *stat) {
+    atc_capture_auto_release(stat);
+    stat->count = 0;
+    clear_period(fast_period(stat));
+    clear_period(long_period(stat));
+}
+
+namespace {
+
+// Counts one packet in the entry of 'key', creating it. Returns false when there is no memory.
+bool count_aggregate(atc_avl_tree_t *tree, const atc_entry_key_t *key) {
+    atc_entry_t *entry = atc_aggregate_obtain(tree, key);
+    if (entry == nullptr) {
+        return false;
+    }
+    entry->stat.count++;
+    return true;
+}
+
+// The packets of the fast period that is running. Counters wrap, their difference does not mind.
+uint32_t running_count(const atc_stat_t *stat) {
+    return stat->count - stat->fp_last;
+}
+
+// Feeds the automatic capture of a flow, or of one of its sources.
+void record(atc_entry_t *flow, atc_src_entry_t *src, const uint8_t *buf, uint32_t len) {
+    atc_stat_t *stat = src != nullptr ? &src->stat : &flow->stat;
+    if (stat->cap_on == 1 && !atc_capture_auto_record(stat, buf, len)) {
+        atc_capture_overflow(flow, src);
+    }
+}
+
+// Counts a packet for its source. 'verdict' is the flow's.
+int account_source(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info, int verdict) {
+    atc_avl_where_t where;
+    atc_src_entry_t *src = atc_source_find(flow, info, &where);
+    if (src == nullptr) {
+        if (atc_avl_numnodes(&flow->src_tree) >= ATC_SOURCES_PER_FLOW) {
+            return verdict;
+        }
+        src = atc_source_create(flow, info, where);
+        if (src == nullptr) {
+            return DROP;
+        }
+    }
+    // A source is judged by the packets before this one: it must be strictly over its limit.
+    const uint32_t packets = running_count(&src->stat);
+    src->stat.count++;
+    if (src->stat.fp_threshold < packets && flow->direction == ATC_DIRECTION_RX) {
+        atc_hw_deny_source(src, info);
+    }
+    if (src->stat.sw_deny_on == 1) {
+        verdict = DROP;
+    }
+    record(flow, src, buf, len);
+    return verdict;
+}
+
+int account_flow(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info) {
+    flow->stat.count++;
+    const int verdict = flow->stat.sw_deny_on == 1 ? DROP : PASS;
+    record(flow, nullptr, buf, len);
+
+    const bool over = flow->stat.fp_threshold <= running_count(&flow->stat);
+    if (over && flow->direction == ATC_DIRECTION_RX) {
+        atc_hw_deny_flow(flow, info);
+    }
+    // Sources are told apart only while the flow is over its limit, and never for the device's own packets.
+    if (info->src_type == ATC_SRC_NONE || (!over && flow->stat.fp_alarm != 1)) {
+        return verdict;
+    }
+    return account_source(flow, buf, len, info, verdict);
+}
+
+// Chooses the ring slot of a period that closes. While only zeros were recorded, slot 0 is written again.
+uint16_t next_slot(const period_t &period) {
+    const auto step = [](uint16_t slot) { return static_cast<uint16_t>((slot + 1) % ATC_RING_SLOTS); };
+    if (*period.head == 0 && *period.cur == 0 && period.ring[0] == 0) {
+        return 0;
+    }
+    *period.cur = step(*period.cur);
+    if (*period.cur == *period.head) {
+        *period.head = step(*period.head);
+    }
+    return *period.cur;
+}
+
+void close_period(uint32_t count, const period_t &period) {
+    const uint32_t packets = count - *period.last;
+    period.ring[next_slot(period)] = packets;
+    if (packets >= *period.peak) {
+        *period.peak = packets;
+        memset(period.peak_time, 0, ATC_NAME_SIZE);
+        syslog_get_timestamp(period.peak_time, ATC_NAME_SIZE);
+    }
+    *period.last = count;
+}
+
+void clear_period(const period_t &period) {
+    *period.last = 0;
+    *period.head = 0;
+    *period.cur = 0;
+    memset(period.ring, 0, ATC_RING_SLOTS * sizeof(uint32_t));
+    *period.peak = 0;
+    memset(period.peak_time, 0, ATC_NAME_SIZE);
+}
+
+period_t fast_period(atc_stat_t *stat) {
+    return {&stat->fp_last, &stat->fp_head, &stat->fp_cur, stat->fp_ring, &stat->fp_peak, stat->fp_peak_time};
+}
+
+period_t long_period(atc_stat_t *stat) {
+    return {&stat->lp_last, &stat->lp_head, &stat->lp_cur, stat->lp_ring, &stat->lp_peak, stat->lp_peak_time};
+}
+
+}  // namespace

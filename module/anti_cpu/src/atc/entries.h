@@ -1,0 +1,62 @@
+// entries.h: the life of statistics entries and sources in their indexes.
+//
+// Owns the entries of the five indexes and the sources of flows: created here for the first packet of a key, discarded
+// here for ageing, the daily sweep and clearing. Used by accounting, evaluation, the queries; calls hw_deny and capture
+// to let go of what an entry holds. Invariants: an entry is in exactly one index; a flow has at most
+// ATC_SOURCES_PER_FLOW sources; no entry or source is freed while a hardware rule or a capture buffer is its own. Lock:
+// the module mutex is held.
+#pragma once
+
+#include "atc/state/context.h"
+
+// The orders of the indexes, all ascending: direction, port, VLAN, protocol of a flow; one member of an aggregate; type
+// and address bytes of a source.
+int atc_tree_compare(const void *a, const void *b);
+int atc_port_compare(const void *a, const void *b);
+int atc_vlan_compare(const void *a, const void *b);
+int atc_protocol_compare(const void *a, const void *b);
+int atc_src_tree_compare(const void *a, const void *b);
+
+// Find a flow, or a source of one ('src_addr' as long as its type asks; another type, and null, have an all-zero
+// address). Return null when there is none.
+atc_entry_t *atc_entry_get(uint32_t direction, uint32_t vlan, uint32_t port, uint32_t protocol)
+    ATC_REQUIRES(g_atc_lock);
+atc_src_entry_t *atc_src_entry_get(uint32_t direction, uint32_t vlan, uint32_t port, uint32_t protocol,
+                                   uint32_t src_type, const void *src_addr) ATC_REQUIRES(g_atc_lock);
+
+// Find an entry by its head's members, or create it with everything else 0; a flow gets its thresholds and an empty
+// index of sources. Return null when there is no memory.
+atc_entry_t *atc_aggregate_obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) ATC_REQUIRES(g_atc_lock);
+atc_entry_t *atc_flow_obtain(const atc_pkt_info_t *info) ATC_REQUIRES(g_atc_lock);
+
+// Find the source of a flow that sent this packet; null, with '*where' set for its creation, when there is none. Create
+// it; null when there is no memory.
+atc_src_entry_t *atc_source_find(const atc_entry_t *flow, const atc_pkt_info_t *info, atc_avl_where_t *where)
+    ATC_REQUIRES(g_atc_lock);
+atc_src_entry_t *atc_source_create(atc_entry_t *flow, const atc_pkt_info_t *info, atc_avl_where_t where)
+    ATC_REQUIRES(g_atc_lock);
+
+// Take a source out of its flow, a flow out of entry_tree with all its sources, an entry of another index out of it:
+// its hardware rules are withdrawn first, its capture is freed, then the record.
+void atc_src_entry_discard(atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
+void atc_flow_discard(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
+void atc_aggregate_discard(atc_avl_tree_t *tree, atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
+
+// Bytes of an address of this source type: 6, 4, 16; 0 for another type.
+uint32_t atc_src_addr_len(uint32_t src_type);
+
+// Packets of a period of 'seconds' at 'limit' packets per second; saturates at 4294967295.
+uint32_t atc_threshold(uint32_t seconds, uint32_t limit);
+
+// Packets per second of 'packets' in 'seconds', truncated; 0 for a period of 0.
+uint32_t atc_rate(uint32_t packets, uint32_t seconds);
+
+// Calls visit(record) for every record of an index, in order. 'visit' may discard the record it is given, and no other.
+template <typename record_t, typename visit_t>
+inline void atc_tree_each(atc_avl_tree_t *tree, visit_t visit) ATC_REQUIRES(g_atc_lock) {
+    for (void *record = atc_avl_first(tree); record != nullptr;) {
+        void *next = atc_avl_next(tree, record);
+        visit(static_cast<record_t *>(record));
+        record = next;
+    }
+}

@@ -1,0 +1,51 @@
+// hw_filters.cpp: the operator's hardware filters: configured, kept and deleted.
+//
+// Owns the records of hw_cfg_filter_list. A record's rule is in the chip, unless a trunk has lost its last usable
+// member. Lock: both operations hold the module mutex throughout, driver calls included.
+#include "anti_cpu/anti_cpu.h"
+#include "atc/state/context.h"
+#include "atc_api_hw/cfg_rule.h"
+
+namespace {
+
+atc_hw_cfg_filter_t *find(uint32_t id) ATC_REQUIRES(g_atc_lock);
+
+}  // namespace
+
+int atc_api_cfg_hw_filter_rule_add(atc_filter_rule_t *rule) {
+    if (rule == nullptr) {
+        return -1;
+    }
+    atc_guard_t guard;
+    if (find(rule->id) != nullptr || atc_hw_cfg_filter_add(rule) < 0) {
+        return -1;
+    }
+    auto *record = static_cast<atc_hw_cfg_filter_t *>(atc_calloc(sizeof(atc_hw_cfg_filter_t)));
+    if (record == nullptr) {
+        atc_hw_cfg_filter_del(rule);
+        return -1;
+    }
+    record->rule = *rule;
+    atc_list_insert_after(&g_atc_global.hw_cfg_filter_list, &record->link);
+    return 0;
+}
+
+int atc_api_cfg_hw_filter_rule_del(uint32_t id) {
+    atc_guard_t guard;
+    atc_hw_cfg_filter_t *record = find(id);
+    if (record == nullptr || atc_hw_cfg_filter_del(&record->rule) < 0) {
+        return -1;
+    }
+    atc_list_remove(&record->link);
+    atc_free(record);
+    return 0;
+}
+
+namespace {
+
+atc_hw_cfg_filter_t *find(uint32_t id) {
+    return atc_list_find<atc_hw_cfg_filter_t>(
+        &g_atc_global.hw_cfg_filter_list, [id](const atc_hw_cfg_filter_t *record) { return record->rule.id == id; });
+}
+
+}  // namespace

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Installs the Debian packages of the given lists (packages.txt when none is given) that are missing. Needs root, or sudo.
+set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+[ $# -gt 0 ] || set -- "$here/packages.txt"
+
+missing=()
+while read -r package _; do
+    case $package in '' | '#'*) continue ;; esac
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)" = installed ] || missing+=("$package")
+done < <(cat "$@")
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+echo "Installing ${missing[*]}"
+root=()
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "Missing packages need root to install: ${missing[*]}" >&2; exit 1; }
+    root=(sudo)
+fi
+export DEBIAN_FRONTEND=noninteractive
+"${root[@]}" apt-get update -q=2
+"${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -q=2 -y --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,239 @@
+// What happens at the end of a period: alarms, software deny, ageing, the daily sweep; and a week of it all.
+#include "atc/evaluation.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <numeric>
+#include <random>
+#include <regex>
+
+#include "atc/accounting.h"
+#include "fixture.h"
+#include "frames.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr uint32_t DAY_S = 86400;
+
+class EvaluationTest : public ModuleTest {
+protected:
+    // 'pps' packets of each frame, every second.
+    void flood(std::initializer_list<Frame> frames, uint32_t pps, uint32_t seconds, uint32_t port = 3,
+               uint32_t vlan = 100) {
+        for (uint32_t second = 0; second < seconds; second++) {
+            for (const Frame &frame : frames) {
+                rx_n(pps, frame, port, vlan);
+            }
+            pass_seconds(1);
+        }
+    }
+};
+
+TEST_F(EvaluationTest, AnAlarmIsRaisedStrictlyAboveTheLimitAndClearedAtIt) {
+    flood({arp()}, 100, 300);
+    EXPECT_EQ(alarms(), Lines{}) << "30000 packets in 300 s are the limit";
+    flood({arp()}, 101, 300);
+    EXPECT_EQ(alarms(),
+              Lines{"anti-cpu rx port 3 vlan 100 protocol arp over fast period limit,receive/limit:101/100(pps)"});
+    flood({arp()}, 100, 300);
+    EXPECT_EQ(alarms(),
+              Lines{"anti-cpu rx port 3 vlan 100 protocol arp restore fast period limit,receive/limit:100/100(pps)"});
+    rx(arp(), 3, 100);
+    flood({arp()}, 100, 300);
+    EXPECT_EQ(alarms(),
+              Lines{"anti-cpu rx port 3 vlan 100 protocol arp over fast period limit,receive/limit:100/100(pps)"})
+        << "one packet too many";
+}
+
+TEST_F(EvaluationTest, AFloodIsReportedOnceHoweverLongItLasts) {
+    atc_api_set_fast_period_time(10);
+    flood({lldp()}, 20, 100);
+    flood({lldp()}, 1, 10);
+    EXPECT_EQ(alarms(),
+              (Lines{"anti-cpu rx port 3 vlan 100 protocol lldp over fast period limit,receive/limit:20/12(pps)",
+                     "anti-cpu rx port 3 vlan 100 protocol lldp src mac 00:11:22:33:44:55 over fast period "
+                     "limit,receive/limit:20/12(pps)",
+                     "anti-cpu rx port 3 vlan 100 protocol lldp restore fast period limit,receive/limit:1/12(pps)",
+                     "anti-cpu rx port 3 vlan 100 protocol lldp src mac 00:11:22:33:44:55 restore fast period "
+                     "limit,receive/limit:1/12(pps)"}));
+}
+
+TEST_F(EvaluationTest, SourcesAreNamedByTheirKind) {
+    atc_api_set_fast_period_time(10);
+    atc_api_set_long_period_time(20);
+    // A source counts from the 120th packet of its flow's first period on.
+    flood({tcp(50000, 80, SYN).src_ip("192.168.0.1"), icmpv6(135).src_ip("2001:db8::7")}, 50, 20);
+    const Lines log = alarms();
+    const std::string text = std::accumulate(log.begin(), log.end(), std::string(),
+                                             [](std::string sum, const auto &line) { return sum + line + "\n"; });
+    for (const char *expected :
+         {"protocol tcp-syn src ip 192.168.0.1 over fast period limit,receive/limit:38/12(pps)",
+          "protocol icmpv6-ns src ipv6 2001:db8::7 over fast period limit,receive/limit:38/12(pps)",
+          "protocol tcp-syn over long period limit,receive/limit:50/10(pps)",
+          "protocol tcp-syn src ip 192.168.0.1 over long period limit,receive/limit:44/10(pps)"}) {
+        EXPECT_NE(text.find(expected), std::string::npos) << expected << " in\n" << text;
+    }
+}
+
+TEST_F(EvaluationTest, SoftwareDenyFollowsTheAlarmAndItsEnable) {
+    atc_api_set_fast_period_time(10);
+    flood({lldp()}, 20, 10);
+    EXPECT_EQ(rx(lldp(), 3, 100), 0) << "deny is off";
+    atc_api_set_protocol_deny_enable(ATC_LLDP, 1);
+    flood({lldp()}, 20, 9);
+    EXPECT_EQ(rx(lldp(), 3, 100), 0) << "takes effect at the period end";
+    pass_seconds(1);
+    EXPECT_EQ(rx(lldp(), 3, 100), -1);
+    EXPECT_EQ(rx(lldp(), 4, 100), 0) << "another port is another flow";
+    atc_api_set_protocol_deny_enable(ATC_LLDP, 0);
+    EXPECT_EQ(rx(lldp(), 3, 100), 0) << "lifted at once";
+    atc_api_set_protocol_deny_enable(ATC_LLDP, 1);
+    flood({lldp()}, 20, 10);
+    EXPECT_EQ(rx(lldp(), 3, 100), -1);
+    flood({lldp()}, 1, 10);
+    EXPECT_EQ(rx(lldp(), 3, 100), 0) << "restored";
+}
+
+TEST_F(EvaluationTest, ASourceIsDeniedOnItsOwn) {
+    atc_api_set_fast_period_time(10);
+    atc_api_set_protocol_src_deny_enable(ATC_LLDP, 1);
+    for (int second = 0; second < 20; second++) {
+        rx_n(20, lldp().from(1), 3, 100);
+        rx_n(2, lldp().from(2), 3, 100);
+        pass_seconds(1);
+    }
+    EXPECT_EQ(rx(lldp().from(1), 3, 100), -1);
+    EXPECT_EQ(rx(lldp().from(2), 3, 100), 0);
+}
+
+TEST_F(EvaluationTest, ASilentSourceGoesWithTheLongPeriod) {
+    atc_api_set_fast_period_time(10);
+    atc_api_set_long_period_time(50);
+    atc_api_set_protocol_src_cap_enable(ATC_LLDP, 1);
+    atc_api_set_protocol_src_hw_deny_enable(ATC_LLDP, 1);
+    flood({lldp()}, 20, 20);
+    const uint8_t mac[] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+    ASSERT_NE(source(3, 100, ATC_LLDP, ATC_SRC_MAC, mac), nullptr);
+    ASSERT_EQ(state()->protocol_cap_cnt, 1u);
+    for (const ChipRule &rule : fake().chip()) {
+        fake().set_packets(rule.stat_id, 1000000);  // the flood goes on in the chip, so the rule outlives the source
+    }
+    pass_seconds(30);
+    ASSERT_NE(source(3, 100, ATC_LLDP, ATC_SRC_MAC, mac), nullptr) << "it sent in this long period";
+    for (uint32_t round = 1; round <= 50; round++) {
+        for (const ChipRule &rule : fake().chip()) {
+            fake().set_packets(rule.stat_id, 1000000 + round * 1000000);
+        }
+        pass_seconds(1);
+    }
+    EXPECT_EQ(source(3, 100, ATC_LLDP, ATC_SRC_MAC, mac), nullptr);
+    EXPECT_EQ(state()->protocol_cap_cnt, 0u);
+    EXPECT_EQ(state()->rule_hw_count, 0u);
+    EXPECT_TRUE(fake().chip().empty());
+}
+
+TEST_F(EvaluationTest, TheDailySweepDiscardsWhatIsIdleWithAllThatItHolds) {
+    atc_api_set_fast_period_time(10);
+    atc_api_set_protocol_cap_enable(ATC_LLDP, 1);
+    atc_api_set_protocol_hw_deny_enable(ATC_LLDP, 1);
+    rx(arp(), 5, 50);  // stays: its count is not 0
+    pass_seconds(DAY_S - 20);
+    flood({lldp()}, 20, 10);
+    rx_n(200, lldp(), 3, 100);
+    ASSERT_EQ(state()->rule_hw_count, 1u);
+    ASSERT_NE(entry(3, 100, ATC_LLDP)->stat.cap_buf, nullptr);
+    // Cleared entries have a count of 0; the source under the flow still counts.
+    EXPECT_EQ(atc_api_clear_statistic(ATC_DIRECTION_RX, 100, 3, ATC_LLDP, ATC_SRC_NONE, nullptr), 0);
+    EXPECT_EQ(atc_api_clear_statistic_port(ATC_DIRECTION_RX, 3), 0);
+    EXPECT_EQ(atc_api_clear_statistic_vlan(ATC_DIRECTION_RX, 100), 0);
+    EXPECT_EQ(atc_api_clear_statistic_protocol(ATC_DIRECTION_RX, ATC_LLDP), 0);
+    pass_seconds(10);
+    EXPECT_EQ(entry(3, 100, ATC_LLDP), nullptr);
+    EXPECT_NE(entry(5, 50, ATC_ARP), nullptr);
+    const State state;
+    EXPECT_EQ(atc_avl_numnodes(&state->port_tree), 1u);
+    EXPECT_EQ(atc_avl_numnodes(&state->vlan_tree), 1u);
+    EXPECT_EQ(atc_avl_numnodes(&state->rx_protocol_tree), 1u);
+    EXPECT_EQ(state->rule_hw_count, 0u);
+    EXPECT_EQ(state->protocol_cap_cnt, 0u);
+}
+
+// Floods of every class come and go for a week, on top of quiet traffic.
+TEST_F(EvaluationTest, AWeekOfFloodsLeavesEveryAlarmClearedAndEveryCountTrue) {
+    constexpr uint32_t SEED = 7;
+    RecordProperty("seed", static_cast<int>(SEED));
+    std::mt19937 generator(SEED);
+    const auto random = [&generator] { return static_cast<uint32_t>(generator()); };
+    for (uint32_t id = 1; id <= ATC_PROTOCOL_COUNT; id++) {
+        atc_api_set_protocol_fp_limit(id, 1 + random() % 3);
+        atc_api_set_protocol_lp_limit(id, 1);
+        atc_api_set_protocol_src_fp_limit(id, 1);
+        atc_api_set_protocol_deny_enable(id, random() % 2);
+        atc_api_set_protocol_src_cap_enable(id, random() % 2);
+        atc_api_set_protocol_hw_deny_enable(id, random() % 2);
+    }
+    std::vector<Frame> frames;
+    for (uint32_t id = 1; id <= ATC_PROTOCOL_COUNT; id++) {
+        frames.push_back(frame_of_class(static_cast<uint16_t>(id)));
+    }
+    uint32_t sent = 0;
+    uint32_t received = 0;
+    uint32_t flooding = 0;  // class index; 0 = nobody
+    for (uint32_t minute = 0; minute < 7 * DAY_S / 60; minute++) {
+        if (minute % 10 == 0) {
+            flooding = random() % 2 == 0 ? random() % ATC_PROTOCOL_COUNT : 0;
+        }
+        const Frame &quiet = frames[random() % frames.size()];
+        rx(quiet, 1 + random() % 2, 10);
+        tx(quiet);
+        received++;
+        sent++;
+        if (flooding != 0 && minute < 7 * DAY_S / 60 - 130) {
+            rx_n(250, frames[flooding], 1, 10);
+            received += 250;
+        }
+        pass_seconds(60);
+    }
+    EXPECT_EQ(state()->rx_stat.count, received);
+    EXPECT_EQ(state()->tx_stat.count, sent);
+
+    std::map<std::string, int> raised;
+    const std::regex wording(
+        "anti-cpu rx (.*) (over|restore) (fast|long) period limit,receive/limit:\\d+/\\d+\\(pps\\)");
+    int alarms_seen = 0;
+    for (const std::string &line : alarms()) {
+        std::smatch match;
+        if (!std::regex_match(line, match, wording)) {
+            continue;  // a full capture
+        }
+        int &level = raised[match[1].str() + match[3].str()];
+        level += match[2] == "over" ? 1 : -1;
+        EXPECT_TRUE(level == 0 || level == 1) << line;
+        alarms_seen++;
+    }
+    EXPECT_GT(alarms_seen, 1000);
+    for (const auto &[who, level] : raised) {
+        EXPECT_EQ(level, 0) << who << " is still raised";
+    }
+    // A quiet day and its sweep: what is idle goes, and clearing gives every block back (checked at the end).
+    EXPECT_EQ(state()->rule_hw_count, 0u);
+}
+
+TEST_F(EvaluationTest, NoMemoryForACaptureLeavesTheAlarmAndTheNextPeriodTriesAgain) {
+    atc_api_set_fast_period_time(10);
+    atc_api_set_protocol_cap_enable(ATC_LLDP, 1);
+    flood({lldp()}, 20, 9);
+    rx_n(20, lldp(), 3, 100);
+    fake().fail(Call::alloc, 1, true);
+    pass_seconds(1);
+    EXPECT_EQ(entry(3, 100, ATC_LLDP)->stat.fp_alarm, 1);
+    EXPECT_EQ(entry(3, 100, ATC_LLDP)->stat.cap_on, 0);
+    fake().fail_none();
+    flood({lldp()}, 20, 10);
+    EXPECT_EQ(entry(3, 100, ATC_LLDP)->stat.cap_on, 1);
+}
+
+}  // namespace
