@@ -1,0 +1,194 @@
+#include "capture_reader.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+
+namespace host {
+
+namespace {
+
+constexpr int64_t kNanoseconds = 1'000'000'000;
+constexpr int64_t kLatestSecond = 1LL << 33;  // in the year 2242; what is behind it is no time of a packet
+constexpr size_t kReadBuffer = 1 << 20;       // bytes
+
+const uint8_t kNoBytes[1] = {0};
+
+}  // namespace
+
+bool CaptureFile::open(const std::string &path, uint32_t port, Problems &problems) {
+    path_ = path;
+    port_ = port;
+    problems_ = &problems;
+    std::FILE *file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) {
+        problems.report(path, "open", std::string("cannot be opened: ") + std::strerror(errno));
+        return false;
+    }
+    std::setvbuf(file, nullptr, _IOFBF, kReadBuffer);
+    char error[PCAP_ERRBUF_SIZE] = "";
+    pcap_.reset(pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, error));
+    if (!pcap_) {
+        std::fclose(file);
+        problems.report(path, "open", std::string("not a capture file that can be read (") + error + ")");
+        return false;
+    }
+    const int link_type = pcap_datalink(pcap_.get());
+    if (link_type != DLT_EN10MB) {
+        const char *name = pcap_datalink_val_to_name(link_type);
+        problems.report(path, "link type",
+                        "link type " + (name != nullptr ? std::string(name) : std::to_string(link_type)) +
+                            ", not Ethernet; nothing is read from it");
+        return false;
+    }
+    struct stat status {};
+    if (fstat(fileno(file), &status) == 0 && status.st_size > 0) {
+        size_ = static_cast<uint64_t>(status.st_size);
+    }
+    many_interfaces_ = S_ISREG(status.st_mode) && interfaces_.open(path);
+    return true;
+}
+
+bool CaptureFile::next(Packet &packet) {
+    for (;;) {
+        struct pcap_pkthdr *header = nullptr;
+        const u_char *data = nullptr;
+        const int result = pcap_next_ex(pcap_.get(), &header, &data);
+        if (result != 1) {
+            if (result == PCAP_ERROR) {
+                refused_++;
+                report("cut", "packet " + std::to_string(number_ + 1) + ": " + pcap_geterr(pcap_.get()) +
+                                  "; the file is read up to here");
+            }
+            return false;
+        }
+        number_++;
+        const uint32_t port = port_ + (many_interfaces_ ? interfaces_.next() : 0);
+        if (header->caplen > longest_frame) {
+            refused_++;
+            report("too long", "packet " + std::to_string(number_) + ": " + std::to_string(header->caplen) +
+                                   " bytes, more than a frame can have (" + std::to_string(longest_frame) +
+                                   "); left out");
+            continue;
+        }
+        shortened_ += header->caplen < header->len ? 1 : 0;
+        packet = {data != nullptr ? data : kNoBytes, header->caplen, port, settle_time(header->ts)};
+        return true;
+    }
+}
+
+uint64_t CaptureFile::bytes_read() const {
+    const long position = std::ftell(pcap_file(pcap_.get()));
+    return position > 0 ? static_cast<uint64_t>(position) : 0;
+}
+
+// libpcap was asked for nanoseconds: tv_usec holds them.
+int64_t CaptureFile::settle_time(const struct timeval &stamp) {
+    const bool sane = stamp.tv_sec >= 0 && stamp.tv_sec < kLatestSecond && stamp.tv_usec >= 0;
+    int64_t time_ns = sane ? stamp.tv_sec * kNanoseconds + stamp.tv_usec : -1;
+    if (time_ns - skipped_ns_ < last_ns_ || (number_ > 1 && time_ns - skipped_ns_ - last_ns_ > longest_gap_ns)) {
+        time_ns = doubtful_time(time_ns);
+    } else {
+        time_ns -= skipped_ns_;
+    }
+    last_ns_ = time_ns;
+    return time_ns;
+}
+
+// A time before the last one, or far behind it.
+int64_t CaptureFile::doubtful_time(int64_t time_ns) {
+    const std::string packet = "packet " + std::to_string(number_) + ": ";
+    if (time_ns < 0) {
+        report("no time", packet + "its time makes no sense; taken at the time of the packet before it");
+        return last_ns_;
+    }
+    if (skipped_ns_ != 0 && time_ns >= last_ns_ && time_ns - last_ns_ <= longest_gap_ns) {
+        skipped_ns_ = 0;  // back from the far time, where the file went on
+        return time_ns;
+    }
+    const int64_t step_ns = time_ns - skipped_ns_ - last_ns_;
+    char text[160];
+    if (step_ns < 0) {
+        std::snprintf(text, sizeof(text), "time goes back by %.6f s; taken at the time of the packet before it",
+                      static_cast<double>(-step_ns) / static_cast<double>(kNanoseconds));
+        report("goes back", packet + text);
+    } else {
+        std::snprintf(text, sizeof(text), "time jumps ahead by %lld days; the gap is skipped",
+                      static_cast<long long>(step_ns / kNanoseconds / 86400));
+        report("jumps ahead", packet + text);
+        skipped_ns_ += step_ns;
+    }
+    return last_ns_;
+}
+
+void CaptureFile::report(const std::string &kind, const std::string &text) {
+    problems_->report(path_, kind, text);
+}
+
+void CaptureSet::add(CaptureFile &&file) {
+    files_.push_back(std::move(file));
+}
+
+bool CaptureSet::next(Packet &packet) {
+    return files_.size() == 1 ? files_[0].next(packet) : next_merged(packet);
+}
+
+// Equal times come in the order of the files.
+bool CaptureSet::next_merged(Packet &packet) {
+    if (heads_.empty()) {
+        heads_.resize(files_.size());
+        has_head_.resize(files_.size());
+        for (size_t i = 0; i < files_.size(); i++) {
+            has_head_[i] = files_[i].next(heads_[i]);
+        }
+    } else if (taken_ != SIZE_MAX) {
+        // Not before now: reading on takes the bytes of the packet handed out away.
+        has_head_[taken_] = files_[taken_].next(heads_[taken_]);
+    }
+    taken_ = SIZE_MAX;
+    for (size_t i = 0; i < files_.size(); i++) {
+        if (has_head_[i] && (taken_ == SIZE_MAX || heads_[i].time_ns < heads_[taken_].time_ns)) {
+            taken_ = i;
+        }
+    }
+    if (taken_ == SIZE_MAX) {
+        return false;
+    }
+    packet = heads_[taken_];
+    return true;
+}
+
+uint64_t CaptureSet::bytes_read() const {
+    uint64_t sum = 0;
+    for (const CaptureFile &file : files_) {
+        sum += file.bytes_read();
+    }
+    return sum;
+}
+
+uint64_t CaptureSet::size() const {
+    uint64_t sum = 0;
+    for (const CaptureFile &file : files_) {
+        sum += file.size();
+    }
+    return sum;
+}
+
+uint64_t CaptureSet::refused() const {
+    uint64_t sum = 0;
+    for (const CaptureFile &file : files_) {
+        sum += file.refused();
+    }
+    return sum;
+}
+
+uint64_t CaptureSet::shortened() const {
+    uint64_t sum = 0;
+    for (const CaptureFile &file : files_) {
+        sum += file.shortened();
+    }
+    return sum;
+}
+
+}  // namespace host

@@ -1,0 +1,65 @@
+// commands_filter.cpp: "filter" and "hw-filter": the operator's own rules, in software and in the switching chip.
+#include "anti_cpu/anti_cpu.h"
+#include "console/command_rows.h"
+
+namespace host::console {
+
+namespace {
+
+// With an id of the operator's own the rule goes under it, otherwise the module chooses one.
+Status filter_add(Session &, const Arguments &arguments) {
+    atc_filter_rule_t rule = arguments.rule();
+    rule.action = arguments.has("permit") ? ATC_ACTION_PERMIT : ATC_ACTION_DENY;
+    if (arguments.given("id")) {
+        rule.id = arguments.number("id");
+        const int result = atc_api_cfg_filter_rule_add(&rule, arguments.number_or("list", 0));
+        return done_if_zero(static_cast<uint32_t>(result), "the list has a rule of this id, or there is no memory");
+    }
+    if (atc_api_filter_rule_add(&rule) != 0) {
+        return failed("the id that the module chose is in use, all are taken, or there is no memory");
+    }
+    std::printf("filter %u\n", rule.id);
+    return Status::kDone;
+}
+
+// Without a list the id may be one that the module chose; it then becomes free again.
+Status filter_delete(Session &, const Arguments &arguments) {
+    const uint32_t id = arguments.number("id");
+    const bool may_be_chosen = !arguments.given("list") && id <= ATC_RULE_ID_MAX;
+    const int result =
+        may_be_chosen ? atc_api_filter_rule_del(id) : atc_api_cfg_filter_rule_del(id, arguments.number_or("list", 0));
+    return done_if_zero(static_cast<uint32_t>(result), "there is no filter of this id");
+}
+
+Status hw_filter_add(Session &, const Arguments &arguments) {
+    atc_filter_rule_t rule = arguments.rule();
+    rule.id = arguments.number("id");
+    rule.action = arguments.has("deny")       ? ATC_HW_ACTION_DENY
+                  : arguments.has("action-2") ? ATC_HW_ACTION_2
+                                              : ATC_HW_ACTION_3;
+    if (atc_api_cfg_hw_filter_rule_add(&rule) != 0) {
+        return failed("the id is in use, the port has no usable members, or the switching chip refuses the rule");
+    }
+    std::printf("hw-filter %u, entry %u of the chip\n", rule.id, rule.sdk_id);
+    return Status::kDone;
+}
+
+Status hw_filter_delete(Session &, const Arguments &arguments) {
+    const int result = atc_api_cfg_hw_filter_rule_del(arguments.number("id"));
+    return done_if_zero(static_cast<uint32_t>(result), "there is no such filter, or the switching chip keeps it");
+}
+
+}  // namespace
+
+std::vector<Command> filter_rows() {
+    return {
+        {"filter (permit | deny) [id <id> [list <list>]] {match}",
+         "Let packets pass whatever the limits say, or drop them; without an id the module chooses one", filter_add},
+        {"filter delete <id> [list <list>]", "Delete a software filter", filter_delete},
+        {"hw-filter (deny | action-2 | action-3) <id> {hw-match}",
+         "Put a filter into the switching chip; actions 2 and 3 only count in this card's chip", hw_filter_add},
+        {"hw-filter delete <id>", "Take a filter out of the switching chip", hw_filter_delete},
+    };
+}
+
+}  // namespace host::console

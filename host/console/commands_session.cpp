@@ -1,0 +1,76 @@
+// commands_session.cpp: "run", "help" and "quit": the replay's time and the console itself.
+#include "clock/clock.h"
+#include "console/command_rows.h"
+#include "console/help.h"
+
+namespace host::console {
+
+namespace {
+
+constexpr const char *kNotNow = "time does not run while settings are made";
+
+Status run_seconds(Session &session, const Arguments &arguments) {
+    if (!session.may_run) {
+        return failed(kNotNow);
+    }
+    session.replay.run_for(arguments.number("seconds") * card::kNanosecondsPerSecond);
+    return Status::kDone;
+}
+
+Status run_until_time(Session &session, const Arguments &arguments) {
+    if (!session.may_run) {
+        return failed(kNotNow);
+    }
+    const int64_t time_ns = *read_time(arguments.text("time"), session.replay.start_ns());
+    if (time_ns < session.replay.now_ns()) {
+        return failed("that time has passed");
+    }
+    session.replay.run_until(time_ns);
+    return Status::kDone;
+}
+
+Status run_until_alarm(Session &session, const Arguments &) {
+    if (!session.may_run) {
+        return failed(kNotNow);
+    }
+    return session.replay.run_until_alarm() ? Status::kDone : failed("no alarm was raised up to the end");
+}
+
+// To the end of the fast period of the last packet, as a replay without an operator does.
+Status run_until_end(Session &session, const Arguments &) {
+    if (!session.may_run) {
+        return failed(kNotNow);
+    }
+    session.replay.run_to_end();
+    session.replay.run_for(session.replay.fast_period_rest_ns());
+    return Status::kDone;
+}
+
+Status help(Session &, const Arguments &arguments) {
+    const std::string verb = arguments.given("verb") ? arguments.text("verb") : std::string();
+    const std::string text = help_text(verb);
+    if (text.empty()) {
+        return failed(("there is no command that begins with \"" + verb + "\"").c_str());
+    }
+    std::fputs(text.c_str(), stdout);
+    return Status::kDone;
+}
+
+Status quit(Session &, const Arguments &) {
+    return Status::kQuit;
+}
+
+}  // namespace
+
+std::vector<Command> session_rows() {
+    return {
+        {"run <seconds>", "Let time go on, with the packets of that time", run_seconds},
+        {"run until alarm", "Let time go on until an alarm is raised", run_until_alarm},
+        {"run until end", "Replay the rest, to the end of the last packet's fast period", run_until_end},
+        {"run until <time>", "Let time go on until then", run_until_time},
+        {"help [<verb:text>]", "List the commands, or those that begin with a word", help},
+        {"quit", "Leave the console", quit},
+    };
+}
+
+}  // namespace host::console

@@ -1,0 +1,82 @@
+// commands_set.cpp: "set": the module's settings.
+#include "anti_cpu/anti_cpu.h"
+#include "chip/chip.h"
+#include "console/command_rows.h"
+
+namespace host::console {
+
+namespace {
+
+constexpr const char *kRefused = "the module refuses the value";
+
+using ProtocolSetter = uint32_t (*)(uint32_t id, uint32_t value);
+using Setter = uint32_t (*)(uint32_t value);
+
+template <Setter setter>
+Status set_switch(Session &, const Arguments &arguments) {
+    return done_if_zero(setter(arguments.number("on|off")), kRefused);
+}
+
+template <Setter setter>
+Status set_number(Session &, const Arguments &arguments) {
+    return done_if_zero(setter(arguments.number("number")), kRefused);
+}
+
+Status set_fast_period(Session &session, const Arguments &arguments) {
+    const uint32_t seconds = arguments.number("seconds");
+    if (atc_api_set_fast_period_time(seconds) != 0) {
+        return failed(kRefused);
+    }
+    session.replay.fast_period_set(seconds);
+    return Status::kDone;
+}
+
+Status set_long_period(Session &, const Arguments &arguments) {
+    return done_if_zero(atc_api_set_long_period_time(arguments.number("seconds")), kRefused);
+}
+
+Status set_limit(Session &, const Arguments &arguments) {
+    const ProtocolSetter flow_setter =
+        arguments.has("fast") ? atc_api_set_protocol_fp_limit : atc_api_set_protocol_lp_limit;
+    const ProtocolSetter source_setter =
+        arguments.has("fast") ? atc_api_set_protocol_src_fp_limit : atc_api_set_protocol_src_lp_limit;
+    const ProtocolSetter setter = arguments.has("source") ? source_setter : flow_setter;
+    return done_if_zero(setter(arguments.number("protocol"), arguments.number("pps")), kRefused);
+}
+
+template <ProtocolSetter flow_setter, ProtocolSetter source_setter>
+Status set_reaction(Session &, const Arguments &arguments) {
+    const ProtocolSetter setter = arguments.has("source") ? source_setter : flow_setter;
+    return done_if_zero(setter(arguments.number("protocol"), arguments.number("on|off")), kRefused);
+}
+
+Status set_chip_rules(Session &, const Arguments &arguments) {
+    card::Chip::instance().set_capacity(arguments.number("number"));
+    return Status::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> set_rows() {
+    return {
+        {"set enable <on|off>", "Switch the module on or off; off, every packet passes uncounted",
+         set_switch<atc_api_set_global_enable>},
+        {"set fast-period <seconds>", "Length of the fast period; a new one starts now", set_fast_period},
+        {"set long-period <seconds>", "Length of the long period; a new one starts now", set_long_period},
+        {"set limit <protocol> [source] (fast | long) <pps>", "Limit of a protocol's flows, or of their sources",
+         set_limit},
+        {"set deny <protocol> [source] <on|off>", "Drop what is over its fast limit, in software",
+         set_reaction<atc_api_set_protocol_deny_enable, atc_api_set_protocol_src_deny_enable>},
+        {"set hw-deny <protocol> [source] <on|off>", "Have the switching chip drop what is over its fast limit",
+         set_reaction<atc_api_set_protocol_hw_deny_enable, atc_api_set_protocol_src_hw_deny_enable>},
+        {"set capture <protocol> [source] <on|off>", "Capture what is over its fast limit",
+         set_reaction<atc_api_set_protocol_cap_enable, atc_api_set_protocol_src_cap_enable>},
+        {"set ipattack <number>", "A word that only \"show settings\" shows", set_number<atc_api_set_ipattack>},
+        {"set icmpattack <number>", "A word that only \"show settings\" shows", set_number<atc_api_set_icmpattack>},
+        {"set icmpattack-size <number>", "A word that only \"show settings\" shows",
+         set_number<atc_api_set_icmpattack_size>},
+        {"set chip-rules <number>", "Rules that the switching chip has room for", set_chip_rules},
+    };
+}
+
+}  // namespace host::console

@@ -1,0 +1,183 @@
+// commands_show.cpp: "show": tables, alarms, rules and settings, as the module's own text or as data.
+#include <algorithm>
+#include <sstream>
+
+#include "anti_cpu/anti_cpu.h"
+#include "clock/clock.h"
+#include "console/command_rows.h"
+#include "console/dump_data.h"
+#include "module_text.h"
+#include "services/services.h"
+#include "text_table.h"
+
+namespace host::console {
+
+namespace {
+
+bool as_json(const Session &session, const Arguments &arguments) {
+    return session.json || arguments.has("json");
+}
+
+Status print_text(const std::string &text) {
+    // The module's dumps stand between empty lines.
+    const size_t first = text.find_first_not_of('\n');
+    if (first == std::string::npos) {
+        std::printf("(none)\n");
+    } else {
+        std::printf("%s\n", text.substr(first, text.find_last_not_of('\n') - first + 1).c_str());
+    }
+    return Status::kDone;
+}
+
+Status show_protocols(Session &session, const Arguments &arguments) {
+    const bool sent = arguments.number_or("direction", ATC_DIRECTION_RX) != ATC_DIRECTION_RX;
+    const auto report = sent ? atc_api_get_tx_protocol_stat_brief : atc_api_get_rx_protocol_stat_brief;
+    return as_json(session, arguments) ? print_json(table_json(table_rows(report), "protocol", false))
+                                       : print_text(report_text(report));
+}
+
+Status show_ports(Session &session, const Arguments &arguments) {
+    return as_json(session, arguments)
+               ? print_json(table_json(table_rows(atc_api_get_rx_port_stat_brief), "port", true))
+               : print_text(report_text(atc_api_get_rx_port_stat_brief));
+}
+
+Status show_vlans(Session &session, const Arguments &arguments) {
+    return as_json(session, arguments)
+               ? print_json(table_json(table_rows(atc_api_get_rx_vlan_stat_brief), "vlan", true))
+               : print_text(report_text(atc_api_get_rx_vlan_stat_brief));
+}
+
+Status show_flows(Session &session, const Arguments &arguments) {
+    return as_json(session, arguments) ? print_json(flows_json(flow_rows()))
+                                       : print_text(report_text(atc_api_get_stat_brief));
+}
+
+Status show_alarms(Session &session, const Arguments &arguments) {
+    return as_json(session, arguments) ? print_json(alarms_json(flow_rows()))
+                                       : print_text(report_text(atc_api_get_alarm_info));
+}
+
+Status show_hw_deny(Session &session, const Arguments &arguments) {
+    if (as_json(session, arguments)) {
+        return print_json(hw_deny_json());
+    }
+    print_hw_deny(stdout);
+    return Status::kDone;
+}
+
+Status show_chip(Session &session, const Arguments &arguments) {
+    if (as_json(session, arguments)) {
+        return print_json(chip_rules_json());
+    }
+    print_chip_rules(stdout);
+    return Status::kDone;
+}
+
+Status show_filters(Session &session, const Arguments &arguments) {
+    return as_json(session, arguments) ? print_json(filters_json()) : print_text(printed_text(atc_filter_show));
+}
+
+Status show_limits(Session &session, const Arguments &arguments) {
+    const uint32_t only = arguments.number_or("protocol", 0);
+    if (as_json(session, arguments)) {
+        const Json all = limits_json();
+        return print_json(only == 0 ? all : all.at(only - 1));
+    }
+    return print_text(limits_text(only));
+}
+
+Status show_settings(Session &session, const Arguments &arguments) {
+    return as_json(session, arguments) ? print_json(settings_json()) : print_text(printed_text(atc_config_show));
+}
+
+Status show_trunks(Session &session, const Arguments &arguments) {
+    return as_json(session, arguments) ? print_json(trunks_json()) : print_text(printed_text(atc_trunk_show));
+}
+
+Status show_port_map(Session &session, const Arguments &arguments) {
+    const auto highest = static_cast<int32_t>(arguments.number("highest"));
+    return as_json(session, arguments) ? print_json(port_map_json(highest))
+                                       : print_text(printed_text([highest] { atc_log_port_show(highest); }));
+}
+
+Status show_names(Session &session, const Arguments &arguments) {
+    Json json = Json::array();
+    TextTable table({{"id", TextTable::Align::kRight}, {"protocol", TextTable::Align::kLeft}});
+    for (uint32_t id = 1; id <= ATC_PROTOCOL_COUNT; id++) {
+        json.push_back({{"id", id}, {"protocol", protocol_name(id)}});
+        table.add({std::to_string(id), protocol_name(id)});
+    }
+    if (as_json(session, arguments)) {
+        return print_json(json);
+    }
+    table.print(stdout);
+    return Status::kDone;
+}
+
+// Automatic captures by what they hold of, the manual one first.
+Status show_captures(Session &session, const Arguments &arguments) {
+    const bool manual = atc_api_get_cap_is_exist() == 1;
+    const std::vector<HeldCapture> held = held_captures();
+    if (as_json(session, arguments)) {
+        Json json = {{"manual", manual}, {"automatic", Json::array()}};
+        for (const HeldCapture &capture : held) {
+            json["automatic"].push_back({{"file", capture.name}, {"bytes", capture.bytes}});
+        }
+        return print_json(json);
+    }
+    std::printf("manual capture: %s\n", manual ? "held" : "none");
+    TextTable table({{"automatic capture", TextTable::Align::kLeft}, {"bytes", TextTable::Align::kRight}});
+    for (const HeldCapture &capture : held) {
+        table.add({capture.name, std::to_string(capture.bytes)});
+    }
+    table.print(stdout);
+    return Status::kDone;
+}
+
+Status show_verdicts(Session &session, const Arguments &arguments) {
+    if (as_json(session, arguments)) {
+        return print_json(ports_json(session.replay));
+    }
+    print_verdicts(stdout, session.replay);
+    return Status::kDone;
+}
+
+Status show_clock(Session &session, const Arguments &arguments) {
+    const double since_start = static_cast<double>(session.replay.now_ns() - session.replay.start_ns()) /
+                               static_cast<double>(card::kNanosecondsPerSecond);
+    const std::string now = card::time_text(session.replay.now_ns());
+    if (as_json(session, arguments)) {
+        return print_json(
+            {{"time", now}, {"seconds_since_start", since_start}, {"packets_replayed", session.replay.packets()}});
+    }
+    std::printf("%s UTC, %.3f s since the first packet, %llu packets replayed%s\n", now.c_str(), since_start,
+                static_cast<unsigned long long>(session.replay.packets()),
+                session.replay.at_end() ? ", none left" : "");
+    return Status::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> show_rows() {
+    return {
+        {"show protocols [<direction>]", "Table of protocols, received ones unless told otherwise", show_protocols},
+        {"show ports", "Table of ports", show_ports},
+        {"show vlans", "Table of VLANs", show_vlans},
+        {"show flows", "Table of flows (port, VLAN, protocol) and their sources", show_flows},
+        {"show alarms", "Flows and sources over their fast limit", show_alarms},
+        {"show hw-deny", "Automatic rules in the switching chip, newest first", show_hw_deny},
+        {"show chip", "Every rule in the switching chip and what it matched", show_chip},
+        {"show filters", "The operator's filters, in software and in the chip", show_filters},
+        {"show limits [<protocol>]", "Limits and reactions of the protocols", show_limits},
+        {"show settings", "Settings that are no protocol's", show_settings},
+        {"show trunks", "Trunks and their members", show_trunks},
+        {"show port-map <highest:port-index>", "Slot and port of the logical ports up to this one", show_port_map},
+        {"show names", "Ids and names of the protocols", show_names},
+        {"show captures", "Captures that the module holds", show_captures},
+        {"show verdicts", "What became of the received packets, by port", show_verdicts},
+        {"show clock", "The replay's time", show_clock},
+    };
+}
+
+}  // namespace host::console

@@ -1,0 +1,174 @@
+#include "console/console.h"
+
+#include <readline/history.h>
+#include <readline/readline.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+
+#include "clock/clock.h"
+
+namespace host::console {
+
+namespace {
+
+constexpr const char *kPrompt = "anti-cpu> ";
+
+// readline's callbacks have no argument: the console that reads now.
+const Console *g_reading = nullptr;
+
+// readline asks for one candidate after the other.
+char *next_completion(const char *beginning, int state) {
+    static std::vector<std::string> candidates;
+    static size_t next;
+    if (state == 0) {
+        std::vector<std::string> words;
+        const std::string before(rl_line_buffer, static_cast<size_t>(rl_point) - std::strlen(beginning));
+        candidates.clear();
+        next = 0;
+        if (split_line(before, words)) {
+            candidates = g_reading->grammar().completions(words, beginning);
+        }
+    }
+    return next < candidates.size() ? strdup(candidates[next++].c_str()) : nullptr;
+}
+
+char **complete(const char *beginning, int, int) {
+    rl_attempted_completion_over = 1;  // never file names in place of key words
+    return rl_completion_matches(beginning, next_completion);
+}
+
+// A line from the terminal, on the system's time; null at its end.
+char *read_terminal_line() {
+    const card::RealTimeScope real_time;
+    return readline(kPrompt);
+}
+
+}  // namespace
+
+Console::Console(Session &session) : session_(session), grammar_(commands()) {}
+
+Status Console::run_line(const std::string &line) {
+    std::string error;
+    const Status status = run(line, error);
+    if (status == Status::kWrong) {
+        std::printf("wrong: %s\n", error.c_str());
+    }
+    std::fflush(stdout);
+    return status;
+}
+
+Status Console::run_setting(const std::string &line, const std::string &where) {
+    std::string error;
+    const Status status = run(line, error);
+    std::fflush(stdout);
+    if (status == Status::kWrong) {
+        std::fprintf(stderr, "anti-cpu: %s: %s\n", where.c_str(), error.c_str());
+    } else if (status == Status::kFailed) {
+        std::fprintf(stderr, "anti-cpu: %s: '%s' failed\n", where.c_str(), line.c_str());
+    }
+    return status;
+}
+
+Status Console::run_script(const std::string &path) {
+    return run_file(path, [this](const std::string &line, const std::string &where) {
+        const bool may_fail = line.starts_with('-');
+        if (!line.empty()) {
+            std::printf("> %s\n", line.c_str());
+        }
+        const Status status = run_line(may_fail ? line.substr(1) : line);
+        if (may_fail && status != Status::kQuit) {
+            return Status::kDone;
+        }
+        if (status == Status::kWrong || status == Status::kFailed) {
+            std::fprintf(stderr, "anti-cpu: %s: the script stops here\n", where.c_str());
+        }
+        return status;
+    });
+}
+
+Status Console::run_settings(const std::string &path) {
+    return run_file(path,
+                    [this](const std::string &line, const std::string &where) { return run_setting(line, where); });
+}
+
+Status Console::run_terminal() {
+    g_reading = this;
+    rl_attempted_completion_function = complete;
+    rl_readline_name = "anti-cpu";
+    for (;;) {
+        const std::unique_ptr<char, decltype(&std::free)> line(read_terminal_line(), std::free);
+        if (!line) {
+            std::printf("\n");
+            return Status::kQuit;
+        }
+        if (*line != '\0') {
+            add_history(line.get());
+        }
+        if (run_line(line.get()) == Status::kQuit) {
+            return Status::kQuit;
+        }
+    }
+}
+
+Status Console::run(const std::string &line, std::string &error) {
+    std::vector<std::string> words;
+    if (!split_line(line, words)) {
+        error = "a quote is not closed";
+        return Status::kWrong;
+    }
+    if (words.empty()) {
+        return Status::kDone;
+    }
+    if (words.back().ends_with('?')) {
+        const std::string beginning = words.back().substr(0, words.back().size() - 1);
+        words.pop_back();
+        print_expected(words, beginning);
+        return Status::kDone;
+    }
+    const Parsed parsed = grammar_.parse(words);
+    if (parsed.command == nullptr) {
+        error = parsed.error;
+        return Status::kWrong;
+    }
+    return parsed.command->handler(session_, parsed.arguments);
+}
+
+template <typename RunLine>
+Status Console::run_file(const std::string &path, RunLine run_line) {
+    std::ifstream file(path);
+    if (!file) {
+        std::fprintf(stderr, "anti-cpu: %s: cannot be read: %s\n", path.c_str(), std::strerror(errno));
+        return Status::kFailed;
+    }
+    std::string line;
+    for (uint64_t number = 1; std::getline(file, line); number++) {
+        const Status status = run_line(line, path + ":" + std::to_string(number));
+        if (status != Status::kDone) {
+            return status;
+        }
+    }
+    return Status::kDone;
+}
+
+// Behind a key word that only one row has: that row's help.
+void Console::print_expected(const std::vector<std::string> &words, const std::string &beginning) const {
+    const Follow follow = grammar_.follow(words);
+    if (!follow.error.empty()) {
+        std::printf("wrong: %s\n", follow.error.c_str());
+        return;
+    }
+    for (const Expected &one : follow.expected) {
+        if (!one.is_word || one.text.starts_with(beginning)) {
+            std::printf("  %-16s %s\n", one.text.c_str(), one.help.c_str());
+        }
+    }
+    if (follow.complete) {
+        std::printf("  %-16s the line is complete: %s\n", "<return>", follow.complete->help);
+    }
+}
+
+}  // namespace host::console

@@ -1,0 +1,44 @@
+// console.h: lines of an operator, from a file, from the command line or from a terminal.
+//
+// A file's lines run until one is wrong or fails; a terminal's go on. Lines of a script are echoed behind "> ", so that
+// its output reads as a transcript.
+// Used by: replay_command. Uses: grammar, command, readline. Thread: the driving one.
+#pragma once
+
+#include <string>
+
+#include "console/command.h"
+#include "console/grammar.h"
+
+namespace host::console {
+
+class Console {
+public:
+    explicit Console(Session &session);
+
+    // Runs one line of an operator who sees the output: what is wrong with it is printed there.
+    Status run_line(const std::string &line);
+
+    // Runs one line before the replay. What is wrong goes to standard error, behind 'where' it stands.
+    Status run_setting(const std::string &line, const std::string &where);
+
+    // Every line of a file; kDone, kQuit or what the line that stopped it gave. A file that cannot be read is kFailed.
+    Status run_script(const std::string &path);
+    Status run_settings(const std::string &path);
+
+    // Reads lines from the terminal until "quit" or its end.
+    Status run_terminal();
+
+    const Grammar &grammar() const { return grammar_; }
+
+private:
+    Status run(const std::string &line, std::string &error);
+    template <typename RunLine>
+    Status run_file(const std::string &path, RunLine run_line);
+    void print_expected(const std::vector<std::string> &words, const std::string &beginning) const;
+
+    Session &session_;
+    Grammar grammar_;
+};
+
+}  // namespace host::console

@@ -1,0 +1,387 @@
+#include "console/grammar.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <set>
+
+namespace host::console {
+
+namespace {
+
+// Levenshtein distance.
+size_t distance(const std::string &a, const std::string &b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); j++) {
+        row[j] = j;
+    }
+    for (size_t i = 1; i <= a.size(); i++) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); j++) {
+            const size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+            diagonal = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
+        }
+    }
+    return row[b.size()];
+}
+
+// The known word that was probably meant; empty when none is near.
+std::string nearest(const std::string &word, const std::vector<std::string> &known) {
+    std::string best;
+    size_t best_distance = word.size() / 3 + 2;
+    for (const std::string &candidate : known) {
+        const size_t d = distance(word, candidate);
+        if (d < best_distance) {
+            best_distance = d;
+            best = candidate;
+        }
+    }
+    return best;
+}
+
+std::string joined(const std::vector<std::string> &parts) {
+    std::string text;
+    for (size_t i = 0; i < parts.size(); i++) {
+        text += (i == 0 ? "" : i + 1 == parts.size() ? " or " : ", ") + parts[i];
+    }
+    return text;
+}
+
+void add_once(std::vector<std::string> &parts, const std::string &part) {
+    if (std::ranges::find(parts, part) == parts.end()) {
+        parts.push_back(part);
+    }
+}
+
+}  // namespace
+
+bool split_line(const std::string &line, std::vector<std::string> &words) {
+    size_t i = 0;
+    while (i < line.size()) {
+        if (std::isspace(static_cast<unsigned char>(line[i])) != 0) {
+            i++;
+            continue;
+        }
+        if (line[i] == '#') {
+            break;
+        }
+        std::string word;
+        while (i < line.size() && std::isspace(static_cast<unsigned char>(line[i])) == 0) {
+            if (line[i] != '"') {
+                word += line[i++];
+                continue;
+            }
+            const size_t end = line.find('"', i + 1);
+            if (end == std::string::npos) {
+                return false;
+            }
+            word += line.substr(i + 1, end - i - 1);
+            i = end + 1;
+        }
+        words.push_back(word);
+    }
+    return true;
+}
+
+// Reads one pattern into the plain sequences that it stands for.
+class Grammar::PatternReader {
+public:
+    explicit PatternReader(const std::string &pattern) {
+        std::string part;
+        bool in_argument = false;
+        for (const char c : pattern + " ") {
+            in_argument = c == '<' || (in_argument && c != '>');
+            const bool bracket = !in_argument && std::string("[]()|").find(c) != std::string::npos;
+            if (c == ' ' || bracket) {
+                if (!part.empty()) {
+                    parts_.push_back(part);
+                    part.clear();
+                }
+                if (bracket) {
+                    parts_.emplace_back(1, c);
+                }
+            } else {
+                part += c;
+            }
+        }
+    }
+
+    std::vector<Sequence> read() {
+        std::vector<Sequence> sequences = read_choice();
+        if (next_ != parts_.size()) {
+            std::abort();  // the table's own mistake, seen at the first start
+        }
+        return sequences;
+    }
+
+private:
+    std::vector<Sequence> read_choice() {
+        std::vector<Sequence> all = read_sequence();
+        while (next_ < parts_.size() && parts_[next_] == "|") {
+            next_++;
+            const std::vector<Sequence> more = read_sequence();
+            all.insert(all.end(), more.begin(), more.end());
+        }
+        return all;
+    }
+
+    std::vector<Sequence> read_sequence() {
+        std::vector<Sequence> sequences{{}};
+        while (next_ < parts_.size() && parts_[next_] != "]" && parts_[next_] != ")" && parts_[next_] != "|") {
+            const std::string part = parts_[next_++];
+            std::vector<Sequence> tails;
+            if (part == "[" || part == "(") {
+                tails = read_choice();
+                next_++;  // the closing bracket
+                if (part == "[") {
+                    tails.emplace_back();
+                }
+            } else {
+                tails = {{element(part)}};
+            }
+            std::vector<Sequence> longer;
+            for (const Sequence &head : sequences) {
+                for (const Sequence &tail : tails) {
+                    longer.push_back(head);
+                    longer.back().insert(longer.back().end(), tail.begin(), tail.end());
+                }
+            }
+            sequences = std::move(longer);
+        }
+        return sequences;
+    }
+
+    static Element element(const std::string &part) {
+        if (part == "{match}" || part == "{hw-match}") {
+            return {Element::Type::kMatch, part, nullptr, part == "{match}" ? kFieldSoftware : kFieldHardware};
+        }
+        if (part[0] != '<') {
+            return {Element::Type::kWord, part, nullptr, 0};
+        }
+        const std::string inner = part.substr(1, part.size() - 2);
+        const size_t colon = inner.find(':');
+        const Kind *kind = find_kind(colon == std::string::npos ? inner : inner.substr(colon + 1));
+        if (kind == nullptr) {
+            std::abort();  // the table's own mistake, seen at the first start
+        }
+        return {Element::Type::kArgument, inner.substr(0, colon), kind, 0};
+    }
+
+    std::vector<std::string> parts_;
+    size_t next_ = 0;
+};
+
+Grammar::Grammar(const std::vector<Command> &commands) {
+    for (const Command &command : commands) {
+        std::string pattern = command.pattern;
+        if (pattern.starts_with("show ")) {
+            pattern += " [json]";
+        }
+        for (Sequence &sequence : PatternReader(pattern).read()) {
+            variants_.push_back({&command, std::move(sequence)});
+        }
+    }
+}
+
+Parsed Grammar::parse(const std::vector<std::string> &words) const {
+    Parsed parsed;
+    const std::vector<State> states = walk(words, parsed.error);
+    if (states.empty()) {
+        return parsed;
+    }
+    const auto complete = std::ranges::find_if(states, is_complete);
+    if (complete != states.end()) {
+        parsed.command = complete->variant->command;
+        parsed.arguments = complete->arguments;
+        return parsed;
+    }
+    std::vector<std::string> descriptions;
+    for (const Edge &edge : edges(states)) {
+        add_once(descriptions, edge.kind != nullptr ? edge.kind->description : "\"" + edge.word + "\"");
+    }
+    parsed.error = "the line is not complete: expected " + joined(descriptions);
+    return parsed;
+}
+
+Follow Grammar::follow(const std::vector<std::string> &words) const {
+    Follow follow;
+    const std::vector<State> states = walk(words, follow.error);
+    const auto complete = std::ranges::find_if(states, is_complete);
+    follow.complete = complete != states.end() ? complete->variant->command : nullptr;
+    std::map<std::string, std::set<const Command *>> rows;
+    for (const Edge &edge : edges(states)) {
+        const State &state = states[edge.state];
+        Expected one{edge.word, edge.kind == nullptr, edge.kind, state.variant->command->help};
+        if (edge.kind != nullptr) {
+            const bool of_field = edge.field != nullptr;
+            one.text =
+                std::string("<") + (of_field ? edge.field->word : state.variant->elements[state.position].text) + ">";
+            one.help = edge.kind->description;
+        } else if (edge.field != nullptr) {
+            one.help = edge.field->help;
+        }
+        rows[one.text].insert(state.variant->command);
+        const auto same = [&one](const Expected &other) { return other.text == one.text; };
+        if (std::ranges::none_of(follow.expected, same)) {
+            follow.expected.push_back(std::move(one));
+        }
+    }
+    for (Expected &one : follow.expected) {
+        if (one.is_word && rows[one.text].size() > 1) {
+            one.help = "...";
+        }
+    }
+    return follow;
+}
+
+std::vector<std::string> Grammar::completions(const std::vector<std::string> &words,
+                                              const std::string &beginning) const {
+    std::vector<std::string> found;
+    for (const Expected &one : follow(words).expected) {
+        std::vector<std::string> candidates;
+        if (one.is_word) {
+            candidates.push_back(one.text);
+        } else if (one.kind->choices != nullptr) {
+            candidates = one.kind->choices();
+        }
+        for (const std::string &candidate : candidates) {
+            if (candidate.starts_with(beginning)) {
+                add_once(found, candidate);
+            }
+        }
+    }
+    return found;
+}
+
+std::vector<Grammar::State> Grammar::begin() const {
+    std::vector<State> states;
+    for (const Variant &variant : variants_) {
+        states.push_back({&variant, 0, nullptr, {}});
+    }
+    return states;
+}
+
+std::vector<Grammar::Edge> Grammar::edges(const std::vector<State> &states) const {
+    std::vector<Edge> all;
+    for (size_t i = 0; i < states.size(); i++) {
+        const State &state = states[i];
+        if (state.field != nullptr) {
+            all.push_back({i, "", find_kind(state.field->kind), state.field});
+            continue;
+        }
+        if (state.position == state.variant->elements.size()) {
+            continue;
+        }
+        const Element &element = state.variant->elements[state.position];
+        if (element.type == Element::Type::kMatch) {
+            for (const MatchField &field : match_fields()) {
+                if ((field.uses & element.uses) != 0) {
+                    all.push_back({i, field.word, nullptr, &field});
+                }
+            }
+        } else {
+            all.push_back(
+                {i, element.type == Element::Type::kWord ? element.text : std::string(), element.kind, nullptr});
+        }
+    }
+    return all;
+}
+
+// A whole key word goes before a shortened one, a key word before an argument.
+std::vector<Grammar::State> Grammar::step(const std::vector<State> &states, const std::string &word,
+                                          std::string &error) const {
+    const std::vector<Edge> all = edges(states);
+    std::set<std::string> meant;
+    for (const Edge &edge : all) {
+        if (edge.kind == nullptr && edge.word.starts_with(word)) {
+            meant.insert(edge.word);
+        }
+    }
+    if (meant.contains(word)) {
+        meant = {word};
+    }
+    if (word.empty()) {
+        meant.clear();
+    }
+    if (meant.size() > 1) {
+        error = " is ambiguous: " + joined({meant.begin(), meant.end()});
+        return {};
+    }
+    std::vector<State> followers;
+    std::vector<std::string> descriptions;
+    std::vector<std::string> known;
+    bool refused = false;
+    for (const Edge &edge : all) {
+        State state = states[edge.state];
+        if (meant.empty() && edge.kind != nullptr && edge.kind->read(word)) {
+            refused = !take_argument(state, edge, word);
+        } else if (edge.kind == nullptr && meant.contains(edge.word)) {
+            refused = !take_word(state, edge);
+        } else {
+            add_once(descriptions, edge.kind != nullptr ? edge.kind->description : "\"" + edge.word + "\"");
+            if (edge.kind == nullptr) {
+                add_once(known, edge.word);
+            } else if (edge.kind->choices != nullptr) {
+                std::ranges::for_each(edge.kind->choices(), [&known](const auto &choice) { add_once(known, choice); });
+            }
+            continue;
+        }
+        if (!refused) {
+            followers.push_back(std::move(state));
+        }
+    }
+    if (followers.empty()) {
+        const std::string near = nearest(word, known);
+        if (refused) {
+            error = ": this field is there already, or is zero, which stands for any";
+        } else {
+            error = ": " + (descriptions.empty() ? "nothing may follow here" : "expected " + joined(descriptions));
+            error += near.empty() ? "" : "; did you mean \"" + near + "\"?";
+        }
+    }
+    return followers;
+}
+
+std::vector<Grammar::State> Grammar::walk(const std::vector<std::string> &words, std::string &error) const {
+    std::vector<State> states = begin();
+    for (size_t i = 0; i < words.size() && !states.empty(); i++) {
+        std::string reason;
+        states = step(states, words[i], reason);
+        if (states.empty()) {
+            error = "word " + std::to_string(i + 1) + " \"" + words[i] + "\"" + reason;
+        }
+    }
+    return states;
+}
+
+bool Grammar::take_word(State &state, const Edge &edge) {
+    if (edge.field != nullptr) {
+        state.field = edge.field;
+    } else {
+        state.arguments.words_.push_back(edge.word);
+        state.position++;
+    }
+    return true;
+}
+
+bool Grammar::take_argument(State &state, const Edge &edge, const std::string &word) {
+    const Value value = *edge.kind->read(word);
+    if (edge.field != nullptr) {
+        state.field = nullptr;
+        return edge.field->store(state.arguments.rule_, value);
+    }
+    state.arguments.values_[state.variant->elements[state.position].text] = value;
+    state.position++;
+    return true;
+}
+
+bool Grammar::is_complete(const State &state) {
+    const Sequence &elements = state.variant->elements;
+    return state.field == nullptr &&
+           (state.position == elements.size() ||
+            (state.position + 1 == elements.size() && elements[state.position].type == Element::Type::kMatch));
+}
+
+}  // namespace host::console

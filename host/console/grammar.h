@@ -1,0 +1,95 @@
+// grammar.h: console lines read by the command table.
+//
+// A pattern with optional parts and choices stands for several plain sequences; a line is followed through all
+// sequences of all rows at once, word by word. So whatever the table knows (what may come next, what a wrong word was
+// near to) is known at every point of a line. Used by: console (execution, completion), help. Uses: command, kinds,
+// match_fields. No state but the table's.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "console/command.h"
+#include "console/match_fields.h"
+
+namespace host::console {
+
+// Words of a line: separated by blanks, "quoted" ones with blanks in them, up to a '#' that begins a word. False when a
+// quote is not closed.
+bool split_line(const std::string &line, std::vector<std::string> &words);
+
+struct Parsed {
+    const Command *command = nullptr;  // null: the line is wrong
+    Arguments arguments;
+    std::string error;  // 'word 3 "arpp": expected a protocol (...); did you mean "arp"?'
+};
+
+// Something that may stand at a point of a line.
+struct Expected {
+    std::string text;  // key word, or "<kind>"
+    bool is_word;
+    const Kind *kind;  // of an argument
+    std::string help;
+};
+
+// What may follow some words.
+struct Follow {
+    std::vector<Expected> expected;     // in the table's order
+    const Command *complete = nullptr;  // the row that the words already are
+    std::string error;                  // of words that are wrong
+};
+
+class Grammar {
+public:
+    explicit Grammar(const std::vector<Command> &commands);
+
+    Parsed parse(const std::vector<std::string> &words) const;
+
+    Follow follow(const std::vector<std::string> &words) const;
+    // Words that complete 'beginning' behind 'words'.
+    std::vector<std::string> completions(const std::vector<std::string> &words, const std::string &beginning) const;
+
+private:
+    struct Element {
+        enum class Type {
+            kWord,
+            kArgument,
+            kMatch
+        };
+        Type type;
+        std::string text;            // key word, or name of the argument
+        const Kind *kind = nullptr;  // of an argument
+        uint32_t uses = 0;           // of a match
+    };
+    using Sequence = std::vector<Element>;
+    struct Variant {
+        const Command *command;
+        Sequence elements;
+    };
+    struct State {
+        const Variant *variant;
+        size_t position;          // in the variant's elements
+        const MatchField *field;  // whose value is due, or null
+        Arguments arguments;
+    };
+    struct Edge {
+        size_t state;
+        std::string word;         // of a key word, else empty
+        const Kind *kind;         // of an argument, else null
+        const MatchField *field;  // a field's key word or value, else null
+    };
+    class PatternReader;
+
+    std::vector<State> begin() const;
+    std::vector<Edge> edges(const std::vector<State> &states) const;
+    // Empty with 'error' set when the word fits nowhere.
+    std::vector<State> step(const std::vector<State> &states, const std::string &word, std::string &error) const;
+    std::vector<State> walk(const std::vector<std::string> &words, std::string &error) const;
+    static bool take_word(State &state, const Edge &edge);
+    static bool take_argument(State &state, const Edge &edge, const std::string &word);
+    static bool is_complete(const State &state);
+
+    std::vector<Variant> variants_;
+};
+
+}  // namespace host::console

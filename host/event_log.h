@@ -1,0 +1,59 @@
+// event_log.h: what the module logs, as the host shows it: on the terminal, in a file, as data.
+//
+// The card calls it with the module's mutex held, from the packet's or the monitor task's thread, one call at a time:
+// it prints and remembers, nothing else. Everything that the host prints goes through stdio, as the module's own dumps
+// and traces do, so that lines stay in order. Used by: replay (alarm stop), main, report (events as data). Uses:
+// services.h.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "services/services.h"
+
+namespace host {
+
+struct Event {
+    int64_t realtime_ns;
+    uint32_t level;
+    std::string text;
+};
+
+class EventLog {
+public:
+    enum class Keep {
+        kNothing,
+        kEvents
+    };
+
+    // Takes the card's log. Lines go to 'terminal' and 'file', each unless null; neither is closed here.
+    EventLog(std::FILE *terminal, std::FILE *file, Keep keep);
+    ~EventLog();
+    EventLog(const EventLog &) = delete;
+    EventLog &operator=(const EventLog &) = delete;
+
+    // Alarms raised so far (not the restorations).
+    uint64_t alarms() const { return alarms_.load(std::memory_order_relaxed); }
+
+    // Messages about automatic captures that have filled their buffers, since the last call.
+    bool has_full_captures() const { return has_full_.load(std::memory_order_relaxed); }
+    std::vector<std::string> take_full_captures();
+
+    const std::vector<Event> &events() const { return events_; }
+
+private:
+    void take(const card::LogMessage &message);
+
+    std::FILE *terminal_;
+    std::FILE *file_;
+    Keep keep_;
+    std::atomic<uint64_t> alarms_ = 0;
+    std::vector<Event> events_;
+    std::atomic<bool> has_full_ = false;
+    std::vector<std::string> full_;
+};
+
+}  // namespace host

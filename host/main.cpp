@@ -1,0 +1,84 @@
+// main.cpp: the command line of anti-cpu.
+//
+// Reads the options and hands over to the command they name. The module has no end of its own: when the process ends, its
+// threads stand still, since nobody moves the replay's time.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+#include "console/help.h"
+#include "console/kinds.h"
+#include "options.h"
+#include "replay_command.h"
+
+namespace {
+
+using namespace host;
+
+void add_replay(CLI::App &app, ReplayOptions &options) {
+    CLI::App *replay = app.add_subcommand("replay", "Show captured packets to the module and report what it finds");
+    replay
+        ->add_option("FILE", options.files, "Captures (pcap or pcapng, Ethernet); replayed in the order of their times")
+        ->required();
+    replay
+        ->add_option("--port", options.ports,
+                     "Port of the packets [1]; given again: of the next file. Further interfaces of a pcapng file are "
+                     "the ports behind it")
+        ->allow_extra_args(false);
+    replay->add_option("--vlan", options.vlan, "VLAN of frames without a tag [1]")->check(CLI::Range(0, 4095));
+    replay->add_option("--own-mac", options.own_mac, "The device's own MAC address: frames from it are sent packets")
+        ->check([](const std::string &text) {
+            return parse_mac(text) ? std::string() : "'" + text + "' is no MAC address (00:11:22:33:44:55)";
+        });
+    replay->add_option("--fast-period", options.fast_period_s, "Length of the fast period in seconds [300]")
+        ->check(CLI::Range(1U, UINT32_MAX));
+    replay->add_option("--long-period", options.long_period_s, "Length of the long period in seconds [3600]")
+        ->check(CLI::Range(1U, UINT32_MAX));
+    replay->add_option("--drain", options.drain_s,
+                       "Seconds that time runs on behind the last packet [to the end of the fast period]");
+    replay->add_option("--chip-rules", options.chip_rules, "Rules that the switching chip has room for [1024]");
+    replay->add_option("--captures", options.captures_folder, "Folder that automatic captures are written into");
+    replay->add_option("--captures-quota", options.captures_quota_mb, "Megabytes that the folder may hold [100]");
+    replay->add_option("--log", options.log_file, "File that every message is written to");
+    replay->add_option("--config", options.config_file, "File of operator's lines, run before the first packet");
+    replay->add_option("-x,--line", options.lines, "One such line, in quotes; may be given again")
+        ->allow_extra_args(false);
+    replay->add_option("--script", options.script_file,
+                       "File of operator's lines that lead the replay (\"run 60\", \"run until alarm\"); what it "
+                       "prints is the output");
+    replay
+        ->add_option("--until", options.until,
+                     "Time (seconds, 03:47:00 or 2021-09-02T03:47:00) up to which packets are replayed first; the "
+                     "operator gets the terminal there; may be given again")
+        ->allow_extra_args(false)
+        ->check([](const std::string &text) {
+            return console::read_time(text, 0) ? std::string() : "'" + text + "' is no time";
+        });
+    replay->add_flag("--interactive", options.interactive,
+                     "Hand the terminal to the operator at every --until and at the end");
+    replay->add_flag("--quiet", options.quiet, "Print the summary only");
+    replay->add_flag("--json", options.json, "Print one JSON object in place of messages and tables");
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    CLI::App app("anti-cpu: protection of a line card's CPU");
+    app.require_subcommand(1);
+    ReplayOptions options;
+    std::string verb;
+    add_replay(app, options);
+    const CLI::App *reference = app.add_subcommand("reference", "Print the page on the operator's lines (Markdown)");
+    CLI::App *help = app.add_subcommand("help", "List the operator's lines");
+    help->add_option("VERB", verb, "Only those that begin so");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? kExitGood : kExitUsage;
+    }
+    if (reference->parsed() || help->parsed()) {
+        const std::string text = help->parsed() ? console::help_text(verb) : console::reference_page();
+        std::fputs(text.c_str(), stdout);
+        return text.empty() ? kExitUsage : kExitGood;
+    }
+    return replay_command(options);
+}

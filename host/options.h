@@ -1,0 +1,41 @@
+// options.h: what the command line asks for.
+//
+// Used by: main (fills it), replay_command. Units in the names.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "addresses.h"
+
+namespace host {
+
+struct ReplayOptions {
+    std::vector<std::string> files;
+    std::vector<uint32_t> ports{1};  // of the files, one each; the last one also of all further files
+    uint32_t vlan = 1;
+    std::string own_mac;  // empty = none
+    std::optional<uint32_t> fast_period_s;
+    std::optional<uint32_t> long_period_s;
+    std::optional<uint32_t> drain_s;  // not set: to the end of the running fast period
+    std::string log_file;
+    std::string config_file;
+    std::vector<std::string> lines;  // operator lines, after those of the file
+    std::string captures_folder;
+    uint64_t captures_quota_mb = 100;
+    std::optional<uint32_t> chip_rules;
+    std::vector<std::string> until;  // times at which the operator gets the terminal
+    std::string script_file;
+    bool interactive = false;
+    bool quiet = false;
+    bool json = false;
+};
+
+// Exit statuses.
+constexpr int kExitGood = 0;
+constexpr int kExitRefused = 1;  // something was refused, cut or failed
+constexpr int kExitUsage = 2;    // a wrong command line, settings line or script line
+
+}  // namespace host

@@ -1,0 +1,167 @@
+#include "replay.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "anti_cpu/anti_cpu.h"
+#include "chip/chip.h"
+#include "clock/clock.h"
+#include "services/services.h"
+
+namespace host {
+
+namespace {
+
+constexpr uint64_t kPacketsPerProgress = 1 << 16;
+
+}  // namespace
+
+Replay::Replay(CaptureSet &captures, EventLog &events, const ReplaySettings &settings)
+    : captures_(captures), events_(events), settings_(settings) {}
+
+Replay::~Replay() {
+    card::Clock::instance().set_driver_sleep(nullptr);
+}
+
+void Replay::start() {
+    pending_ = captures_.next(next_);
+    start_ns_ = pending_ ? next_.time_ns : 0;
+    last_packet_ns_ = start_ns_;
+    period_start_ns_ = start_ns_;
+    card::Clock &clock = card::Clock::instance();
+    clock.simulate(start_ns_);
+    clock.set_driver_sleep([this](int64_t length_ns) { run_for(length_ns); });
+    // A device without an address of its own: no frame comes from the broadcast address.
+    card::set_device_mac(settings_.own_mac.value_or(MacAddress{0xff, 0xff, 0xff, 0xff, 0xff, 0xff}));
+    atc_init();
+}
+
+void Replay::run_until(int64_t realtime_ns) {
+    feed(realtime_ns, false);
+    card::Clock::instance().run_until(realtime_ns);
+}
+
+void Replay::run_for(int64_t length_ns) {
+    run_until(now_ns() + length_ns);
+}
+
+bool Replay::run_until_alarm() {
+    const uint64_t before = events_.alarms();
+    feed(INT64_MAX, true);
+    if (events_.alarms() == before) {
+        // The last packets may have raised one that the end of their period only shows.
+        run_for(fast_period_rest_ns());
+    }
+    return events_.alarms() != before;
+}
+
+void Replay::run_to_end() {
+    feed(INT64_MAX, false);
+}
+
+int64_t Replay::fast_period_rest_ns() const {
+    const int64_t period_ns = period_s_ * card::kNanosecondsPerSecond;
+    const int64_t into_ns = (now_ns() - period_start_ns_) % period_ns;
+    return period_ns - into_ns + card::kNanosecondsPerSecond;
+}
+
+void Replay::fast_period_set(uint32_t seconds) {
+    period_s_ = seconds;
+    period_start_ns_ = now_ns();
+}
+
+bool Replay::trunk_change(uint32_t trunk, uint32_t member, bool joins) {
+    if (joins) {
+        trunk_of_[member] = trunk;
+    } else if (const auto found = trunk_of_.find(member); found != trunk_of_.end() && found->second == trunk) {
+        trunk_of_.erase(found);
+    }
+    last_counts_ = nullptr;
+    return card::trunk_change(trunk, member, joins);
+}
+
+int64_t Replay::now_ns() const {
+    return card::Clock::instance().realtime_ns();
+}
+
+PortCounts Replay::received() const {
+    PortCounts sum;
+    for (const auto &[port, counts] : ports_) {
+        sum.offered += counts.offered;
+        sum.stopped += counts.stopped;
+        sum.dropped += counts.dropped;
+        sum.passed += counts.passed;
+    }
+    return sum;
+}
+
+void Replay::feed(int64_t end_ns, bool stop_at_alarm) {
+    card::Clock &clock = card::Clock::instance();
+    const uint64_t alarms = events_.alarms();
+    while (pending_ && next_.time_ns < end_ns) {
+        if (stop_at_alarm) {
+            // In steps of the module's own: a silence before the next packet shall not be run through.
+            clock.run_until(std::min(next_.time_ns, now_ns() + card::kNanosecondsPerSecond));
+            if (events_.alarms() != alarms) {
+                return;
+            }
+            if (now_ns() < next_.time_ns) {
+                continue;
+            }
+        } else {
+            clock.run_until(next_.time_ns);
+        }
+        deliver(next_);
+        last_packet_ns_ = next_.time_ns;
+        packets_++;
+        if (events_.has_full_captures()) {
+            const std::vector<std::string> full = events_.take_full_captures();
+            if (full_captures_) {
+                full_captures_(full);
+            }
+        }
+        if (packets_ % kPacketsPerProgress == 0 && progress_) {
+            progress_();
+        }
+        pending_ = captures_.next(next_);
+    }
+}
+
+void Replay::deliver(const Packet &packet) {
+    if (is_own(packet)) {
+        deliver_sent(packet);
+        return;
+    }
+    if (last_counts_ == nullptr || last_port_ != packet.port) {
+        look_up(packet.port);
+    }
+    last_counts_->offered++;
+    if (card::Chip::instance().denies(packet.data, packet.len, packet.port, settings_.vlan)) {
+        last_counts_->stopped++;
+    } else if (atc_api_receive_packet(packet.data, packet.len, last_logical_, settings_.vlan) != 0) {
+        last_counts_->dropped++;
+    } else {
+        last_counts_->passed++;
+    }
+}
+
+void Replay::look_up(uint32_t port) {
+    const auto trunk = trunk_of_.find(port);
+    last_port_ = port;
+    last_logical_ = trunk != trunk_of_.end() ? trunk->second : port;
+    last_counts_ = &ports_[port];
+}
+
+// The switching chip only stands in the way of packets that come in.
+void Replay::deliver_sent(const Packet &packet) {
+    sent_++;
+    sent_dropped_ += atc_api_global_send_packet(packet.data, packet.len) != 0 ? 1 : 0;
+}
+
+bool Replay::is_own(const Packet &packet) const {
+    constexpr uint32_t source_offset = 6;
+    return settings_.own_mac && packet.len >= source_offset + settings_.own_mac->size() &&
+           std::memcmp(packet.data + source_offset, settings_.own_mac->data(), settings_.own_mac->size()) == 0;
+}
+
+}  // namespace host

@@ -1,0 +1,109 @@
+// replay.h: captured packets through the card and the module, on the captures' own time.
+//
+// The replay owns simulated time: before a packet is shown to the switching chip, and then to the module, time is moved
+// to the packet's, and whatever the module's monitor task has to do on the way is done. A query of the module that
+// measures for a second replays the packets of that second.
+// Used by: main, the console. Uses: capture_reader, event_log, the card, the module.
+// Thread: one, the driving thread of the clock; it calls with no lock held.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+
+#include "addresses.h"
+#include "capture_reader.h"
+#include "event_log.h"
+
+namespace host {
+
+struct ReplaySettings {
+    uint32_t vlan = 1;                  // of frames without a tag
+    std::optional<MacAddress> own_mac;  // frames from it are sent packets
+};
+
+// What became of the packets of one port. Sent packets have no port.
+struct PortCounts {
+    uint64_t offered = 0;
+    uint64_t stopped = 0;  // in the chip
+    uint64_t dropped = 0;  // by the module's verdict
+    uint64_t passed = 0;
+};
+
+class Replay {
+public:
+    Replay(CaptureSet &captures, EventLog &events, const ReplaySettings &settings);
+    ~Replay();
+    Replay(const Replay &) = delete;
+    Replay &operator=(const Replay &) = delete;
+
+    // Sets simulated time to the first packet's and starts the module. Once.
+    void start();
+
+    // Move time to 'realtime_ns', by 'length_ns', with the packets before that time.
+    void run_until(int64_t realtime_ns);
+    void run_for(int64_t length_ns);
+    // Stops at the time at which an alarm is raised, true; or behind the last packet, false.
+    bool run_until_alarm();
+    // Up to the last packet.
+    void run_to_end();
+
+    // Seconds from 'now' to the end of the fast period that runs then; a second more, in which the task finds it ended.
+    int64_t fast_period_rest_ns() const;
+    // The console tells when it sets the fast period: a new period starts.
+    void fast_period_set(uint32_t seconds);
+
+    // Tells the card of a change. Packets that come in on a member are the trunk's for the module, the member's for the
+    // chip. False when nobody has registered for such changes.
+    bool trunk_change(uint32_t trunk, uint32_t member, bool joins);
+
+    bool at_end() const { return !pending_; }
+    int64_t now_ns() const;
+    int64_t start_ns() const { return start_ns_; }
+    // Time of the last packet handed over.
+    int64_t last_packet_ns() const { return last_packet_ns_; }
+
+    uint64_t packets() const { return packets_; }
+    uint64_t sent() const { return sent_; }
+    uint64_t sent_dropped() const { return sent_dropped_; }
+    const std::map<uint32_t, PortCounts> &ports() const { return ports_; }
+    PortCounts received() const;
+
+    // Called behind the packet that found automatic captures full, with the module's messages about them.
+    void set_full_captures(std::function<void(const std::vector<std::string> &)> full) {
+        full_captures_ = std::move(full);
+    }
+    // Called now and then while packets are replayed.
+    void set_progress(std::function<void()> progress) { progress_ = std::move(progress); }
+
+private:
+    void feed(int64_t end_ns, bool stop_at_alarm);
+    void deliver(const Packet &packet);
+    void look_up(uint32_t port);
+    void deliver_sent(const Packet &packet);
+    bool is_own(const Packet &packet) const;
+
+    CaptureSet &captures_;
+    EventLog &events_;
+    ReplaySettings settings_;
+    Packet next_{};
+    bool pending_ = false;  // next_ holds a packet
+    int64_t start_ns_ = 0;
+    int64_t last_packet_ns_ = 0;
+    int64_t period_start_ns_ = 0;
+    uint32_t period_s_ = 300;
+    uint64_t packets_ = 0;
+    uint64_t sent_ = 0;
+    uint64_t sent_dropped_ = 0;
+    std::map<uint32_t, PortCounts> ports_;
+    std::map<uint32_t, uint32_t> trunk_of_;  // by member
+    uint32_t last_port_ = 0;
+    uint32_t last_logical_ = 0;          // its trunk, or itself
+    PortCounts *last_counts_ = nullptr;  // of last_port_; null = look all three up
+    std::function<void()> progress_;
+    std::function<void(const std::vector<std::string> &)> full_captures_;
+};
+
+}  // namespace host

@@ -1,0 +1,214 @@
+#include "replay_command.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cinttypes>
+#include <cstring>
+#include <memory>
+
+#include "anti_cpu/anti_cpu.h"
+#include "captures_folder.h"
+#include "chip/chip.h"
+#include "clock/clock.h"
+#include "console/console.h"
+#include "event_log.h"
+#include "problems.h"
+#include "replay.h"
+#include "report.h"
+
+namespace host {
+
+namespace {
+
+constexpr uint64_t kBytesPerMegabyte = 1'000'000;
+
+struct FileCloser {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+// The system's clock, whatever time the replay has.
+std::chrono::steady_clock::time_point real_now() {
+    const card::RealTimeScope real_time;
+    return std::chrono::steady_clock::now();
+}
+
+// A line on the terminal that says how far the replay has come.
+class Progress {
+public:
+    Progress(bool wanted, const CaptureSet &captures) : wanted_(wanted), captures_(captures) {}
+    ~Progress() { clear(); }
+
+    void show(uint64_t packets) {
+        const auto now = real_now();
+        if (!wanted_ || now - shown_ < std::chrono::milliseconds(200)) {
+            return;
+        }
+        shown_ = now;
+        visible_ = true;
+        const uint64_t size = captures_.size();
+        std::fprintf(stderr, "\r%3" PRIu64 " %%  %" PRIu64 " packets ",
+                     size == 0 ? 0 : captures_.bytes_read() * 100 / size, packets);
+    }
+
+    void clear() {
+        if (visible_) {
+            std::fputs("\r\033[K", stderr);
+            visible_ = false;
+        }
+    }
+
+private:
+    bool wanted_;
+    bool visible_ = false;
+    const CaptureSet &captures_;
+    std::chrono::steady_clock::time_point shown_{};
+};
+
+bool open_captures(const ReplayOptions &options, CaptureSet &captures, Problems &problems) {
+    for (size_t i = 0; i < options.files.size(); i++) {
+        CaptureFile file;
+        if (file.open(options.files[i], options.ports[std::min(i, options.ports.size() - 1)], problems)) {
+            captures.add(std::move(file));
+        }
+    }
+    return !captures.empty();
+}
+
+void apply_settings(const ReplayOptions &options, Replay &replay) {
+    if (options.fast_period_s) {
+        atc_api_set_fast_period_time(*options.fast_period_s);
+        replay.fast_period_set(*options.fast_period_s);
+    }
+    if (options.long_period_s) {
+        atc_api_set_long_period_time(*options.long_period_s);
+    }
+    if (options.chip_rules) {
+        card::Chip::instance().set_capacity(*options.chip_rules);
+    }
+}
+
+int exit_status(console::Status status) {
+    switch (status) {
+        case console::Status::kWrong:
+            return kExitUsage;
+        case console::Status::kFailed:
+            return kExitRefused;
+        default:
+            return kExitGood;
+    }
+}
+
+// The operator's settings, before the first packet.
+console::Status run_settings(const ReplayOptions &options, console::Console &console) {
+    console::Status status = console::Status::kDone;
+    if (!options.config_file.empty()) {
+        status = console.run_settings(options.config_file);
+    }
+    for (const std::string &line : options.lines) {
+        if (status == console::Status::kDone) {
+            status = console.run_setting(line, "-x '" + line + "'");
+        }
+    }
+    return status;
+}
+
+void run_to_the_end(const ReplayOptions &options, Replay &replay) {
+    replay.run_to_end();
+    replay.run_for(options.drain_s ? *options.drain_s * card::kNanosecondsPerSecond : replay.fast_period_rest_ns());
+}
+
+// The packets, with the operator at the points asked for.
+console::Status run_packets(const ReplayOptions &options, Replay &replay, console::Console &console) {
+    for (const std::string &until : options.until) {
+        replay.run_until(*console::read_time(until, replay.start_ns()));
+        if (options.interactive && console.run_terminal() == console::Status::kQuit) {
+            return console::Status::kQuit;
+        }
+    }
+    if (!options.script_file.empty()) {
+        const console::Status status = console.run_script(options.script_file);
+        if (status != console::Status::kDone || !options.interactive) {
+            return status;
+        }
+    } else {
+        run_to_the_end(options, replay);
+    }
+    return options.interactive ? console.run_terminal() : console::Status::kDone;
+}
+
+void print_results(const ReplayOptions &options, const Summary &summary) {
+    if (options.json) {
+        console::print_json(report_json(summary));
+    } else if (options.quiet) {
+        print_summary(stdout, summary);
+    } else {
+        print_report(stdout, summary);
+    }
+}
+
+}  // namespace
+
+int replay_command(const ReplayOptions &options) {
+    Problems problems;
+    CaptureSet captures;
+    if (!open_captures(options, captures, problems)) {
+        std::fputs("anti-cpu: nothing to replay\n", stderr);
+        return kExitRefused;
+    }
+    CapturesFolder folder;
+    if (!options.captures_folder.empty() &&
+        !folder.open(options.captures_folder, options.captures_quota_mb * kBytesPerMegabyte, problems)) {
+        return kExitRefused;
+    }
+    File log_file;
+    if (!options.log_file.empty()) {
+        log_file.reset(std::fopen(options.log_file.c_str(), "w"));
+        if (!log_file) {
+            std::fprintf(stderr, "anti-cpu: %s: cannot be written: %s\n", options.log_file.c_str(),
+                         std::strerror(errno));
+            return kExitRefused;
+        }
+    }
+    const bool led_by_operator = options.interactive || !options.script_file.empty();
+    EventLog events(options.quiet || options.json ? nullptr : stdout, log_file.get(),
+                    options.json ? EventLog::Keep::kEvents : EventLog::Keep::kNothing);
+    Replay replay(captures, events, {options.vlan, parse_mac(options.own_mac)});
+    Progress progress(isatty(STDERR_FILENO) != 0 && !options.quiet && !led_by_operator, captures);
+    replay.set_progress([&] { progress.show(replay.packets()); });
+
+    if (folder.is_open()) {
+        replay.set_full_captures([&folder](const std::vector<std::string> &messages) {
+            for (const std::string &message : messages) {
+                folder.write_full(message);
+            }
+        });
+    }
+
+    const auto began = real_now();
+    replay.start();
+    apply_settings(options, replay);
+    console::Session session{replay, folder, options.json, false};
+    console::Console console(session);
+    console::Status status = run_settings(options, console);
+    if (status != console::Status::kDone) {
+        return exit_status(status);
+    }
+    session.may_run = true;
+    status = run_packets(options, replay, console);
+    const std::chrono::duration<double> real_time = real_now() - began;
+    progress.clear();
+
+    if (folder.is_open()) {
+        folder.write_all();
+    }
+    if (!led_by_operator) {
+        print_results(options, {captures, replay, events, real_time.count()});
+    }
+    problems.close();
+    return problems.count() == 0 || exit_status(status) != kExitGood ? exit_status(status) : kExitRefused;
+}
+
+}  // namespace host

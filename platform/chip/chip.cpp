@@ -1,0 +1,180 @@
+// chip.cpp: the chip's rules and their counters, shared by packet threads.
+#include "chip/chip.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <shared_mutex>
+#include <utility>
+
+#include "chip/description.h"
+#include "chip/frame_key.h"
+
+namespace card {
+
+namespace {
+
+// A shared mutex whose writer does not wait for ever while packet threads come and go: std::shared_mutex lets new
+// readers pass a waiting writer, and two busy packet threads would then keep every installation out.
+class RuleMutex {
+public:
+    RuleMutex() {
+        pthread_rwlockattr_t attributes;
+        pthread_rwlockattr_init(&attributes);
+        pthread_rwlockattr_setkind_np(&attributes, PTHREAD_RWLOCK_PREFER_WRITER_NONRECURSIVE_NP);
+        pthread_rwlock_init(&lock_, &attributes);
+        pthread_rwlockattr_destroy(&attributes);
+    }
+    ~RuleMutex() { pthread_rwlock_destroy(&lock_); }
+    RuleMutex(const RuleMutex &) = delete;
+    RuleMutex &operator=(const RuleMutex &) = delete;
+
+    void lock() { pthread_rwlock_wrlock(&lock_); }
+    void unlock() { pthread_rwlock_unlock(&lock_); }
+    void lock_shared() { pthread_rwlock_rdlock(&lock_); }
+    void unlock_shared() { pthread_rwlock_unlock(&lock_); }
+
+private:
+    pthread_rwlock_t lock_;
+};
+
+constexpr uint32_t kFirstEntryId = 1;
+constexpr uint32_t kFirstStatId = 100001;  // so that one is not taken for the other
+
+struct Rule {
+    uint32_t entry_id;
+    uint32_t stat_id;
+    Description description;
+    std::atomic<uint64_t> packets{0};
+
+    Rule(uint32_t entry, uint32_t stat, Description what)
+        : entry_id(entry), stat_id(stat), description(std::move(what)) {}
+    bool denies() const { return description.action == Action::kDeny; }
+};
+
+}  // namespace
+
+struct Chip::State {
+    mutable RuleMutex mutex;  // exclusive to change the rules, shared to look at them
+    std::atomic<size_t> rule_count{0};
+    size_t capacity = kDefaultCapacity;
+    uint32_t next_entry_id = kFirstEntryId;
+    uint32_t next_stat_id = kFirstStatId;
+    std::vector<std::unique_ptr<Rule>> rules;  // in order of entry id
+
+    using Place = std::vector<std::unique_ptr<Rule>>::const_iterator;
+    Place place_of(const Description &description) const {
+        return std::find_if(rules.begin(), rules.end(), [&](const std::unique_ptr<Rule> &rule) {
+            return rule->description.identity == description.identity;
+        });
+    }
+};
+
+Chip &Chip::instance() {
+    static Chip chip;
+    return chip;
+}
+
+void Chip::set_capacity(size_t rules) {
+    const std::unique_lock lock(state_->mutex);
+    state_->capacity = rules;
+}
+
+bool Chip::denies(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan) {
+    if (state_->rule_count.load(std::memory_order_acquire) == 0) {
+        return false;
+    }
+    const KeyBits key = frame_key(frame, len, vlan);
+    const std::shared_lock lock(state_->mutex);
+    bool is_counted = false;
+    for (const std::unique_ptr<Rule> &rule : state_->rules) {
+        if (!rule->denies() && is_counted) {
+            continue;
+        }
+        if (rule->description.pattern.matches(key) && rule->description.covers_port(port)) {
+            rule->packets.fetch_add(1, std::memory_order_relaxed);
+            if (rule->denies()) {
+                return true;
+            }
+            is_counted = true;
+        }
+    }
+    return false;
+}
+
+std::vector<ChipRule> Chip::rules() const {
+    const std::shared_lock lock(state_->mutex);
+    std::vector<ChipRule> result;
+    result.reserve(state_->rules.size());
+    for (const std::unique_ptr<Rule> &rule : state_->rules) {
+        result.push_back({rule->entry_id, rule->stat_id, rule->denies(), rule->packets.load(std::memory_order_relaxed),
+                          rule->description.text});
+    }
+    return result;
+}
+
+void Chip::reset() {
+    const std::unique_lock lock(state_->mutex);
+    state_->rule_count.store(0, std::memory_order_release);
+    state_->rules.clear();
+    state_->capacity = kDefaultCapacity;
+    state_->next_entry_id = kFirstEntryId;
+    state_->next_stat_id = kFirstStatId;
+}
+
+int Chip::install(Description description) {
+    const std::unique_lock lock(state_->mutex);
+    if (state_->place_of(description) != state_->rules.end()) {
+        return kDuplicate;
+    }
+    if (state_->rules.size() >= state_->capacity) {
+        return kFull;
+    }
+    state_->rules.push_back(
+        std::make_unique<Rule>(state_->next_entry_id, state_->next_stat_id, std::move(description)));
+    ++state_->next_entry_id;
+    ++state_->next_stat_id;
+    state_->rule_count.store(state_->rules.size(), std::memory_order_release);
+    return 0;
+}
+
+int Chip::remove(const Description &description) {
+    const std::unique_lock lock(state_->mutex);
+    const State::Place place = state_->place_of(description);
+    if (place == state_->rules.end()) {
+        return kUnknown;
+    }
+    state_->rules.erase(place);
+    state_->rule_count.store(state_->rules.size(), std::memory_order_release);
+    return 0;
+}
+
+int Chip::find(const Description &description, uint32_t *entry_id, uint32_t *stat_id) const {
+    const std::shared_lock lock(state_->mutex);
+    const State::Place place = state_->place_of(description);
+    if (place == state_->rules.end()) {
+        return kUnknown;
+    }
+    *entry_id = (*place)->entry_id;
+    *stat_id = (*place)->stat_id;
+    return 0;
+}
+
+int Chip::count(uint32_t stat_id, uint64_t *packets) const {
+    const std::shared_lock lock(state_->mutex);
+    for (const std::unique_ptr<Rule> &rule : state_->rules) {
+        if (rule->stat_id == stat_id) {
+            *packets = rule->packets.load(std::memory_order_relaxed);
+            return 0;
+        }
+    }
+    return kUnknown;
+}
+
+Chip::Chip() : state_(std::make_unique<State>()) {}
+
+Chip::~Chip() = default;
+
+}  // namespace card

@@ -1,0 +1,76 @@
+// chip.h: the switching chip of a card that has none: rules of the driver interface, matched in software.
+//
+// Owns every rule that came in through hw_driver_* and its counter. The process shows it each received frame before the
+// module sees it; a frame that a deny rule matches goes no further. A rule is known by its whole description (match
+// list, operation list and ports; not the kind, which only says what is asked for), so the same bytes remove what they
+// installed. Frames are decoded here, by the standards and not by the module's parser, so that each checks the other.
+// Used by: the host (denies, rules, set_capacity) and, through hw_driver_*, the module. Uses: frame_key, description,
+// and ulogPrintf for the reason of every refusal.
+// Threads: any; packet threads share the rules, an installation or removal excludes them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace card {
+
+struct Description;
+
+// Results of hw_driver_* beside 0.
+enum ChipRefusal : int {
+    kMalformed = -1,  // a buffer that is none
+    kDuplicate = -2,  // this description is installed already
+    kUnknown = -3,    // this description, or this statistics id, is not installed
+    kFull = -4,       // no room
+};
+
+// One installed rule, as it was when it was asked for.
+struct ChipRule {
+    uint32_t entry_id;        // from 1 upwards, given out once
+    uint32_t stat_id;         // given out once; another number than entry_id
+    bool denies;              // true: stops what it matches (operation 100); false: counts only
+    uint64_t packets;         // frames matched since installation
+    std::string description;  // "deny ports 3 vlan 100 eth-type 0x0806", "count(101) ports 3,4 src-ip 10.0.0.0/8"
+};
+
+class Chip {
+public:
+    static constexpr size_t kDefaultCapacity = 1024;  // rules
+
+    // The chip behind hw_driver_*.
+    static Chip &instance();
+
+    // How many rules fit from now on; more that are there already stay. 0 refuses every installation.
+    void set_capacity(size_t rules);
+
+    // True when a deny rule matches the frame of 'len' bytes, which came in on 'port' and was put into 'vlan' there
+    // (its own outermost tag goes first). Counts it at the first deny rule and at the first counting rule that match,
+    // in order of entry id. Without rules: one load. 'frame' may be null with 'len' 0.
+    bool denies(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan);
+
+    // Every rule, in order of entry id.
+    std::vector<ChipRule> rules() const;
+
+    // Forgets all rules and counters, starts ids afresh, and goes back to the default capacity.
+    void reset();
+
+    // What hw_driver_* ask for, with a description that has been checked. They return 0 or a refusal.
+    int install(Description description);
+    int remove(const Description &description);
+    int find(const Description &description, uint32_t *entry_id, uint32_t *stat_id) const;
+    int count(uint32_t stat_id, uint64_t *packets) const;
+
+    Chip();
+    ~Chip();
+    Chip(const Chip &) = delete;
+    Chip &operator=(const Chip &) = delete;
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace card

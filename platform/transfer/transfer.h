@@ -1,0 +1,26 @@
+// transfer.h: how the card's file transfer behaves: time limits, and whom it trusts.
+//
+// The transfer itself is xftp_upload_base of platform.h. Its 'ftp_type' is 0 FTP, 1 TFTP, 2 SFTP, 3 FTPS (FTP that must
+// turn to TLS before the password is sent). Its 'server' is an IPv4 address, a name or an IPv6 address, the latter in
+// brackets when a port follows: "10.0.0.1", "files.example:2121", "2001:db8::1", "[2001:db8::1]:2121". Files arrive in
+// the folder where the server puts the user on logging in.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace card {
+
+struct TransferOptions {
+    uint32_t connect_seconds = 5;  // until the server has accepted the connection, key exchange included
+    uint32_t stall_seconds = 10;   // below one byte a second, or without an answer, for this long
+    uint32_t total_seconds = 60;   // for the whole transfer
+    std::string ca_file;           // certificates that FTPS servers are checked against; empty = the system's
+    std::string known_hosts;       // keys that SFTP servers are checked against; empty = ~/.ssh/known_hosts
+    bool accept_any = false;       // neither certificates nor keys are checked: for labs only
+};
+
+// For the transfers that start from now on. Any thread.
+void set_transfer_options(const TransferOptions &options);
+
+}  // namespace card

@@ -1,0 +1,70 @@
+#!/usr/bin/env python3
+"""Runs one scenario: a replay led by an operator's script, its output held against the expected transcript.
+
+Usage: run_scenario.py ANTI_CPU FOLDER [--update]
+
+A scenario is a folder with
+    traffic.txt    what the capture holds (see traffic.py), or capture.txt: the name of a sample
+    options.txt    options of the replay, one a line (may be missing)
+    script.txt     the operator's lines (missing: a replay without an operator)
+    expected.txt   the transcript: standard output, then standard error, then the exit status
+--update writes expected.txt from what the program prints now.
+"""
+import difflib
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+TESTS = pathlib.Path(__file__).resolve().parent
+SAMPLES = TESTS.parent.parent / "samples"
+
+
+def capture_of(folder, work):
+    named = folder / "capture.txt"
+    if named.exists():
+        return SAMPLES / named.read_text(encoding="utf-8").strip()
+    capture = work / "traffic.pcap"
+    subprocess.run([sys.executable, TESTS / "traffic.py", folder / "traffic.txt", capture], check=True)
+    return capture
+
+
+def transcript(program, folder, work):
+    command = [program, "replay", capture_of(folder, work)]
+    options = folder / "options.txt"
+    if options.exists():
+        command += options.read_text(encoding="utf-8").split()
+    script = folder / "script.txt"
+    if script.exists():
+        command += ["--script", script]
+    # In a folder of its own: what the script saves lies there. A program that hangs is a failure.
+    result = subprocess.run(command, cwd=work, capture_output=True, timeout=300, check=False)
+    text = result.stdout.decode() + result.stderr.decode() + f"status {result.returncode}\n"
+    text = re.sub(r"(?m)^real time .*$", "real time (not compared)", text)
+    text = text.replace("\r\n", "\n")  # traces
+    return text.replace(str(work) + "/", "").replace(str(folder) + "/", "").replace(str(SAMPLES) + "/", "")
+
+
+def main():
+    program = pathlib.Path(sys.argv[1]).resolve()
+    folder = pathlib.Path(sys.argv[2]).resolve()
+    expected_file = folder / "expected.txt"
+    with tempfile.TemporaryDirectory() as work:
+        found = transcript(program, folder, pathlib.Path(work))
+    if "--update" in sys.argv:
+        expected_file.write_text(found, encoding="utf-8")
+        return 0
+    expected = expected_file.read_text(encoding="utf-8")
+    if found == expected:
+        return 0
+    sys.stdout.writelines(
+        difflib.unified_diff(
+            expected.splitlines(keepends=True), found.splitlines(keepends=True), "expected.txt", "what was printed"
+        )
+    )
+    return 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,103 @@
+#!/usr/bin/env python3
+"""Makes a capture out of a description of traffic.
+
+Usage: traffic.py DESCRIPTION CAPTURE
+
+Each line of the description is a stream of frames, or tells what happens to the file:
+
+    FROM TO PPS KIND SENDERS [vlan N]    from second FROM to second TO, PPS frames a second
+    cut BYTES                            the file ends behind so many bytes
+    back PACKET SECONDS                  this packet (from 1) is stamped so many seconds earlier
+
+KIND is arp, syn (TCP, by IPv4), ns (neighbour solicitation), lldp or ospf. SENDERS is a number or a range, "7" or
+"20-39", taken in turn: sender n has the addresses 02:00:00:00:HH:LL, 10.0.HH.LL and 2001:db8::n.
+The first second is 2021-09-02 03:46:20 UTC.
+"""
+import struct
+import sys
+
+START_NS = 1630554380 * 10**9
+ROUTER_MAC = bytes.fromhex("0200000000fe")
+
+
+def mac(n):
+    return struct.pack(">IH", 0x02000000, n)
+
+
+def ethernet(source, destination, eth_type, payload, vlan):
+    tag = struct.pack(">HH", 0x8100, vlan) if vlan is not None else b""
+    frame = destination + source + tag + struct.pack(">H", eth_type) + payload
+    return frame + bytes(max(0, 60 - len(frame)))
+
+
+def ipv4(n, protocol, destination, payload):
+    source = bytes([10, 0, n >> 8, n & 255])
+    return struct.pack(">BBHHHBBH", 0x45, 0, 20 + len(payload), 1, 0, 64, protocol, 0) + source + destination + payload
+
+
+def arp(n, vlan):
+    body = struct.pack(">HHBBH", 1, 0x0800, 6, 4, 1) + mac(n) + bytes([10, 0, n >> 8, n & 255])
+    return ethernet(mac(n), b"\xff" * 6, 0x0806, body + bytes(6) + bytes([10, 0, 0, 254]), vlan)
+
+
+def syn(n, vlan):
+    segment = struct.pack(">HHIIBBHHH", 1024 + n, 8080, 1, 0, 0x50, 0x02, 1000, 0, 0)
+    return ethernet(mac(n), ROUTER_MAC, 0x0800, ipv4(n, 6, bytes([10, 0, 0, 254]), segment), vlan)
+
+
+def ns(n, vlan):
+    source = bytes.fromhex("20010db8") + bytes(10) + struct.pack(">H", n)
+    target = bytes.fromhex("ff02000000000000000000000001ff") + bytes([n & 255])
+    body = struct.pack(">BBHI", 135, 0, 0, 0) + source
+    header = struct.pack(">IHBB", 0x60000000, len(body), 58, 255) + source + target
+    return ethernet(mac(n), bytes.fromhex("3333ff") + target[13:], 0x86DD, header + body, vlan)
+
+
+def lldp(n, vlan):
+    return ethernet(mac(n), bytes.fromhex("0180c200000e"), 0x88CC, b"\x02\x07\x04" + mac(n) + bytes(2), vlan)
+
+
+def ospf(n, vlan):
+    hello = struct.pack(">BBHI", 2, 1, 44, n) + bytes(36)
+    return ethernet(mac(n), bytes.fromhex("01005e000005"), 0x0800, ipv4(n, 89, bytes([224, 0, 0, 5]), hello), vlan)
+
+
+KINDS = {"arp": arp, "syn": syn, "ns": ns, "lldp": lldp, "ospf": ospf}
+
+
+def stream(words):
+    begin, end, pps, kind, senders = float(words[0]), float(words[1]), float(words[2]), KINDS[words[3]], words[4]
+    vlan = int(words[6]) if len(words) > 5 and words[5] == "vlan" else None
+    first, _, last = senders.partition("-")
+    senders = range(int(first), int(last or first) + 1)
+    for i in range(round((end - begin) * pps)):
+        yield START_NS + round((begin + i / pps) * 10**9), kind(senders[i % len(senders)], vlan)
+
+
+def main():
+    packets, cut, back = [], None, []
+    for line in open(sys.argv[1], encoding="utf-8"):
+        words = line.partition("#")[0].split()
+        if not words:
+            continue
+        if words[0] == "cut":
+            cut = int(words[1])
+        elif words[0] == "back":
+            back.append((int(words[1]), float(words[2])))
+        else:
+            packets += stream(words)
+    packets.sort(key=lambda packet: packet[0])
+    for number, seconds in back:
+        time_ns, frame = packets[number - 1]
+        packets[number - 1] = time_ns - round(seconds * 10**9), frame
+    data = struct.pack("<IHHiIII", 0xA1B23C4D, 2, 4, 0, 0, 65535, 1)
+    data += b"".join(
+        struct.pack("<IIII", time_ns // 10**9, time_ns % 10**9, len(frame), len(frame)) + frame
+        for time_ns, frame in packets
+    )
+    with open(sys.argv[2], "wb") as capture:
+        capture.write(data[:cut])
+
+
+if __name__ == "__main__":
+    main()
