@@ -21,7 +21,16 @@ struct period_t {
     char *peak_time;
 };
 
-bool count_aggregate(atc_avl_tree_t *tree, const atc_entry_key_t *key) ATC_REQUIRES(g_atc_lock);
+// A pass over everything is one moment, so its peaks share one time text.
+struct pass_time_t {
+    bool is_pass;
+    bool is_valid;  // text is this pass's
+    char text[ATC_NAME_SIZE];
+};
+
+pass_time_t pass_time ATC_GUARDED_BY(g_atc_lock);
+
+bool count(atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
 uint32_t running_count(const atc_stat_t *stat);
 void record(atc_entry_t *flow, atc_src_entry_t *src, const uint8_t *buf, uint32_t len) ATC_REQUIRES(g_atc_lock);
 int account_source(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info, int verdict)
@@ -29,7 +38,8 @@ int account_source(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const at
 int account_flow(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info)
     ATC_REQUIRES(g_atc_lock);
 uint16_t next_slot(const period_t &period);
-void close_period(uint32_t count, const period_t &period);
+void close_period(uint32_t total, const period_t &period) ATC_REQUIRES(g_atc_lock);
+const char *time_text() ATC_REQUIRES(g_atc_lock);
 void clear_period(const period_t &period);
 period_t fast_period(atc_stat_t *stat);
 period_t long_period(atc_stat_t *stat);
@@ -49,32 +59,32 @@ int atc_stat_info_process(const uint8_t *buf, uint32_t len, const atc_pkt_info_t
 
 int atc_stat_info_rx_process(const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info) {
     g_atc_global.rx_stat.count++;
-    const atc_entry_key_t vlan = {{}, info->direction, 0, info->vlan, 0};
-    if (!count_aggregate(&g_atc_global.vlan_tree, &vlan)) {
+    if (!count(atc_vlan_obtain(info->vlan))) {
         return DROP;
     }
     if (info->vlan == ATC_VLAN_UNTRACKED) {
         return PASS;
     }
-    const atc_entry_key_t port = {{}, info->direction, info->port, 0, 0};
-    const atc_entry_key_t protocol = {{}, info->direction, 0, 0, info->protocol};
-    if (!count_aggregate(&g_atc_global.port_tree, &port) ||
-        !count_aggregate(&g_atc_global.rx_protocol_tree, &protocol)) {
+    if (!count(atc_port_obtain(info->port)) || !count(atc_protocol_obtain(ATC_DIRECTION_RX, info->protocol))) {
         return DROP;
     }
-    atc_entry_t *flow = atc_flow_obtain(info);
+    atc_entry_t *flow = atc_flow_obtain(info->port, info->vlan, info->protocol);
     return flow != nullptr ? account_flow(flow, buf, len, info) : DROP;
 }
 
-int atc_stat_info_tx_process(const uint8_t *, uint32_t, const atc_pkt_info_t *info) {
+int atc_stat_info_tx_process(const uint8_t * /*buf*/, uint32_t /*len*/, const atc_pkt_info_t *info) {
     g_atc_global.tx_stat.count++;
-    const atc_entry_key_t protocol = {{}, info->direction, 0, 0, info->protocol};
-    return count_aggregate(&g_atc_global.tx_protocol_tree, &protocol) ? PASS : DROP;
+    return count(atc_protocol_obtain(ATC_DIRECTION_TX, info->protocol)) ? PASS : DROP;
 }
 
 int atc_stat_process(atc_stat_t *stat, int period) {
     close_period(stat->count, period == ATC_PERIOD_FAST ? fast_period(stat) : long_period(stat));
     return 0;
+}
+
+void atc_stat_pass(bool begins) {
+    pass_time.is_pass = begins;
+    pass_time.is_valid = false;
 }
 
 void atc_clear_statistic(atc_stat_t *stat) {
@@ -86,9 +96,8 @@ void atc_clear_statistic(atc_stat_t *stat) {
 
 namespace {
 
-// Counts one packet in the entry of 'key', creating it. Returns false when there is no memory.
-bool count_aggregate(atc_avl_tree_t *tree, const atc_entry_key_t *key) {
-    atc_entry_t *entry = atc_aggregate_obtain(tree, key);
+// Counts one packet in an entry. Returns false when there was no memory for it.
+bool count(atc_entry_t *entry) {
     if (entry == nullptr) {
         return false;
     }
@@ -111,16 +120,10 @@ void record(atc_entry_t *flow, atc_src_entry_t *src, const uint8_t *buf, uint32_
 
 // Counts a packet for its source. 'verdict' is the flow's.
 int account_source(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info, int verdict) {
-    atc_avl_where_t where;
-    atc_src_entry_t *src = atc_source_find(flow, info, &where);
+    bool is_full;
+    atc_src_entry_t *src = atc_source_obtain(flow, info, &is_full);
     if (src == nullptr) {
-        if (atc_avl_numnodes(&flow->src_tree) >= ATC_SOURCES_PER_FLOW) {
-            return verdict;
-        }
-        src = atc_source_create(flow, info, where);
-        if (src == nullptr) {
-            return DROP;
-        }
+        return is_full ? verdict : DROP;
     }
     // A source is judged by the packets before this one: it must be strictly over its limit.
     const uint32_t packets = running_count(&src->stat);
@@ -164,15 +167,24 @@ uint16_t next_slot(const period_t &period) {
     return *period.cur;
 }
 
-void close_period(uint32_t count, const period_t &period) {
-    const uint32_t packets = count - *period.last;
+void close_period(uint32_t total, const period_t &period) {
+    const uint32_t packets = total - *period.last;
     period.ring[next_slot(period)] = packets;
     if (packets >= *period.peak) {
         *period.peak = packets;
-        memset(period.peak_time, 0, ATC_NAME_SIZE);
-        syslog_get_timestamp(period.peak_time, ATC_NAME_SIZE);
+        memcpy(period.peak_time, time_text(), ATC_NAME_SIZE);
     }
-    *period.last = count;
+    *period.last = total;
+}
+
+// The present time; during a pass, the time at which its first peak was met.
+const char *time_text() {
+    if (!pass_time.is_valid) {
+        memset(pass_time.text, 0, sizeof(pass_time.text));
+        syslog_get_timestamp(pass_time.text, sizeof(pass_time.text));
+        pass_time.is_valid = pass_time.is_pass;
+    }
+    return pass_time.text;
 }
 
 void clear_period(const period_t &period) {

@@ -11,9 +11,19 @@ namespace {
 template <typename number_t>
 int compare_numbers(number_t a, number_t b);
 const atc_entry_key_t *entry_key(const void *record);
-const void *source_address(const atc_pkt_info_t *info);
 atc_src_key_t source_key(uint32_t src_type, const void *src_addr);
-atc_entry_t *create_entry(atc_avl_tree_t *tree, const atc_entry_key_t *key, atc_avl_where_t where);
+const void *source_address(const atc_pkt_info_t *info);
+atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) ATC_REQUIRES(g_atc_lock);
+atc_entry_t *obtain_remembered(atc_entry_t **remembered, atc_avl_tree_t *tree, const atc_entry_key_t *key)
+    ATC_REQUIRES(g_atc_lock);
+atc_entry_t *create_entry(atc_avl_tree_t *tree, const atc_entry_key_t *key, atc_avl_where_t where)
+    ATC_REQUIRES(g_atc_lock);
+atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t *key, atc_avl_where_t where)
+    ATC_REQUIRES(g_atc_lock);
+uint32_t port_hash(uint32_t port) ATC_REQUIRES(g_atc_lock);
+uint32_t flow_hash(uint32_t port, uint16_t vlan, uint16_t protocol) ATC_REQUIRES(g_atc_lock);
+uint32_t source_hash(const atc_entry_t *flow, const atc_src_key_t *key) ATC_REQUIRES(g_atc_lock);
+void forget_aggregate(const atc_avl_tree_t *tree, const atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
 
 }  // namespace
 
@@ -71,47 +81,79 @@ atc_src_entry_t *atc_src_entry_get(uint32_t direction, uint32_t vlan, uint32_t p
     return static_cast<atc_src_entry_t *>(atc_avl_find(&flow->src_tree, &key, nullptr));
 }
 
-atc_entry_t *atc_aggregate_obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) {
-    atc_avl_where_t where;
-    void *found = atc_avl_find(tree, key, &where);
-    return found != nullptr ? static_cast<atc_entry_t *>(found) : create_entry(tree, key, where);
+atc_entry_t *atc_vlan_obtain(uint16_t vlan) {
+    const atc_entry_key_t key = {{}, ATC_DIRECTION_RX, 0, vlan, 0};
+    return obtain_remembered(&g_atc_global.recall.vlans[vlan % ATC_VLANS], &g_atc_global.vlan_tree, &key);
 }
 
-atc_entry_t *atc_flow_obtain(const atc_pkt_info_t *info) {
-    const atc_entry_key_t key = {{}, info->direction, info->port, info->vlan, info->protocol};
-    atc_avl_where_t where;
-    if (void *found = atc_avl_find(&g_atc_global.entry_tree, &key, &where)) {
-        return static_cast<atc_entry_t *>(found);
+atc_entry_t *atc_port_obtain(uint32_t port) {
+    const uint32_t hash = port_hash(port);
+    if (auto *entry = atc_recall_find<atc_entry_t>(&g_atc_global.recall.ports, hash,
+                                                   [port](const atc_entry_t *seen) { return seen->port == port; })) {
+        return entry;
     }
-    atc_entry_t *flow = create_entry(&g_atc_global.entry_tree, &key, where);
-    if (flow != nullptr) {
-        flow->stat.fp_threshold = atc_threshold(g_atc_global.fast_period_time, g_atc_global.fp_limit[flow->protocol]);
-        flow->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.lp_limit[flow->protocol]);
+    const atc_entry_key_t key = {{}, ATC_DIRECTION_RX, port, 0, 0};
+    atc_entry_t *entry = obtain(&g_atc_global.port_tree, &key);
+    if (entry != nullptr) {
+        atc_recall_add(&g_atc_global.recall.ports, hash, entry);
+    }
+    return entry;
+}
+
+atc_entry_t *atc_protocol_obtain(uint32_t direction, uint16_t protocol) {
+    const atc_entry_key_t key = {{}, direction, 0, 0, protocol};
+    return direction == ATC_DIRECTION_RX
+               ? obtain_remembered(&g_atc_global.recall.rx_protocols[protocol], &g_atc_global.rx_protocol_tree, &key)
+               : obtain_remembered(&g_atc_global.recall.tx_protocols[protocol], &g_atc_global.tx_protocol_tree, &key);
+}
+
+atc_entry_t *atc_flow_obtain(uint32_t port, uint16_t vlan, uint16_t protocol) {
+    const uint32_t hash = flow_hash(port, vlan, protocol);
+    if (auto *flow = atc_recall_find<atc_entry_t>(&g_atc_global.recall.flows, hash, [=](const atc_entry_t *seen) {
+            return seen->port == port && seen->vlan == vlan && seen->protocol == protocol;
+        })) {
+        return flow;
+    }
+    const atc_entry_key_t key = {{}, ATC_DIRECTION_RX, port, vlan, protocol};
+    atc_entry_t *flow = obtain(&g_atc_global.entry_tree, &key);
+    if (flow == nullptr) {
+        return nullptr;
+    }
+    if (flow->src_tree.compare == nullptr) {
+        flow->stat.fp_threshold = atc_threshold(g_atc_global.fast_period_time, g_atc_global.fp_limit[protocol]);
+        flow->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.lp_limit[protocol]);
         atc_avl_create(&flow->src_tree, atc_src_tree_compare, sizeof(atc_src_entry_t), 0);
     }
+    atc_recall_add(&g_atc_global.recall.flows, hash, flow);
     return flow;
 }
 
-atc_src_entry_t *atc_source_find(const atc_entry_t *flow, const atc_pkt_info_t *info, atc_avl_where_t *where) {
+atc_src_entry_t *atc_source_obtain(atc_entry_t *flow, const atc_pkt_info_t *info, bool *is_full) {
+    *is_full = false;
     const atc_src_key_t key = source_key(info->src_type, source_address(info));
-    return static_cast<atc_src_entry_t *>(atc_avl_find(&flow->src_tree, &key, where));
-}
-
-atc_src_entry_t *atc_source_create(atc_entry_t *flow, const atc_pkt_info_t *info, atc_avl_where_t where) {
-    auto *src = static_cast<atc_src_entry_t *>(atc_calloc(sizeof(atc_src_entry_t)));
-    if (src == nullptr) {
-        return nullptr;
+    const uint32_t hash = source_hash(flow, &key);
+    if (auto *src = atc_recall_find<atc_src_entry_t>(
+            &g_atc_global.recall.sources, hash, [flow, &key](const atc_src_entry_t *seen) {
+                return seen->entry == flow && seen->src_type == key.src_type &&
+                       memcmp(seen->src_addr, key.src_addr, ATC_SRC_ADDR_SIZE) == 0;
+            })) {
+        return src;
     }
-    static_cast<atc_src_key_t &>(*src) = source_key(info->src_type, source_address(info));
-    src->entry = flow;
-    src->stat.fp_threshold = atc_threshold(g_atc_global.fast_period_time, g_atc_global.src_fp_limit[flow->protocol]);
-    src->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.src_lp_limit[flow->protocol]);
-    atc_avl_insert(&flow->src_tree, src, where);
+    atc_avl_where_t where;
+    auto *src = static_cast<atc_src_entry_t *>(atc_avl_find(&flow->src_tree, &key, &where));
+    if (src == nullptr) {
+        *is_full = atc_avl_numnodes(&flow->src_tree) >= ATC_SOURCES_PER_FLOW;
+        src = *is_full ? nullptr : create_source(flow, &key, where);
+    }
+    if (src != nullptr) {
+        atc_recall_add(&g_atc_global.recall.sources, hash, src);
+    }
     return src;
 }
 
 void atc_src_entry_discard(atc_src_entry_t *src) {
     atc_hw_filter_delete_by_spro(src);
+    atc_recall_remove(&g_atc_global.recall.sources, source_hash(src->entry, src), src);
     atc_avl_remove(&src->entry->src_tree, src);
     atc_capture_auto_release(&src->stat);
     atc_free(src);
@@ -120,12 +162,14 @@ void atc_src_entry_discard(atc_src_entry_t *src) {
 void atc_flow_discard(atc_entry_t *flow) {
     atc_tree_each<atc_src_entry_t>(&flow->src_tree, atc_src_entry_discard);
     atc_hw_filter_delete_by_pro(flow);
+    atc_recall_remove(&g_atc_global.recall.flows, flow_hash(flow->port, flow->vlan, flow->protocol), flow);
     atc_avl_remove(&g_atc_global.entry_tree, flow);
     atc_capture_auto_release(&flow->stat);
     atc_free(flow);
 }
 
 void atc_aggregate_discard(atc_avl_tree_t *tree, atc_entry_t *entry) {
+    forget_aggregate(tree, entry);
     atc_avl_remove(tree, entry);
     atc_free(entry);
 }
@@ -163,6 +207,15 @@ const atc_entry_key_t *entry_key(const void *record) {
     return static_cast<const atc_entry_key_t *>(record);
 }
 
+atc_src_key_t source_key(uint32_t src_type, const void *src_addr) {
+    atc_src_key_t key = {};
+    key.src_type = src_type;
+    if (src_addr != nullptr) {
+        memcpy(key.src_addr, src_addr, atc_src_addr_len(src_type));
+    }
+    return key;
+}
+
 const void *source_address(const atc_pkt_info_t *info) {
     switch (info->src_type) {
         case ATC_SRC_MAC:
@@ -176,13 +229,19 @@ const void *source_address(const atc_pkt_info_t *info) {
     }
 }
 
-atc_src_key_t source_key(uint32_t src_type, const void *src_addr) {
-    atc_src_key_t key = {};
-    key.src_type = src_type;
-    if (src_addr != nullptr) {
-        memcpy(key.src_addr, src_addr, atc_src_addr_len(src_type));
+// Finds or creates an entry in its index.
+atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) {
+    atc_avl_where_t where;
+    void *found = atc_avl_find(tree, key, &where);
+    return found != nullptr ? static_cast<atc_entry_t *>(found) : create_entry(tree, key, where);
+}
+
+// The same for an entry that has a place of its own to be remembered in.
+atc_entry_t *obtain_remembered(atc_entry_t **remembered, atc_avl_tree_t *tree, const atc_entry_key_t *key) {
+    if (*remembered == nullptr) {
+        *remembered = obtain(tree, key);
     }
-    return key;
+    return *remembered;
 }
 
 // Creates the entry of 'key', which must not exist, all zero but for its head. Returns null when there is no memory.
@@ -193,6 +252,50 @@ atc_entry_t *create_entry(atc_avl_tree_t *tree, const atc_entry_key_t *key, atc_
         atc_avl_insert(tree, entry, where);
     }
     return entry;
+}
+
+// The same for a source of 'flow'.
+atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t *key, atc_avl_where_t where) {
+    auto *src = static_cast<atc_src_entry_t *>(atc_calloc(sizeof(atc_src_entry_t)));
+    if (src != nullptr) {
+        const uint16_t protocol = flow->protocol;
+        static_cast<atc_src_key_t &>(*src) = *key;
+        src->entry = flow;
+        src->stat.fp_threshold = atc_threshold(g_atc_global.fast_period_time, g_atc_global.src_fp_limit[protocol]);
+        src->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.src_lp_limit[protocol]);
+        atc_avl_insert(&flow->src_tree, src, where);
+    }
+    return src;
+}
+
+uint32_t port_hash(uint32_t port) {
+    return atc_recall_hash(&g_atc_global.recall, port);
+}
+
+uint32_t flow_hash(uint32_t port, uint16_t vlan, uint16_t protocol) {
+    return atc_recall_hash(&g_atc_global.recall, (uint64_t{port} << 32) | (uint64_t{vlan} << 16) | protocol);
+}
+
+uint32_t source_hash(const atc_entry_t *flow, const atc_src_key_t *key) {
+    const atc_recall_t *recall = &g_atc_global.recall;
+    uint64_t address[2];
+    static_assert(sizeof(address) == ATC_SRC_ADDR_SIZE);
+    memcpy(address, key->src_addr, sizeof(address));
+    const uint64_t owner = reinterpret_cast<uintptr_t>(flow) + key->src_type;
+    return atc_recall_hash(recall, atc_recall_mix(recall, owner ^ address[1], address[0]));
+}
+
+void forget_aggregate(const atc_avl_tree_t *tree, const atc_entry_t *entry) {
+    atc_recall_t *recall = &g_atc_global.recall;
+    if (tree == &g_atc_global.vlan_tree) {
+        recall->vlans[entry->vlan % ATC_VLANS] = nullptr;
+    } else if (tree == &g_atc_global.port_tree) {
+        atc_recall_remove(&recall->ports, port_hash(entry->port), entry);
+    } else if (tree == &g_atc_global.rx_protocol_tree) {
+        recall->rx_protocols[entry->protocol] = nullptr;
+    } else {
+        recall->tx_protocols[entry->protocol] = nullptr;
+    }
 }
 
 }  // namespace

@@ -24,16 +24,16 @@ atc_entry_t *atc_entry_get(uint32_t direction, uint32_t vlan, uint32_t port, uin
 atc_src_entry_t *atc_src_entry_get(uint32_t direction, uint32_t vlan, uint32_t port, uint32_t protocol,
                                    uint32_t src_type, const void *src_addr) ATC_REQUIRES(g_atc_lock);
 
-// Find an entry by its head's members, or create it with everything else 0; a flow gets its thresholds and an empty
-// index of sources. Return null when there is no memory.
-atc_entry_t *atc_aggregate_obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) ATC_REQUIRES(g_atc_lock);
-atc_entry_t *atc_flow_obtain(const atc_pkt_info_t *info) ATC_REQUIRES(g_atc_lock);
+// Find the entry that counts a VLAN, a port, a protocol of a direction, or a flow, or create it with everything else 0;
+// a flow gets its thresholds and an empty index of sources. Return null when there is no memory.
+atc_entry_t *atc_vlan_obtain(uint16_t vlan) ATC_REQUIRES(g_atc_lock);
+atc_entry_t *atc_port_obtain(uint32_t port) ATC_REQUIRES(g_atc_lock);
+atc_entry_t *atc_protocol_obtain(uint32_t direction, uint16_t protocol) ATC_REQUIRES(g_atc_lock);
+atc_entry_t *atc_flow_obtain(uint32_t port, uint16_t vlan, uint16_t protocol) ATC_REQUIRES(g_atc_lock);
 
-// Find the source of a flow that sent this packet; null, with '*where' set for its creation, when there is none. Create
-// it; null when there is no memory.
-atc_src_entry_t *atc_source_find(const atc_entry_t *flow, const atc_pkt_info_t *info, atc_avl_where_t *where)
-    ATC_REQUIRES(g_atc_lock);
-atc_src_entry_t *atc_source_create(atc_entry_t *flow, const atc_pkt_info_t *info, atc_avl_where_t where)
+// Finds or creates the source of a flow that sent this packet. Returns null when there is no memory, or when the flow
+// has all the sources that it can hold ('*is_full').
+atc_src_entry_t *atc_source_obtain(atc_entry_t *flow, const atc_pkt_info_t *info, bool *is_full)
     ATC_REQUIRES(g_atc_lock);
 
 // Take a source out of its flow, a flow out of entry_tree with all its sources, an entry of another index out of it:
@@ -51,6 +51,11 @@ uint32_t atc_threshold(uint32_t seconds, uint32_t limit);
 // Packets per second of 'packets' in 'seconds', truncated; 0 for a period of 0.
 uint32_t atc_rate(uint32_t packets, uint32_t seconds);
 
+// Calls visit(flow) for every flow, in any order; 'visit' must not discard. Much faster than in order when there are
+// many.
+template <typename visit_t>
+inline void atc_flows_each(visit_t visit) ATC_REQUIRES(g_atc_lock);
+
 // Calls visit(record) for every record of an index, in order. 'visit' may discard the record it is given, and no other.
 template <typename record_t, typename visit_t>
 inline void atc_tree_each(atc_avl_tree_t *tree, visit_t visit) ATC_REQUIRES(g_atc_lock) {
@@ -58,5 +63,15 @@ inline void atc_tree_each(atc_avl_tree_t *tree, visit_t visit) ATC_REQUIRES(g_at
         void *next = atc_avl_next(tree, record);
         visit(static_cast<record_t *>(record));
         record = next;
+    }
+}
+
+template <typename visit_t>
+inline void atc_flows_each(visit_t visit) {
+    const atc_recall_table_t *remembered = &g_atc_global.recall.flows;
+    if (atc_recall_is_complete(remembered, atc_avl_numnodes(&g_atc_global.entry_tree))) {
+        atc_recall_each<atc_entry_t>(remembered, visit);
+    } else {
+        atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, visit);
     }
 }

@@ -22,9 +22,6 @@ int atc_task() {
 
 void atc_task_start() {
     const atc_guard_t guard;
-    g_atc_timer_fp = {};
-    g_atc_timer_lp = {};
-    g_atc_timer_24h = {};
     atc_fp_arm();
     atc_lp_arm();
     atc_24h_arm();

@@ -40,6 +40,7 @@ int atc_init() ATC_NO_THREAD_SAFETY_ANALYSIS {
     create_services();
     create_indexes();
     create_lists();
+    atc_recall_init(&g_atc_global.recall);
     set_defaults();
     hal_register_trunk_handler(atc_api_trunk_member_pro);
     norv_task_spawn("atc-mon", TASK_PRIORITY, TASK_OPTIONS, TASK_STACK_SIZE, atc_task, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
@@ -60,6 +61,10 @@ void create_services() {
     global->sem = bep_semMCreateEx(MUTEX_OPTIONS, __FILE__, __LINE__);
     global->msgq = bep_msgQCreateEx(QUEUE_MESSAGES, sizeof(atc_msg_t), QUEUE_OPTIONS, __FILE__, __LINE__);
     global->timer_list = timer_list_create();
+    // Not left to the task: a setting of a period may come, and arm one of them, before the task runs.
+    g_atc_timer_fp = {};
+    g_atc_timer_lp = {};
+    g_atc_timer_24h = {};
 }
 
 void create_indexes() {

@@ -204,22 +204,22 @@ void end_source_hw_deny(uint32_t id) {
 // A running capture goes on.
 void end_nothing(uint32_t /*id*/) {}
 
-// Calls visit(protocol, block) for every flow of protocol 'id' (or of EVERY_PROTOCOL), or for every source of them.
+// Calls visit(protocol, block) for every flow of protocol 'id' (or of EVERY_PROTOCOL), or for every source of them;
+// the order does not matter.
 template <typename visit_t>
 void each_block(owner_t owner, uint32_t id, visit_t visit) {
-    atc_tree_each<atc_entry_t>(
-        &g_atc_global.entry_tree, [owner, id, visit](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
-            const uint16_t protocol = flow->protocol;
-            if (id != EVERY_PROTOCOL && protocol != id) {
-                return;
-            }
-            if (owner == FLOWS) {
-                visit(protocol, &flow->stat);
-                return;
-            }
-            atc_tree_each<atc_src_entry_t>(&flow->src_tree,
-                                           [protocol, visit](atc_src_entry_t *src) { visit(protocol, &src->stat); });
-        });
+    atc_flows_each([owner, id, visit](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
+        const uint16_t protocol = flow->protocol;
+        if (id != EVERY_PROTOCOL && protocol != id) {
+            return;
+        }
+        if (owner == FLOWS) {
+            visit(protocol, &flow->stat);
+            return;
+        }
+        atc_tree_each<atc_src_entry_t>(&flow->src_tree,
+                                       [protocol, visit](atc_src_entry_t *src) { visit(protocol, &src->stat); });
+    });
 }
 
 uint32_t default_of(const limit_t *limit, uint32_t id) {

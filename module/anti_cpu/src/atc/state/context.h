@@ -11,6 +11,7 @@
 #include "anti_cpu/platform.h"
 #include "anti_cpu/types.h"
 #include "atc/protocol.h"
+#include "atc/state/recall.h"
 #include "atc/state/records.h"
 #include "atc_lock/lock.h"
 
@@ -84,6 +85,8 @@ struct atc_global_t {
     uint32_t ipattack;
     uint32_t icmpattack;
     uint32_t icmpattack_size;
+
+    atc_recall_t recall;  // what the indexes hold, found without walking them
 };
 
 extern atc_global_t g_atc_global ATC_GUARDED_BY(g_atc_lock);
