@@ -7,19 +7,16 @@
 #include <time.h>
 
 #include <atomic>
-#include <memory>
-#include <new>
 
 #include "anti_cpu/platform.h"
 #include "clock/clock.h"
-#include "os/handles.h"
 
 namespace {
 
 constexpr uint32_t kMaxMutexes = 256;
 
 struct Mutex {
-    pthread_mutex_t handle;
+    pthread_mutex_t handle = PTHREAD_MUTEX_INITIALIZER;
     std::atomic<const void *> owner;  // &thread_mark of the thread that holds it; only that thread finds its own here
 
     bool is_own() const;
@@ -27,26 +24,24 @@ struct Mutex {
 
 thread_local constinit char thread_mark = 0;  // its address names the thread
 
-constinit card::HandleTable<Mutex, kMaxMutexes> mutexes;
+// In place rather than behind pointers: the packet path comes here twice a packet.
+constinit Mutex mutexes[kMaxMutexes];
+constinit std::atomic<uint32_t> created = 0;
 
-int take_within(pthread_mutex_t *mutex, int ticks);
+Mutex *find(uint32_t sem);
+[[gnu::noinline, gnu::cold]] int take_within(pthread_mutex_t *mutex, int ticks);  // not in the packet path's way
 
 }  // namespace
 
 uint32_t bep_semMCreateEx(uint32_t, const char *, int) {
-    std::unique_ptr<Mutex> mutex(new (std::nothrow) Mutex{});
-    if (mutex == nullptr || pthread_mutex_init(&mutex->handle, nullptr) != 0) {
-        return 0;
+    uint32_t count = created.load();
+    while (count < kMaxMutexes && !created.compare_exchange_weak(count, count + 1)) {
     }
-    const uint32_t handle = mutexes.add(mutex.get());
-    if (handle != 0) {
-        mutex.release();  // the table's now
-    }
-    return handle;
+    return count < kMaxMutexes ? count + 1 : 0;
 }
 
 int bep_semTakeEx(uint32_t sem, int timeout, const char *, int) {
-    Mutex *mutex = mutexes.find(sem);
+    Mutex *mutex = find(sem);
     if (mutex == nullptr || mutex->is_own()) {
         return -1;
     }
@@ -58,7 +53,7 @@ int bep_semTakeEx(uint32_t sem, int timeout, const char *, int) {
 }
 
 int bep_semGiveEx(uint32_t sem, const char *, int) {
-    Mutex *mutex = mutexes.find(sem);
+    Mutex *mutex = find(sem);
     if (mutex == nullptr || !mutex->is_own()) {
         return -1;
     }
@@ -67,6 +62,11 @@ int bep_semGiveEx(uint32_t sem, const char *, int) {
 }
 
 namespace {
+
+// Null when there is no such handle; 0 is none.
+Mutex *find(uint32_t sem) {
+    return sem - 1 < created.load(std::memory_order_acquire) ? &mutexes[sem - 1] : nullptr;
+}
 
 bool Mutex::is_own() const {
     return owner.load(std::memory_order_relaxed) == &thread_mark;

@@ -32,6 +32,7 @@ struct Protocol {
 
 // Indexed by 'ftp_type'.
 constexpr std::array<Protocol, 4> kProtocols = {{{"ftp", "/"}, {"tftp", "/"}, {"sftp", "/~/"}, {"ftp", "/"}}};
+constexpr uint32_t kTftp = 1;
 constexpr uint32_t kSftp = 2;
 constexpr uint32_t kFtps = 3;
 
@@ -55,6 +56,7 @@ using Handle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
 
 Options &the_options();
 std::string upload(Upload *upload);
+std::string reason_of(CURL *curl, CURLcode result, std::string_view detail);
 std::string url_of(CURL *curl, const Upload &upload);
 bool describe(CURL *curl, const std::string &url, Upload *upload, const TransferOptions &options);
 bool describe_trust(CURL *curl, uint32_t ftp_type, const TransferOptions &options);
@@ -116,11 +118,21 @@ std::string upload(Upload *upload) {
         return "libcurl lacks an option that this transfer needs";
     }
     const CURLcode result = curl_easy_perform(curl.get());
-    if (result == CURLE_OK) {
-        return "";
+    // Of a TFTP transfer libcurl's only detail is that a datagram socket has no peer.
+    return result == CURLE_OK ? "" : reason_of(curl.get(), result, upload->ftp_type == kTftp ? "" : reason);
+}
+
+// Kind and detail, since the detail alone may be of an attempt on the way; and an FTP server's refusal by its number,
+// since libcurl calls a 421 ("service not available", RFC 959) a time-out.
+std::string reason_of(CURL *curl, CURLcode result, std::string_view detail) {
+    constexpr long first_refusal = 400;
+    std::string reason = curl_easy_strerror(result);
+    if (!detail.empty() && detail != reason) {
+        reason.append(": ").append(detail);
     }
-    const std::string kind = curl_easy_strerror(result);  // the detail alone may be of an attempt on the way
-    return *reason == '\0' || kind == reason ? kind : kind + ": " + reason;
+    long answer = 0;
+    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &answer);
+    return answer < first_refusal ? reason : reason + " (the server answered " + std::to_string(answer) + ")";
 }
 
 // Empty when the server text is none.

@@ -12,12 +12,12 @@
 namespace card {
 
 struct TransferOptions {
-    uint32_t connect_seconds = 5;  // until the server has accepted the connection, key exchange included
-    uint32_t stall_seconds = 10;   // below one byte a second, or without an answer, for this long
-    uint32_t total_seconds = 60;   // for the whole transfer
-    std::string ca_file;           // certificates that FTPS servers are checked against; empty = the system's
-    std::string known_hosts;       // keys that SFTP servers are checked against; empty = ~/.ssh/known_hosts
-    bool accept_any = false;       // neither certificates nor keys are checked: for labs only
+    uint32_t connect_seconds = 10;  // until the server has let the user in; many answer a wrong password 5 s late
+    uint32_t stall_seconds = 10;    // below one byte a second, or without an answer, for this long
+    uint32_t total_seconds = 60;    // for the whole transfer
+    std::string ca_file;            // certificates that FTPS servers are checked against; empty = the system's
+    std::string known_hosts;        // keys that SFTP servers are checked against; empty = ~/.ssh/known_hosts
+    bool accept_any = false;        // neither certificates nor keys are checked: for labs only
 };
 
 // For the transfers that start from now on. Any thread.

@@ -128,7 +128,7 @@ int account_source(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const at
     // A source is judged by the packets before this one: it must be strictly over its limit.
     const uint32_t packets = running_count(&src->stat);
     src->stat.count++;
-    if (src->stat.fp_threshold < packets && flow->direction == ATC_DIRECTION_RX) {
+    if (src->stat.fp_threshold < packets && g_atc_global.src_hw_deny[flow->protocol] == 1) {
         atc_hw_deny_source(src, info);
     }
     if (src->stat.sw_deny_on == 1) {
@@ -144,7 +144,7 @@ int account_flow(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const atc_
     record(flow, nullptr, buf, len);
 
     const bool over = flow->stat.fp_threshold <= running_count(&flow->stat);
-    if (over && flow->direction == ATC_DIRECTION_RX) {
+    if (over && g_atc_global.hw_deny[flow->protocol] == 1) {
         atc_hw_deny_flow(flow, info);
     }
     // Sources are told apart only while the flow is over its limit, and never for the device's own packets.

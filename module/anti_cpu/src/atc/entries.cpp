@@ -8,21 +8,33 @@
 
 namespace {
 
+// A source address as two words: its bytes as they lie in memory.
+struct address_t {
+    uint64_t low;
+    uint64_t high;
+};
+
+static_assert(sizeof(address_t) == ATC_SRC_ADDR_SIZE);
+
 template <typename number_t>
 int compare_numbers(number_t a, number_t b);
 const atc_entry_key_t *entry_key(const void *record);
-atc_src_key_t source_key(uint32_t src_type, const void *src_addr);
-const void *source_address(const atc_pkt_info_t *info);
+address_t address_of(const void *bytes, uint32_t len);
+address_t source_address(const atc_pkt_info_t *info);
 atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) ATC_REQUIRES(g_atc_lock);
-atc_entry_t *obtain_remembered(atc_entry_t **remembered, atc_avl_tree_t *tree, const atc_entry_key_t *key)
+[[gnu::noinline, gnu::cold]] atc_entry_t *remember(atc_entry_t **remembered, atc_avl_tree_t *tree,
+                                                   const atc_entry_key_t &key) ATC_REQUIRES(g_atc_lock);
+[[gnu::noinline, gnu::cold]] atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint32_t hash)
+    ATC_REQUIRES(g_atc_lock);
+[[gnu::noinline, gnu::cold]] atc_src_entry_t *obtain_source(atc_entry_t *flow, uint32_t src_type,
+                                                            const address_t *address, uint32_t hash, bool *is_full)
     ATC_REQUIRES(g_atc_lock);
 atc_entry_t *create_entry(atc_avl_tree_t *tree, const atc_entry_key_t *key, atc_avl_where_t where)
     ATC_REQUIRES(g_atc_lock);
 atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t *key, atc_avl_where_t where)
     ATC_REQUIRES(g_atc_lock);
-uint32_t port_hash(uint32_t port) ATC_REQUIRES(g_atc_lock);
 uint32_t flow_hash(uint32_t port, uint16_t vlan, uint16_t protocol) ATC_REQUIRES(g_atc_lock);
-uint32_t source_hash(const atc_entry_t *flow, const atc_src_key_t *key) ATC_REQUIRES(g_atc_lock);
+uint32_t source_hash(const atc_entry_t *flow, uint32_t src_type, const address_t *address) ATC_REQUIRES(g_atc_lock);
 void forget_aggregate(const atc_avl_tree_t *tree, const atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
 
 }  // namespace
@@ -60,7 +72,7 @@ int atc_src_tree_compare(const void *a, const void *b) {
     if (x->src_type != y->src_type) {
         return compare_numbers(x->src_type, y->src_type);
     }
-    return compare_numbers(memcmp(x->src_addr, y->src_addr, ATC_SRC_ADDR_SIZE), 0);
+    return compare_numbers(bep_memCmp(x->src_addr, y->src_addr, ATC_SRC_ADDR_SIZE), 0);
 }
 
 atc_entry_t *atc_entry_get(uint32_t direction, uint32_t vlan, uint32_t port, uint32_t protocol) {
@@ -77,83 +89,60 @@ atc_src_entry_t *atc_src_entry_get(uint32_t direction, uint32_t vlan, uint32_t p
     if (flow == nullptr) {
         return nullptr;
     }
-    const atc_src_key_t key = source_key(src_type, src_addr);
+    atc_src_key_t key = {};
+    key.src_type = src_type;
+    if (src_addr != nullptr) {
+        memcpy(key.src_addr, src_addr, atc_src_addr_len(src_type));
+    }
     return static_cast<atc_src_entry_t *>(atc_avl_find(&flow->src_tree, &key, nullptr));
 }
 
 atc_entry_t *atc_vlan_obtain(uint16_t vlan) {
-    const atc_entry_key_t key = {{}, ATC_DIRECTION_RX, 0, vlan, 0};
-    return obtain_remembered(&g_atc_global.recall.vlans[vlan % ATC_VLANS], &g_atc_global.vlan_tree, &key);
+    atc_entry_t **remembered = &g_atc_global.recall.vlans[vlan % ATC_VLANS];
+    return *remembered != nullptr ? *remembered
+                                  : remember(remembered, &g_atc_global.vlan_tree, {{}, ATC_DIRECTION_RX, 0, vlan, 0});
 }
 
 atc_entry_t *atc_port_obtain(uint32_t port) {
-    const uint32_t hash = port_hash(port);
-    if (auto *entry = atc_recall_find<atc_entry_t>(&g_atc_global.recall.ports, hash,
-                                                   [port](const atc_entry_t *seen) { return seen->port == port; })) {
-        return entry;
-    }
-    const atc_entry_key_t key = {{}, ATC_DIRECTION_RX, port, 0, 0};
-    atc_entry_t *entry = obtain(&g_atc_global.port_tree, &key);
-    if (entry != nullptr) {
-        atc_recall_add(&g_atc_global.recall.ports, hash, entry);
-    }
-    return entry;
+    atc_entry_t *unremembered = nullptr;
+    atc_entry_t **remembered = port < ATC_RECALL_PORTS ? &g_atc_global.recall.ports[port] : &unremembered;
+    return *remembered != nullptr ? *remembered
+                                  : remember(remembered, &g_atc_global.port_tree, {{}, ATC_DIRECTION_RX, port, 0, 0});
 }
 
 atc_entry_t *atc_protocol_obtain(uint32_t direction, uint16_t protocol) {
-    const atc_entry_key_t key = {{}, direction, 0, 0, protocol};
-    return direction == ATC_DIRECTION_RX
-               ? obtain_remembered(&g_atc_global.recall.rx_protocols[protocol], &g_atc_global.rx_protocol_tree, &key)
-               : obtain_remembered(&g_atc_global.recall.tx_protocols[protocol], &g_atc_global.tx_protocol_tree, &key);
+    const bool received = direction == ATC_DIRECTION_RX;
+    atc_entry_t **remembered =
+        &(received ? g_atc_global.recall.rx_protocols : g_atc_global.recall.tx_protocols)[protocol];
+    atc_avl_tree_t *tree = received ? &g_atc_global.rx_protocol_tree : &g_atc_global.tx_protocol_tree;
+    return *remembered != nullptr ? *remembered : remember(remembered, tree, {{}, direction, 0, 0, protocol});
 }
 
 atc_entry_t *atc_flow_obtain(uint32_t port, uint16_t vlan, uint16_t protocol) {
     const uint32_t hash = flow_hash(port, vlan, protocol);
-    if (auto *flow = atc_recall_find<atc_entry_t>(&g_atc_global.recall.flows, hash, [=](const atc_entry_t *seen) {
-            return seen->port == port && seen->vlan == vlan && seen->protocol == protocol;
-        })) {
-        return flow;
-    }
-    const atc_entry_key_t key = {{}, ATC_DIRECTION_RX, port, vlan, protocol};
-    atc_entry_t *flow = obtain(&g_atc_global.entry_tree, &key);
-    if (flow == nullptr) {
-        return nullptr;
-    }
-    if (flow->src_tree.compare == nullptr) {
-        flow->stat.fp_threshold = atc_threshold(g_atc_global.fast_period_time, g_atc_global.fp_limit[protocol]);
-        flow->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.lp_limit[protocol]);
-        atc_avl_create(&flow->src_tree, atc_src_tree_compare, sizeof(atc_src_entry_t), 0);
-    }
-    atc_recall_add(&g_atc_global.recall.flows, hash, flow);
-    return flow;
+    auto *flow = atc_recall_find<atc_entry_t>(&g_atc_global.recall.flows, hash, [=](const atc_entry_t *seen) {
+        return seen->port == port && seen->vlan == vlan && seen->protocol == protocol;
+    });
+    return flow != nullptr ? flow : obtain_flow({{}, ATC_DIRECTION_RX, port, vlan, protocol}, hash);
 }
 
 atc_src_entry_t *atc_source_obtain(atc_entry_t *flow, const atc_pkt_info_t *info, bool *is_full) {
+    const address_t address = source_address(info);
+    const uint32_t hash = source_hash(flow, info->src_type, &address);
+    auto *src = atc_recall_find<atc_src_entry_t>(
+        &g_atc_global.recall.sources, hash, [flow, info, &address](const atc_src_entry_t *seen) {
+            const address_t other = address_of(seen->src_addr, ATC_SRC_ADDR_SIZE);
+            return other.low == address.low && other.high == address.high && seen->entry == flow &&
+                   seen->src_type == info->src_type;
+        });
     *is_full = false;
-    const atc_src_key_t key = source_key(info->src_type, source_address(info));
-    const uint32_t hash = source_hash(flow, &key);
-    if (auto *src = atc_recall_find<atc_src_entry_t>(
-            &g_atc_global.recall.sources, hash, [flow, &key](const atc_src_entry_t *seen) {
-                return seen->entry == flow && seen->src_type == key.src_type &&
-                       memcmp(seen->src_addr, key.src_addr, ATC_SRC_ADDR_SIZE) == 0;
-            })) {
-        return src;
-    }
-    atc_avl_where_t where;
-    auto *src = static_cast<atc_src_entry_t *>(atc_avl_find(&flow->src_tree, &key, &where));
-    if (src == nullptr) {
-        *is_full = atc_avl_numnodes(&flow->src_tree) >= ATC_SOURCES_PER_FLOW;
-        src = *is_full ? nullptr : create_source(flow, &key, where);
-    }
-    if (src != nullptr) {
-        atc_recall_add(&g_atc_global.recall.sources, hash, src);
-    }
-    return src;
+    return src != nullptr ? src : obtain_source(flow, info->src_type, &address, hash, is_full);
 }
 
 void atc_src_entry_discard(atc_src_entry_t *src) {
     atc_hw_filter_delete_by_spro(src);
-    atc_recall_remove(&g_atc_global.recall.sources, source_hash(src->entry, src), src);
+    const address_t address = address_of(src->src_addr, ATC_SRC_ADDR_SIZE);
+    atc_recall_remove(&g_atc_global.recall.sources, source_hash(src->entry, src->src_type, &address), src);
     atc_avl_remove(&src->entry->src_tree, src);
     atc_capture_auto_release(&src->stat);
     atc_free(src);
@@ -207,25 +196,22 @@ const atc_entry_key_t *entry_key(const void *record) {
     return static_cast<const atc_entry_key_t *>(record);
 }
 
-atc_src_key_t source_key(uint32_t src_type, const void *src_addr) {
-    atc_src_key_t key = {};
-    key.src_type = src_type;
-    if (src_addr != nullptr) {
-        memcpy(key.src_addr, src_addr, atc_src_addr_len(src_type));
-    }
-    return key;
+// The bytes of an address, zeros behind them.
+address_t address_of(const void *bytes, uint32_t len) {
+    address_t address = {};
+    memcpy(&address, bytes, len);
+    return address;
 }
 
-const void *source_address(const atc_pkt_info_t *info) {
+// The address by which a packet's sender is known. Each length is a constant, so the copies are plain loads.
+address_t source_address(const atc_pkt_info_t *info) {
     switch (info->src_type) {
         case ATC_SRC_MAC:
-            return info->src_mac;
+            return address_of(info->src_mac, sizeof(info->src_mac));
         case ATC_SRC_IPV4:
-            return &info->src_ipv4;
-        case ATC_SRC_IPV6:
-            return info->src_ipv6;
+            return address_of(&info->src_ipv4, sizeof(info->src_ipv4));
         default:
-            return nullptr;
+            return address_of(info->src_ipv6, sizeof(info->src_ipv6));
     }
 }
 
@@ -237,11 +223,42 @@ atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) {
 }
 
 // The same for an entry that has a place of its own to be remembered in.
-atc_entry_t *obtain_remembered(atc_entry_t **remembered, atc_avl_tree_t *tree, const atc_entry_key_t *key) {
-    if (*remembered == nullptr) {
-        *remembered = obtain(tree, key);
-    }
+atc_entry_t *remember(atc_entry_t **remembered, atc_avl_tree_t *tree, const atc_entry_key_t &key) {
+    *remembered = obtain(tree, &key);
     return *remembered;
+}
+
+// Finds a flow that is not remembered in its index, or creates it.
+atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint32_t hash) {
+    atc_entry_t *flow = obtain(&g_atc_global.entry_tree, &key);
+    if (flow == nullptr) {
+        return nullptr;
+    }
+    if (flow->src_tree.compare == nullptr) {
+        flow->stat.fp_threshold = atc_threshold(g_atc_global.fast_period_time, g_atc_global.fp_limit[key.protocol]);
+        flow->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.lp_limit[key.protocol]);
+        atc_avl_create(&flow->src_tree, atc_src_tree_compare, sizeof(atc_src_entry_t), 0);
+    }
+    atc_recall_add(&g_atc_global.recall.flows, hash, flow);
+    return flow;
+}
+
+// The same for a source.
+atc_src_entry_t *obtain_source(atc_entry_t *flow, uint32_t src_type, const address_t *address, uint32_t hash,
+                               bool *is_full) {
+    atc_src_key_t key = {};
+    key.src_type = src_type;
+    memcpy(key.src_addr, address, sizeof(key.src_addr));
+    atc_avl_where_t where;
+    auto *src = static_cast<atc_src_entry_t *>(atc_avl_find(&flow->src_tree, &key, &where));
+    if (src == nullptr) {
+        *is_full = atc_avl_numnodes(&flow->src_tree) >= ATC_SOURCES_PER_FLOW;
+        src = *is_full ? nullptr : create_source(flow, &key, where);
+    }
+    if (src != nullptr) {
+        atc_recall_add(&g_atc_global.recall.sources, hash, src);
+    }
+    return src;
 }
 
 // Creates the entry of 'key', which must not exist, all zero but for its head. Returns null when there is no memory.
@@ -268,21 +285,14 @@ atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t *key, atc_
     return src;
 }
 
-uint32_t port_hash(uint32_t port) {
-    return atc_recall_hash(&g_atc_global.recall, port);
-}
-
 uint32_t flow_hash(uint32_t port, uint16_t vlan, uint16_t protocol) {
     return atc_recall_hash(&g_atc_global.recall, (uint64_t{port} << 32) | (uint64_t{vlan} << 16) | protocol);
 }
 
-uint32_t source_hash(const atc_entry_t *flow, const atc_src_key_t *key) {
+uint32_t source_hash(const atc_entry_t *flow, uint32_t src_type, const address_t *address) {
     const atc_recall_t *recall = &g_atc_global.recall;
-    uint64_t address[2];
-    static_assert(sizeof(address) == ATC_SRC_ADDR_SIZE);
-    memcpy(address, key->src_addr, sizeof(address));
-    const uint64_t owner = reinterpret_cast<uintptr_t>(flow) + key->src_type;
-    return atc_recall_hash(recall, atc_recall_mix(recall, owner ^ address[1], address[0]));
+    const uint64_t owner = reinterpret_cast<uintptr_t>(flow) + src_type;
+    return atc_recall_hash(recall, atc_recall_mix(recall, owner ^ address->high, address->low));
 }
 
 void forget_aggregate(const atc_avl_tree_t *tree, const atc_entry_t *entry) {
@@ -290,7 +300,9 @@ void forget_aggregate(const atc_avl_tree_t *tree, const atc_entry_t *entry) {
     if (tree == &g_atc_global.vlan_tree) {
         recall->vlans[entry->vlan % ATC_VLANS] = nullptr;
     } else if (tree == &g_atc_global.port_tree) {
-        atc_recall_remove(&recall->ports, port_hash(entry->port), entry);
+        if (entry->port < ATC_RECALL_PORTS) {
+            recall->ports[entry->port] = nullptr;
+        }
     } else if (tree == &g_atc_global.rx_protocol_tree) {
         recall->rx_protocols[entry->protocol] = nullptr;
     } else {

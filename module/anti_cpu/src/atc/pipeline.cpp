@@ -21,6 +21,8 @@ constexpr uint32_t VLAN_ID_MASK = 0xfff;  // IEEE 802.1Q 9.6
 
 bool is_own_packet(const uint8_t *buf, uint32_t len, uint32_t direction) ATC_REQUIRES(g_atc_lock);
 int process(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan, uint32_t direction);
+bool has_rules() ATC_REQUIRES(g_atc_lock);
+int rule_verdict(const atc_pkt_info_t *info, int verdict) ATC_REQUIRES(g_atc_lock);
 
 }  // namespace
 
@@ -43,20 +45,14 @@ int atc_packet_process(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t
         atc_packet_parser(buf, len, &info);
     }
 
-    if (atc_debug_check(&info) == 1) {
+    if (g_atc_global.debug_enable != 0 && atc_debug_check(&info) == 1) {
         atc_debug_packet(buf, len, &info);
     }
-    if (atc_cap_check(&info) == 1 && atc_capture_manual(buf, len) != 0) {
+    if (g_atc_global.cap_enable != 0 && atc_cap_check(&info) == 1 && atc_capture_manual(buf, len) != 0) {
         return DROP;
     }
     const int verdict = atc_stat_info_process(buf, len, &info);
-    if (atc_filter_rule_check_permit(&info) == 1) {
-        return PASS;
-    }
-    if (atc_filter_rule_check_deny(&info) == 1) {
-        return DROP;
-    }
-    return verdict;
+    return has_rules() ? rule_verdict(&info, verdict) : verdict;
 }
 
 namespace {
@@ -73,6 +69,18 @@ int process(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan, uint
     }
     const atc_guard_t guard;
     return atc_packet_process(buf, len, port, vlan, direction);
+}
+
+bool has_rules() {
+    return !atc_list_is_empty(&g_atc_global.filter_list[0]) || !atc_list_is_empty(&g_atc_global.filter_list[1]);
+}
+
+// Permit beats deny, and both beat the limiter.
+int rule_verdict(const atc_pkt_info_t *info, int verdict) {
+    if (atc_filter_rule_check_permit(info) == 1) {
+        return PASS;
+    }
+    return atc_filter_rule_check_deny(info) == 1 ? DROP : verdict;
 }
 
 }  // namespace

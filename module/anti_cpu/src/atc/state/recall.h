@@ -20,13 +20,14 @@ struct atc_recall_table_t {
     uint32_t used;     // records held
 };
 
-constexpr uint32_t ATC_VLANS = 4096;  // VLAN ids have 12 bits (IEEE 802.1Q 9.6)
+constexpr uint32_t ATC_VLANS = 4096;         // VLAN ids have 12 bits (IEEE 802.1Q 9.6)
+constexpr uint32_t ATC_RECALL_PORTS = 1024;  // logical ports below this are remembered: a line card has no more
 
 struct atc_recall_t {
     uint64_t secret;  // odd; keeps senders from choosing keys that collide
     atc_recall_table_t flows;
     atc_recall_table_t sources;
-    atc_recall_table_t ports;
+    atc_entry_t *ports[ATC_RECALL_PORTS];  // by number; null = not remembered
     atc_entry_t *vlans[ATC_VLANS];
     atc_entry_t *rx_protocols[ATC_PROTOCOL_COUNT + 1];
     atc_entry_t *tx_protocols[ATC_PROTOCOL_COUNT + 1];
