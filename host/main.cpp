@@ -1,7 +1,7 @@
 // main.cpp: the command line of anti-cpu.
 //
-// Reads the options and hands over to the command they name. The module has no end of its own: when the process ends, its
-// threads stand still, since nobody moves the replay's time.
+// Reads the options and hands over to the command they name. The module has no end of its own: when the process ends,
+// its threads stand still, since nobody moves the replay's time.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
@@ -36,6 +36,8 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
     replay->add_option("--drain", options.drain_s,
                        "Seconds that time runs on behind the last packet [to the end of the fast period]");
     replay->add_option("--chip-rules", options.chip_rules, "Rules that the switching chip has room for [1024]");
+    replay->add_option("--memory-budget", options.memory_budget_mb,
+                       "Megabytes that the module may use; beyond them it takes no new flows and sources [no limit]");
     replay->add_option("--captures", options.captures_folder, "Folder that automatic captures are written into");
     replay->add_option("--captures-quota", options.captures_quota_mb, "Megabytes that the folder may hold [100]");
     replay->add_option("--log", options.log_file, "File that every message is written to");

@@ -16,6 +16,9 @@ namespace {
 
 constexpr size_t kKeyWidth = 44;    // of the flow table
 constexpr size_t kKeyLongest = 63;  // characters; longer ones are cut
+// The flow table ends at the last line that has room: one that comes within a line's length of that may be cut.
+constexpr size_t kFlowTableSize = 2097152;  // bytes
+constexpr size_t kFlowLineLongest = 256;    // bytes
 
 std::string trimmed(const std::string &text) {
     const size_t first = text.find_first_not_of(' ');
@@ -51,6 +54,19 @@ TableRow read_columns(const std::string &key, const char *columns, bool of_flow)
         row.peak_time = blank == std::string::npos ? std::string() : trimmed(row.peak_time.substr(0, blank));
     }
     return row;
+}
+
+// A flow's own line of the flow table; its sources' lines are none.
+bool read_flow(const std::string &line, FlowRow &flow) {
+    char name[32] = "";
+    char rest[8] = "";
+    if (std::sscanf(line.c_str(), "%u/%u/%31[^/]/%5s", &flow.port, &flow.vlan, name, rest) != 4 ||
+        std::strcmp(rest, "NULL") != 0) {
+        return false;
+    }
+    flow.protocol = parse_protocol(name);
+    flow.figures = read_columns("", line.c_str() + kKeyWidth, true);
+    return true;
 }
 
 // Source of each key text that the flow table can show for this flow.
@@ -98,17 +114,8 @@ std::vector<FlowRow> flow_rows() {
     std::unordered_map<std::string, Source> keys;
     bool keys_known = false;
     for (const std::string &line : body_lines(report_text(atc_api_get_stat_brief))) {
-        uint32_t port = 0;
-        uint32_t vlan = 0;
-        char name[32] = "";
-        char rest[8] = "";
-        if (std::sscanf(line.c_str(), "%u/%u/%31[^/]/%5s", &port, &vlan, name, rest) == 4 &&
-            std::strcmp(rest, "NULL") == 0) {
-            FlowRow flow;
-            flow.port = port;
-            flow.vlan = vlan;
-            flow.protocol = parse_protocol(name);
-            flow.figures = read_columns("", line.c_str() + kKeyWidth, true);
+        FlowRow flow;
+        if (read_flow(line, flow)) {
             flows.push_back(std::move(flow));
             keys_known = false;
         } else if (!flows.empty()) {
@@ -123,6 +130,20 @@ std::vector<FlowRow> flow_rows() {
         }
     }
     return flows;
+}
+
+FlowCounts flow_counts() {
+    const std::string text = report_text(atc_api_get_stat_brief);
+    const std::vector<std::string> lines = body_lines(text);
+    const size_t module_size = text.size() + lines.size();  // it ends its lines with "\r\n"
+    FlowCounts counts{{}, module_size + kFlowLineLongest < kFlowTableSize};
+    for (const std::string &line : lines) {
+        FlowRow flow;
+        if (read_flow(line, flow)) {
+            counts.packets[{flow.port, flow.vlan, flow.protocol}] += flow.figures.packets;
+        }
+    }
+    return counts;
 }
 
 std::vector<CountedSource> flow_sources(uint32_t direction, uint32_t vlan, uint32_t port, uint32_t protocol) {

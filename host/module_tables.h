@@ -2,10 +2,13 @@
 //
 // The module gives its figures per entry as text tables only (its queries cost a second each), so that text is read
 // back here: the one place that knows its columns. Numbers of 2^31 and more are printed negative by the module and come
-// out right. Used by: report (data), captures_folder (who holds a capture), the console. Thread: the driving one.
+// out right. Used by: report (data), flow_verdicts, captures_folder (who holds a capture), the console. Thread: the
+// driving one.
 #pragma once
 
+#include <compare>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -40,6 +43,21 @@ struct FlowRow {
 std::vector<TableRow> table_rows(int (*report)(char **text));
 
 std::vector<FlowRow> flow_rows();
+
+struct FlowKey {
+    uint32_t port = 0;
+    uint32_t vlan = 0;
+    uint32_t protocol = 0;
+    auto operator<=>(const FlowKey &) const = default;
+};
+
+// How many packets the module counted for each received flow since it was cleared. Packets without a class are counted
+// with those of unknown protocol: the module shows both under one name.
+struct FlowCounts {
+    std::map<FlowKey, uint64_t> packets;
+    bool complete;  // false: the module's text has no room for all flows
+};
+FlowCounts flow_counts();
 
 // A flow's sources, busiest first, with their packet counts; empty when there are none.
 struct CountedSource {

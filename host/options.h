@@ -12,6 +12,8 @@
 
 namespace host {
 
+constexpr uint64_t kBytesPerMegabyte = 1'000'000;
+
 struct ReplayOptions {
     std::vector<std::string> files;
     std::vector<uint32_t> ports{1};  // of the files, one each; the last one also of all further files
@@ -26,6 +28,7 @@ struct ReplayOptions {
     std::string captures_folder;
     uint64_t captures_quota_mb = 100;
     std::optional<uint32_t> chip_rules;
+    std::optional<uint32_t> memory_budget_mb;
     std::vector<std::string> until;  // times at which the operator gets the terminal
     std::string script_file;
     bool interactive = false;

@@ -17,7 +17,7 @@ constexpr uint64_t kPacketsPerProgress = 1 << 16;
 }  // namespace
 
 Replay::Replay(CaptureSet &captures, EventLog &events, const ReplaySettings &settings)
-    : captures_(captures), events_(events), settings_(settings) {}
+    : captures_(captures), events_(events), settings_(settings), flows_(settings.vlan, settings.device_mac()) {}
 
 Replay::~Replay() {
     card::Clock::instance().set_driver_sleep(nullptr);
@@ -31,8 +31,7 @@ void Replay::start() {
     card::Clock &clock = card::Clock::instance();
     clock.simulate(start_ns_);
     clock.set_driver_sleep([this](int64_t length_ns) { run_for(length_ns); });
-    // A device without an address of its own: no frame comes from the broadcast address.
-    card::set_device_mac(settings_.own_mac.value_or(MacAddress{0xff, 0xff, 0xff, 0xff, 0xff, 0xff}));
+    card::set_device_mac(settings_.device_mac());
     atc_init();
 }
 
@@ -138,8 +137,10 @@ void Replay::deliver(const Packet &packet) {
     last_counts_->offered++;
     if (card::Chip::instance().denies(packet.data, packet.len, packet.port, settings_.vlan)) {
         last_counts_->stopped++;
+        flows_.stopped(packet, last_logical_);
     } else if (atc_api_receive_packet(packet.data, packet.len, last_logical_, settings_.vlan) != 0) {
         last_counts_->dropped++;
+        flows_.dropped(packet, last_logical_);
     } else {
         last_counts_->passed++;
     }

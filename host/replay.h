@@ -3,7 +3,7 @@
 // The replay owns simulated time: before a packet is shown to the switching chip, and then to the module, time is moved
 // to the packet's, and whatever the module's monitor task has to do on the way is done. A query of the module that
 // measures for a second replays the packets of that second.
-// Used by: main, the console. Uses: capture_reader, event_log, the card, the module.
+// Used by: main, the console. Uses: capture_reader, event_log, flow_verdicts, the card, the module.
 // Thread: one, the driving thread of the clock; it calls with no lock held.
 #pragma once
 
@@ -16,12 +16,16 @@
 #include "addresses.h"
 #include "capture_reader.h"
 #include "event_log.h"
+#include "flow_verdicts.h"
 
 namespace host {
 
 struct ReplaySettings {
     uint32_t vlan = 1;                  // of frames without a tag
     std::optional<MacAddress> own_mac;  // frames from it are sent packets
+
+    // What the module knows as its own address. Without one: no frame comes from the broadcast address.
+    MacAddress device_mac() const { return own_mac.value_or(MacAddress{0xff, 0xff, 0xff, 0xff, 0xff, 0xff}); }
 };
 
 // What became of the packets of one port. Sent packets have no port.
@@ -70,6 +74,8 @@ public:
     uint64_t sent_dropped() const { return sent_dropped_; }
     const std::map<uint32_t, PortCounts> &ports() const { return ports_; }
     PortCounts received() const;
+    const FlowVerdicts &flow_verdicts() const { return flows_; }
+    FlowVerdicts &flow_verdicts() { return flows_; }
 
     // Called behind the packet that found automatic captures full, with the module's messages about them.
     void set_full_captures(std::function<void(const std::vector<std::string> &)> full) {
@@ -98,6 +104,7 @@ private:
     uint64_t sent_ = 0;
     uint64_t sent_dropped_ = 0;
     std::map<uint32_t, PortCounts> ports_;
+    FlowVerdicts flows_;
     std::map<uint32_t, uint32_t> trunk_of_;  // by member
     uint32_t last_port_ = 0;
     uint32_t last_logical_ = 0;          // its trunk, or itself

@@ -14,6 +14,7 @@
 #include "clock/clock.h"
 #include "console/console.h"
 #include "event_log.h"
+#include "os/os.h"
 #include "problems.h"
 #include "replay.h"
 #include "report.h"
@@ -21,8 +22,6 @@
 namespace host {
 
 namespace {
-
-constexpr uint64_t kBytesPerMegabyte = 1'000'000;
 
 struct FileCloser {
     void operator()(std::FILE *file) const { std::fclose(file); }
@@ -49,8 +48,9 @@ public:
         shown_ = now;
         visible_ = true;
         const uint64_t size = captures_.size();
-        std::fprintf(stderr, "\r%3" PRIu64 " %%  %" PRIu64 " packets ",
-                     size == 0 ? 0 : captures_.bytes_read() * 100 / size, packets);
+        const uint64_t percent = size == 0 ? 0 : captures_.bytes_read() * 100 / size;
+        const std::string bar(percent / 4, '#');
+        std::fprintf(stderr, "\r[%-25s] %3" PRIu64 " %%  %" PRIu64 " packets ", bar.c_str(), percent, packets);
     }
 
     void clear() {
@@ -87,6 +87,9 @@ void apply_settings(const ReplayOptions &options, Replay &replay) {
     }
     if (options.chip_rules) {
         card::Chip::instance().set_capacity(*options.chip_rules);
+    }
+    if (options.memory_budget_mb) {
+        card::set_memory_budget(*options.memory_budget_mb * kBytesPerMegabyte);
     }
 }
 

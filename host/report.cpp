@@ -44,6 +44,20 @@ double packets_per_second(const Summary &summary) {
     return summary.real_time_s > 0 ? static_cast<double>(summary.replay.packets()) / summary.real_time_s : 0;
 }
 
+// Of every port.
+void print_ports(std::FILE *out, const Replay &replay) {
+    TextTable table({{"port", kRight},
+                     {"offered", kRight},
+                     {"stopped-in-chip", kRight},
+                     {"dropped-in-software", kRight},
+                     {"passed", kRight}});
+    for (const auto &[port, counts] : replay.ports()) {
+        table.add({std::to_string(port), std::to_string(counts.offered), std::to_string(counts.stopped),
+                   std::to_string(counts.dropped), std::to_string(counts.passed)});
+    }
+    table.print(out);
+}
+
 Json figures_json(const TableRow &row) {
     Json json;
     json["packets"] = row.packets;
@@ -133,6 +147,7 @@ Json report_json(const Summary &summary) {
     json["hw_deny"] = hw_deny_json();
     json["chip_rules"] = chip_rules_json();
     json["port_verdicts"] = ports_json(summary.replay);
+    json["flow_verdicts"] = flow_verdicts_json(summary.replay);
     Json events = Json::array();
     for (const Event &event : summary.events.events()) {
         events.push_back({{"time", card::time_text(event.realtime_ns)}, {"level", event.level}, {"text", event.text}});
@@ -160,14 +175,25 @@ void print_hw_deny(std::FILE *out) {
 }
 
 void print_verdicts(std::FILE *out, const Replay &replay) {
+    print_ports(out, replay);
+    const std::vector<FlowVerdict> flows = replay.flow_verdicts().rows();
+    if (flows.empty()) {
+        return;
+    }
+    std::fputs(
+        "\nFlows of which packets were stopped or dropped; offered: counted by the module or stopped in the chip\n",
+        out);
     TextTable table({{"port", kRight},
+                     {"vlan", kRight},
+                     {"protocol", kLeft},
                      {"offered", kRight},
                      {"stopped-in-chip", kRight},
                      {"dropped-in-software", kRight},
                      {"passed", kRight}});
-    for (const auto &[port, counts] : replay.ports()) {
-        table.add({std::to_string(port), std::to_string(counts.offered), std::to_string(counts.stopped),
-                   std::to_string(counts.dropped), std::to_string(counts.passed)});
+    const auto known = [](const std::optional<uint64_t> &count) { return count ? std::to_string(*count) : "unknown"; };
+    for (const FlowVerdict &row : flows) {
+        table.add({std::to_string(row.flow.port), std::to_string(row.flow.vlan), protocol_name(row.flow.protocol),
+                   known(row.offered), std::to_string(row.stopped), std::to_string(row.dropped), known(row.passed)});
     }
     table.print(out);
 }
@@ -271,6 +297,21 @@ Json ports_json(const Replay &replay) {
                         {"stopped_in_chip", counts.stopped},
                         {"dropped_in_software", counts.dropped},
                         {"passed", counts.passed}});
+    }
+    return json;
+}
+
+Json flow_verdicts_json(const Replay &replay) {
+    const auto known = [](const std::optional<uint64_t> &count) { return count ? Json(*count) : Json(nullptr); };
+    Json json = Json::array();
+    for (const FlowVerdict &row : replay.flow_verdicts().rows()) {
+        json.push_back({{"port", row.flow.port},
+                        {"vlan", row.flow.vlan},
+                        {"protocol", protocol_name(row.flow.protocol)},
+                        {"offered", known(row.offered)},
+                        {"stopped_in_chip", row.stopped},
+                        {"dropped_in_software", row.dropped},
+                        {"passed", known(row.passed)}});
     }
     return json;
 }

@@ -1,9 +1,8 @@
 // report.h: what a replay has found, as sections of text or as one JSON object.
 //
-// The tables are the module's own texts; the chip's rules, the counts per port and the summary are the host's. As data,
-// every section has a key that stays, and numbers are numbers.
-// Used by: main, the console (single sections). Uses: replay, event_log, module_tables, the chip. Thread: the driving
-// one.
+// The tables are the module's own texts; the chip's rules, what became of the packets and the summary are the host's.
+// As data, every section has a key that stays, and numbers are numbers. Used by: main, the console (single sections).
+// Uses: replay, event_log, module_tables, the chip. Thread: the driving one.
 #pragma once
 
 #include <cstdio>
@@ -39,6 +38,7 @@ Json alarms_json(const std::vector<FlowRow> &flows);
 Json chip_rules_json();
 Json hw_deny_json();
 Json ports_json(const Replay &replay);
+Json flow_verdicts_json(const Replay &replay);
 Json source_json(const Source &source);
 
 }  // namespace host

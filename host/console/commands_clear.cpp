@@ -12,8 +12,9 @@ uint32_t direction_of(const Arguments &arguments) {
     return arguments.number_or("direction", ATC_DIRECTION_RX);
 }
 
-Status clear_all(Session &, const Arguments &) {
-    return done_if_zero(static_cast<uint32_t>(atc_api_clear_statistic_all()), kNoEntry);
+Status clear_all(Session &session, const Arguments &) {
+    const int result = session.replay.flow_verdicts().keep_counts(atc_api_clear_statistic_all);
+    return done_if_zero(static_cast<uint32_t>(result), kNoEntry);
 }
 
 Status clear_global(Session &, const Arguments &arguments) {
@@ -35,10 +36,12 @@ Status clear_protocol(Session &, const Arguments &arguments) {
     return done_if_zero(static_cast<uint32_t>(result), kNoEntry);
 }
 
-Status clear_flow(Session &, const Arguments &arguments) {
+Status clear_flow(Session &session, const Arguments &arguments) {
     const FlowName flow = flow_name(arguments);
-    const int result =
-        atc_api_clear_statistic(flow.direction, flow.vlan, flow.port, flow.protocol, flow.source.type, flow.address());
+    const int result = session.replay.flow_verdicts().keep_counts([&flow] {
+        return atc_api_clear_statistic(flow.direction, flow.vlan, flow.port, flow.protocol, flow.source.type,
+                                       flow.address());
+    });
     return done_if_zero(static_cast<uint32_t>(result), kNoEntry);
 }
 

@@ -1,4 +1,6 @@
 // commands_filter.cpp: "filter" and "hw-filter": the operator's own rules, in software and in the switching chip.
+#include <algorithm>
+
 #include "anti_cpu/anti_cpu.h"
 #include "console/command_rows.h"
 
@@ -31,8 +33,31 @@ Status filter_delete(Session &, const Arguments &arguments) {
     return done_if_zero(static_cast<uint32_t>(result), "there is no filter of this id");
 }
 
+template <typename Length, size_t size>
+void match_whole(const uint8_t (&address)[size], Length &length) {
+    constexpr size_t bits_per_byte = 8;
+    const bool is_set = std::ranges::any_of(address, [](uint8_t byte) { return byte != 0; });
+    length = is_set && length == 0 ? static_cast<Length>(size * bits_per_byte) : length;
+}
+
+// For software filters an address without a prefix length is that address; the switching chip takes it for any address,
+// which would deny a whole port.
+void match_whole_addresses(atc_filter_rule_t &rule) {
+    constexpr uint8_t ipv4_bits = 32;
+    match_whole(rule.src_mac, rule.src_mac_masklen);
+    match_whole(rule.dst_mac, rule.dst_mac_masklen);
+    rule.src_ipv4_masklen = rule.src_ipv4 != 0 && rule.src_ipv4_masklen == 0 ? ipv4_bits : rule.src_ipv4_masklen;
+    rule.dst_ipv4_masklen = rule.dst_ipv4 != 0 && rule.dst_ipv4_masklen == 0 ? ipv4_bits : rule.dst_ipv4_masklen;
+    match_whole(rule.src_ipv6, rule.src_ipv6_masklen);
+    match_whole(rule.dst_ipv6, rule.dst_ipv6_masklen);
+}
+
 Status hw_filter_add(Session &, const Arguments &arguments) {
     atc_filter_rule_t rule = arguments.rule();
+    if (rule.port == 0) {
+        return failed("a filter of the switching chip stands at a port: give one");
+    }
+    match_whole_addresses(rule);
     rule.id = arguments.number("id");
     rule.action = arguments.has("deny")       ? ATC_HW_ACTION_DENY
                   : arguments.has("action-2") ? ATC_HW_ACTION_2

@@ -2,6 +2,8 @@
 #include "anti_cpu/anti_cpu.h"
 #include "chip/chip.h"
 #include "console/command_rows.h"
+#include "options.h"
+#include "os/os.h"
 
 namespace host::console {
 
@@ -55,6 +57,11 @@ Status set_chip_rules(Session &, const Arguments &arguments) {
     return Status::kDone;
 }
 
+Status set_memory_budget(Session &, const Arguments &arguments) {
+    card::set_memory_budget(arguments.number("megabytes") * kBytesPerMegabyte);
+    return Status::kDone;
+}
+
 }  // namespace
 
 std::vector<Command> set_rows() {
@@ -75,6 +82,8 @@ std::vector<Command> set_rows() {
         {"set icmpattack <number>", "A word that only \"show settings\" shows", set_number<atc_api_set_icmpattack>},
         {"set icmpattack-size <number>", "A word that only \"show settings\" shows",
          set_number<atc_api_set_icmpattack_size>},
+        {"set memory-budget <megabytes:number>",
+         "Memory that the module may use; beyond it no new flows and sources (0 = no limit)", set_memory_budget},
         {"set chip-rules <number>", "Rules that the switching chip has room for", set_chip_rules},
     };
 }

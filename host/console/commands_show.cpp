@@ -7,6 +7,7 @@
 #include "console/command_rows.h"
 #include "console/dump_data.h"
 #include "module_text.h"
+#include "os/os.h"
 #include "services/services.h"
 #include "text_table.h"
 
@@ -137,9 +138,25 @@ Status show_captures(Session &session, const Arguments &arguments) {
 
 Status show_verdicts(Session &session, const Arguments &arguments) {
     if (as_json(session, arguments)) {
-        return print_json(ports_json(session.replay));
+        return print_json({{"ports", ports_json(session.replay)}, {"flows", flow_verdicts_json(session.replay)}});
     }
     print_verdicts(stdout, session.replay);
+    return Status::kDone;
+}
+
+Status show_memory(Session &session, const Arguments &arguments) {
+    const card::MemoryUse use = card::memory_use();
+    if (as_json(session, arguments)) {
+        return print_json(
+            {{"blocks", use.blocks}, {"bytes", use.bytes}, {"budget", use.budget}, {"refused", use.refused}});
+    }
+    TextTable table({{"blocks", TextTable::Align::kRight},
+                     {"bytes", TextTable::Align::kRight},
+                     {"budget-bytes", TextTable::Align::kRight},
+                     {"refused-blocks", TextTable::Align::kRight}});
+    table.add({std::to_string(use.blocks), std::to_string(use.bytes),
+               use.budget == 0 ? "none" : std::to_string(use.budget), std::to_string(use.refused)});
+    table.print(stdout);
     return Status::kDone;
 }
 
@@ -175,7 +192,8 @@ std::vector<Command> show_rows() {
         {"show port-map <highest:port-index>", "Slot and port of the logical ports up to this one", show_port_map},
         {"show names", "Ids and names of the protocols", show_names},
         {"show captures", "Captures that the module holds", show_captures},
-        {"show verdicts", "What became of the received packets, by port", show_verdicts},
+        {"show verdicts", "What became of the received packets, by port and by flow", show_verdicts},
+        {"show memory", "Memory that the module uses, its budget, and what that forbade", show_memory},
         {"show clock", "The replay's time", show_clock},
     };
 }

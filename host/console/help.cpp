@@ -104,8 +104,8 @@ std::string reference_page() {
         "The same lines are taken by `replay --config`, `-x`, `--script` and `--interactive`. Key words can be cut\n"
         "short while they are unambiguous, `?` behind any beginning lists what may follow, texts with blanks go into\n"
         "`\"quotes\"`, and `#` begins a comment. Parts in `[ ]` may be left out; of parts between `( | )` one is\n"
-        "chosen. Behind every `show` the word `json` gives the same as data. In a file of lines, a line that begins\n"
-        "with `-` may fail; any other wrong or failing line ends the file.\n";
+        "chosen. Behind every `show` the word `json` gives the same as data. A wrong or failing line ends a file\n"
+        "of lines, but for a line of a script that begins with `-`.\n";
     std::string verb;
     for (const Command &command : commands()) {
         if (verb_of(command) != verb) {

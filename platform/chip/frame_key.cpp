@@ -59,7 +59,7 @@ private:
 
     // Takes a field over from 'offset' behind the cursor, if all of it is there.
     void copy(Field field, size_t offset) {
-        if (has(offset, field_place(field).length)) {
+        if (frame_ != nullptr && has(offset, field_place(field).length)) {
             set(field, frame_ + at_ + offset);
         }
     }

@@ -14,6 +14,19 @@ namespace card {
 // Blocks allocated through bep_mallocEx and bep_callocEx that have not been freed. Any thread.
 int64_t live_blocks();
 
+// The module's memory. Any thread; each figure is true by itself.
+struct MemoryUse {
+    int64_t blocks;    // live_blocks()
+    uint64_t bytes;    // of these blocks, the allocator's overhead included
+    uint64_t budget;   // bytes that may not be passed; 0 = none
+    uint64_t refused;  // blocks that a budget forbade, since the process started
+};
+MemoryUse memory_use();
+
+// Forbids blocks that would take the module's memory beyond 'bytes' (0 = no budget); those that are there stay, and may
+// be more. While blocks are refused, a line a minute in the log says so. Any thread; at once.
+void set_memory_budget(uint64_t bytes);
+
 // Starts a thread that runs run() for the life of the process, or until that returns; its name is cut to 15 characters.
 // It takes part in a simulation from its start: the driver comes back when the thread has reached its first wait.
 // 'stack_size' is raised where that is too little for name resolution and TLS. False when there is no thread.

@@ -65,7 +65,7 @@ uint32_t bep_msgQCreateEx(uint32_t max_messages, uint32_t message_size, uint32_t
         auto queue = std::make_unique<Queue>(max_messages, message_size);
         const uint32_t handle = queues.add(queue.get());
         if (handle != 0) {
-            queue.release();  // the table's now
+            static_cast<void>(queue.release());  // the table's now
         }
         return handle;
     } catch (const std::exception &) {  // no memory for that many messages

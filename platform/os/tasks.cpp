@@ -80,7 +80,7 @@ bool card::start_thread(const char *name, size_t stack_size, std::function<void(
         clock.thread_failed(counted);
         return false;
     }
-    start.release();  // the thread's now
+    static_cast<void>(start.release());  // the thread's now
     clock.settle();
     return true;
 }

@@ -73,7 +73,7 @@ void print_log_line(std::FILE *file, const LogMessage &message) {
     std::string line = time_text(message.realtime_ns) + ' ' + std::to_string(message.level) + ' ';
     line += message.text;
     line += '\n';
-    std::fwrite(line.data(), 1, line.size(), file);
+    static_cast<void>(std::fwrite(line.data(), 1, line.size(), file));  // nobody to tell when the log itself fails
 }
 
 void log_note(std::string_view text) {

@@ -190,7 +190,7 @@ bool describe_trust(CURL *curl, uint32_t ftp_type, const TransferOptions &option
         set(CURLOPT_SSH_AUTH_TYPES, static_cast<long>(CURLSSH_AUTH_PASSWORD | CURLSSH_AUTH_KEYBOARD));
         if (!options.accept_any) {
             // Without a file libcurl would take any key; with an empty or missing one it takes none.
-            const char *home = std::getenv("HOME");
+            const char *home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe): nobody here changes it
             const std::string own = std::string(home == nullptr ? "" : home) + "/.ssh/known_hosts";
             set(CURLOPT_SSH_KNOWNHOSTS, options.known_hosts.empty() ? own.c_str() : options.known_hosts.c_str());
         }

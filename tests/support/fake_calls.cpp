@@ -15,19 +15,8 @@ namespace {
 
 constexpr int64_t ns_per_second = 1'000'000'000;
 
-void violation(const char *what) {
-    ADD_FAILURE() << "platform: " << what;
-}
-
-Bytes bytes(const void *data, size_t size) {
-    const auto *begin = static_cast<const uint8_t *>(data);
-    return Bytes(begin, begin + size);
-}
-
-void check_leading(uint32_t a, uint32_t b) {
-    if (a != 0 || b != 0) {
-        violation("a chip call whose two leading integers are not 0");
-    }
+void check_unused(uint32_t a, uint32_t b, const void *last = nullptr) {
+    EXPECT_TRUE(a == 0 && b == 0 && last == nullptr) << "platform: a chip call whose unused arguments are not 0";
 }
 
 }  // namespace
@@ -50,8 +39,7 @@ void *bep_mallocEx(uint32_t size, const char *, int) {
 }
 
 void *bep_callocEx(uint32_t count, uint32_t size, const char *, int) {
-    uint64_t total = uint64_t{count} * size;
-    return fake().enter(Call::alloc) || total > UINT32_MAX ? nullptr : fake().allocate(static_cast<size_t>(total), 0);
+    return fake().enter(Call::alloc) ? nullptr : fake().allocate(size_t{count} * size, 0);
 }
 
 void bep_freeEx(void *ptr, const char *, int) {
@@ -87,18 +75,12 @@ uint32_t bep_semMCreateEx(uint32_t options, const char *, int) {
 }
 
 int bep_semTakeEx(uint32_t sem, int timeout, const char *, int) {
-    if (sem != FakePlatform::sem_handle || timeout != -1) {
-        violation("mutex taken with a wrong handle or time-out");
-        return -1;
-    }
+    EXPECT_TRUE(sem == FakePlatform::sem_handle && timeout == -1) << "platform: a wrong mutex, or with a time-out";
     return fake().take();
 }
 
 int bep_semGiveEx(uint32_t sem, const char *, int) {
-    if (sem != FakePlatform::sem_handle) {
-        violation("mutex given with a wrong handle");
-        return -1;
-    }
+    EXPECT_EQ(sem, FakePlatform::sem_handle) << "platform: a wrong mutex";
     return fake().give();
 }
 
@@ -110,19 +92,13 @@ uint32_t bep_msgQCreateEx(uint32_t max_messages, uint32_t message_size, uint32_t
 
 int bep_msgQSendEx(uint32_t msgq, const void *message, uint32_t size, int timeout, uint32_t priority, const char *,
                    int) {
-    if (msgq != FakePlatform::queue_handle) {
-        violation("message sent to a wrong queue");
-        return -1;
-    }
+    EXPECT_EQ(msgq, FakePlatform::queue_handle) << "platform: a wrong queue";
     return fake().enter(Call::send) ? -1 : fake().send(message, size, timeout, priority);
 }
 
 int bep_msgQReceiveEx(uint32_t msgq, void *message, uint32_t size, int timeout_ticks, const char *, int) {
     fake().check_not_held("bep_msgQReceiveEx");
-    if (msgq != FakePlatform::queue_handle) {
-        violation("message received from a wrong queue");
-        return -1;
-    }
+    EXPECT_EQ(msgq, FakePlatform::queue_handle) << "platform: a wrong queue";
     if (fake().on_receive) {
         fake().on_receive();
     }
@@ -186,35 +162,33 @@ void syslog_get_timestamp(char *text, uint32_t size) {
 int xftp_upload_base(const char *server, const char *user, const char *passwd, const char *file_name, const void *data,
                      uint32_t length, uint32_t ftp_type, void *result) {
     fake().check_not_held("xftp_upload_base");
-    if (bytes(result, 24) != Bytes(24, 0)) {
-        violation("the result area of an upload is not 24 zeroed bytes");
-    }
+    EXPECT_EQ(std::memcmp(result, Bytes(24).data(), 24), 0)
+        << "platform: an upload's result area is not 24 zeroed bytes";
     if (fake().on_upload) {
         fake().on_upload();
     }
     if (fake().enter(Call::upload)) {
         return -1;
     }
-    return fake().upload({server, user, passwd, file_name, bytes(data, length), ftp_type});
+    const auto *first = static_cast<const uint8_t *>(data);
+    return fake().upload({server, user, passwd, file_name, Bytes(first, first + length), ftp_type});
 }
 
 int hw_driver_set_stream_qos_item(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
                                   uint32_t op_len, const void *port, uint32_t port_len, void *unused) {
-    check_leading(a, b);
-    EXPECT_EQ(unused, nullptr);
+    check_unused(a, b, unused);
     return fake().enter(Call::chip_set) ? -1 : fake().chip_set(match, match_len, op, op_len, port, port_len);
 }
 
 int hw_driver_delete_qos_item_by_stream(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
                                         uint32_t op_len, const void *port, uint32_t port_len, void *unused) {
-    check_leading(a, b);
-    EXPECT_EQ(unused, nullptr);
+    check_unused(a, b, unused);
     return fake().enter(Call::chip_delete) ? -1 : fake().chip_delete(match, match_len, op, op_len, port, port_len);
 }
 
 int hw_driver_lookup_entry_by_stream(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
                                      uint32_t op_len, const void *port, uint32_t port_len, uint32_t *entry_id) {
-    check_leading(a, b);
+    check_unused(a, b);
     std::optional<ChipRule> rule = fake().chip_lookup(match, match_len, op, op_len, port, port_len);
     if (fake().enter(Call::chip_entry_id) || !rule) {
         return -1;
@@ -225,7 +199,7 @@ int hw_driver_lookup_entry_by_stream(uint32_t a, uint32_t b, const void *match, 
 
 int hw_driver_lookup_stat_id_by_stream(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
                                        uint32_t op_len, const void *port, uint32_t port_len, uint32_t *stat_id) {
-    check_leading(a, b);
+    check_unused(a, b);
     std::optional<ChipRule> rule = fake().chip_lookup(match, match_len, op, op_len, port, port_len);
     if (fake().enter(Call::chip_stat_id) || !rule) {
         return -1;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -37,6 +38,11 @@ size_t op_list_size(const Bytes &op) {
         size += 4 + 18 * size_t{word_at(op, size + 2)};
     }
     return size;
+}
+
+template <typename rules_t>
+auto with_stat_id(rules_t &rules, uint32_t stat_id) {
+    return std::ranges::find(rules, stat_id, [](const auto &rule) { return rule.second.stat_id; });
 }
 
 }  // namespace
@@ -173,26 +179,19 @@ std::vector<LogLine> FakePlatform::log() {
 
 std::vector<ChipRule> FakePlatform::chip() {
     std::lock_guard<std::mutex> lock(guard_);
-    std::map<uint32_t, ChipRule> by_id;
-    for (const auto &[key, rule] : rules_) {
-        by_id.emplace(rule.entry_id, rule);
-    }
     std::vector<ChipRule> rules;
-    for (auto &[id, rule] : by_id) {
-        rules.push_back(std::move(rule));
+    for (const auto &[key, rule] : rules_) {
+        rules.push_back(rule);
     }
+    std::ranges::sort(rules, {}, &ChipRule::entry_id);
     return rules;
 }
 
 void FakePlatform::set_packets(uint32_t stat_id, uint64_t packets) {
     std::lock_guard<std::mutex> lock(guard_);
-    for (auto &[key, rule] : rules_) {
-        if (rule.stat_id == stat_id) {
-            rule.packets = packets;
-            return;
-        }
-    }
-    ADD_FAILURE() << "no rule in the chip with stat id " << stat_id;
+    auto found = with_stat_id(rules_, stat_id);
+    ASSERT_TRUE(found != rules_.end()) << "no rule in the chip with stat id " << stat_id;
+    found->second.packets = packets;
 }
 
 void FakePlatform::chip_clear() {
@@ -241,12 +240,9 @@ void *FakePlatform::allocate(size_t size, int fill) {
 }
 
 void FakePlatform::release(void *ptr) {
-    if (ptr == nullptr) {
-        return;
-    }
     {
         std::lock_guard<std::mutex> lock(guard_);
-        if (live_.erase(ptr) == 1) {
+        if (ptr == nullptr || live_.erase(ptr) == 1) {
             std::free(ptr);
             return;
         }
@@ -367,12 +363,8 @@ std::optional<ChipRule> FakePlatform::chip_lookup(const void *match, uint32_t ma
 
 std::optional<uint64_t> FakePlatform::packets(uint32_t stat_id) {
     std::lock_guard<std::mutex> lock(guard_);
-    for (const auto &[key, rule] : rules_) {
-        if (rule.stat_id == stat_id) {
-            return rule.packets;
-        }
-    }
-    return std::nullopt;
+    auto found = with_stat_id(rules_, stat_id);
+    return found == rules_.end() ? std::nullopt : std::optional<uint64_t>(found->second.packets);
 }
 
 std::optional<std::pair<uint32_t, uint32_t>> FakePlatform::slot_port(uint32_t port) {

@@ -55,6 +55,18 @@ void clear_messages() {
     }
 }
 
+// Hands a packet over 'n' times; the last verdict.
+template <typename call_t>
+int repeat(uint32_t n, std::span<const uint8_t> frame, call_t call) {
+    auto exact = std::make_unique<uint8_t[]>(frame.size());
+    std::copy(frame.begin(), frame.end(), exact.get());
+    int verdict = 0;
+    for (uint32_t i = 0; i < n; ++i) {
+        verdict = call(exact.get(), static_cast<uint32_t>(frame.size()));
+    }
+    return verdict;
+}
+
 }  // namespace
 
 uint32_t test_seed() {
@@ -108,23 +120,11 @@ int ModuleTest::tx(std::span<const uint8_t> frame) {
 }
 
 int ModuleTest::rx_n(uint32_t n, std::span<const uint8_t> frame, uint32_t port, uint32_t vlan) {
-    auto exact = std::make_unique<uint8_t[]>(frame.size());
-    std::copy(frame.begin(), frame.end(), exact.get());
-    int verdict = 0;
-    for (uint32_t i = 0; i < n; ++i) {
-        verdict = atc_api_receive_packet(exact.get(), static_cast<uint32_t>(frame.size()), port, vlan);
-    }
-    return verdict;
+    return repeat(n, frame, [=](uint8_t *data, uint32_t len) { return atc_api_receive_packet(data, len, port, vlan); });
 }
 
 int ModuleTest::tx_n(uint32_t n, std::span<const uint8_t> frame) {
-    auto exact = std::make_unique<uint8_t[]>(frame.size());
-    std::copy(frame.begin(), frame.end(), exact.get());
-    int verdict = 0;
-    for (uint32_t i = 0; i < n; ++i) {
-        verdict = atc_api_global_send_packet(exact.get(), static_cast<uint32_t>(frame.size()));
-    }
-    return verdict;
+    return repeat(n, frame, [](uint8_t *data, uint32_t len) { return atc_api_global_send_packet(data, len); });
 }
 
 void ModuleTest::pass_seconds(uint32_t n) {

@@ -218,10 +218,8 @@ void PrintTo(const Frame &frame, std::ostream *out) {
 }
 
 Frame eth(uint16_t type, Bytes payload) {
-    Bytes header(12);
-    header.insert(header.end(), {high(type), low(type)});
-    header.insert(header.end(), payload.begin(), payload.end());
-    return Frame(std::move(header)).from(SENDER_MAC).to(OWN_MAC);
+    payload.insert(payload.begin(), {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, high(type), low(type)});
+    return Frame(std::move(payload)).from(SENDER_MAC).to(OWN_MAC);
 }
 
 Frame llc(uint8_t dsap, Bytes payload) {
@@ -279,23 +277,19 @@ Frame cfm(uint8_t opcode) {
 
 Frame ipv4(uint8_t proto, Bytes payload) {
     uint32_t length = static_cast<uint32_t>(payload.size() + 20);
-    Bytes header = {0x45, 0, high(length), low(length), 0, 1, 0, 0, 64, proto, 0, 0, 10, 0, 0, 1, 10, 0, 0, 2};
-    header.insert(header.end(), payload.begin(), payload.end());
-    Frame frame = eth(0x0800, std::move(header));
+    payload.insert(payload.begin(),
+                   {0x45, 0, high(length), low(length), 0, 1, 0, 0, 64, proto, 0, 0, 10, 0, 0, 1, 10, 0, 0, 2});
+    Frame frame = eth(0x0800, std::move(payload));
     frame.l4_ = frame.payload_ + 20;
     return frame;
 }
 
 Frame ipv6(uint8_t next_header, Bytes payload) {
     uint32_t length = static_cast<uint32_t>(payload.size());
-    Bytes header(40);
-    header[0] = 0x60;
-    header[4] = high(length);
-    header[5] = low(length);
-    header[6] = next_header;
-    header[7] = 64;
-    header.insert(header.end(), payload.begin(), payload.end());
-    Frame frame = eth(0x86DD, std::move(header));
+    payload.insert(payload.begin(), 40, 0);
+    std::ranges::copy(std::initializer_list<uint8_t>{0x60, 0, 0, 0, high(length), low(length), next_header, 64},
+                      payload.begin());
+    Frame frame = eth(0x86DD, std::move(payload));
     frame.l4_ = frame.payload_ + 40;
     return frame.src_ip(1u).dst_ip(2u);
 }
@@ -329,65 +323,24 @@ Frame icmpv6(uint8_t type, uint8_t code) {
 
 Frame frame_of_class(uint16_t protocol) {
     static const Frame frames[] = {
-        bpdu(0),                         // 1 stp
-        bpdu(2),                         // 2 rstp
-        bpdu(3),                         // 3 mstp
-        lldp(),                          // 4 lldp
-        isis(),                          // 5 isis
-        arp(),                           // 6 arp
-        pppoe(),                         // 7 pppoe
-        dot1x(),                         // 8 dot1x
-        slow(1),                         // 9 lacp
-        slow(3),                         // 10 dot3ah
-        cfm(39),                         // 11 aps
-        cfm(40),                         // 12 erps
-        cfm(1),                          // 13 y1731
-        ipv4(50),                        // 14 unknown-ipv4
-        ipv6(44),                        // 15 unknown-ipv6
-        ipv4(50).more_fragments(),       // 16 ... fragment
-        ipv4(89).dst_ip("224.0.0.5"),    // 17 ospfv2
-        ipv6(89).dst_ip("ff02::5"),      // 18 ospfv3
-        ipv4(103).dst_ip("224.0.0.13"),  // 19 pim4
-        ipv6(103).dst_ip("ff02::d"),     // 20 pim6
-        icmp(),                          // 21 icmpv4
-        ipv4(2).dst_ip("224.0.0.1"),     // 22 igmp
-        ipv4(46),                        // 23 rsvp
-        ipv4(112).dst_ip("224.0.0.18"),  // 24 vrrp
-        icmpv6(1),                       // 25 unknown-icmpv6
-        icmpv6(130),
-        icmpv6(131),
-        icmpv6(132),
-        icmpv6(143),  // 26..29 mld-*
-        icmpv6(128),
-        icmpv6(129),  // 30, 31 request, reply
-        icmpv6(133),
-        icmpv6(134),
-        icmpv6(135),
-        icmpv6(136),
-        icmpv6(137),          // 32..36 neighbours
-        udp(),                // 37 unknown-udp
-        udp(123, 123),        // 38 ntp
-        udp(40000, 1812),     // 39 radius
-        udp(68, 67),          // 40 dhcp
-        udp6(546, 547),       // 41 dhcpv6
-        udp(646, 646),        // 42 ldp
-        udp(49152, 3784),     // 43 bfd
-        udp(40000, 161),      // 44 snmp
-        udp(40000, 69),       // 45 tftp
-        tcp(40000, 49),       // 46 tacacs
-        udp(40000, 3503),     // 47 mplsoam
-        udp(520, 520),        // 48 rip
-        udp6(521, 521),       // 49 ripng
-        udp(40000, 53),       // 50 dns
-        tcp(),                // 51 unknown-tcp
-        tcp(40000, 80, SYN),  // 52 tcp-syn
-        tcp(40000, 179),      // 53 bgp
-        tcp(40000, 23),       // 54 telnet
-        tcp(40000, 22),       // 55 ssh
-        tcp(40000, 21),       // 56 ftp
-        arp().from(OWN_MAC),  // 57 self
-        eth(0x1234),          // 58 unknown-packet
-    };
+        // 1 stp, rstp, mstp, lldp, isis, arp, pppoe, dot1x, lacp, dot3ah, aps, erps, y1731
+        bpdu(0), bpdu(2), bpdu(3), lldp(), isis(), arp(), pppoe(), dot1x(), slow(1), slow(3), cfm(39), cfm(40), cfm(1),
+        // 14 unknown-ipv4, unknown-ipv6, unknown-ip-fragment, ospfv2, ospfv3, pim4, pim6
+        ipv4(50), ipv6(44), ipv4(50).more_fragments(), ipv4(89).dst_ip("224.0.0.5"), ipv6(89).dst_ip("ff02::5"),
+        ipv4(103).dst_ip("224.0.0.13"), ipv6(103).dst_ip("ff02::d"),
+        // 21 icmpv4, igmp, rsvp, vrrp, unknown-icmpv6, four of mld
+        icmp(), ipv4(2).dst_ip("224.0.0.1"), ipv4(46), ipv4(112).dst_ip("224.0.0.18"), icmpv6(1), icmpv6(130),
+        icmpv6(131), icmpv6(132), icmpv6(143),
+        // 30 icmpv6 request, reply, rs, ra, ns, na, redirect
+        icmpv6(128), icmpv6(129), icmpv6(133), icmpv6(134), icmpv6(135), icmpv6(136), icmpv6(137),
+        // 37 unknown-udp, ntp, radius, dhcp, dhcpv6, ldp, bfd, snmp, tftp
+        udp(), udp(123, 123), udp(40000, 1812), udp(68, 67), udp6(546, 547), udp(646, 646), udp(49152, 3784),
+        udp(40000, 161), udp(40000, 69),
+        // 46 tacacs, mplsoam, rip, ripng, dns
+        tcp(40000, 49), udp(40000, 3503), udp(520, 520), udp6(521, 521), udp(40000, 53),
+        // 51 unknown-tcp, tcp-syn, bgp, telnet, ssh, ftp, self, unknown-packet
+        tcp(), tcp(40000, 80, SYN), tcp(40000, 179), tcp(40000, 23), tcp(40000, 22), tcp(40000, 21),
+        arp().from(OWN_MAC), eth(0x1234)};
     static_assert(std::size(frames) == 58);
     require(protocol >= 1 && protocol <= std::size(frames), "protocol classes are 1..58");
     return frames[protocol - 1];

@@ -10,8 +10,6 @@
 
 namespace {
 
-// ---- Trees --------------------------------------------------------------------------------------------------------
-
 struct TreeWalk {
     explicit TreeWalk(const atc_avl_tree_t &walked) : tree(walked) {}
 
@@ -47,8 +45,6 @@ struct TreeWalk {
         return std::max(left, right) + 1;
     }
 };
-
-// ---- The module's state -------------------------------------------------------------------------------------------
 
 class StateCheck {
 public:
@@ -89,8 +85,7 @@ private:
     void block(const atc_stat_t &stat) {
         if (stat.cap_buf != nullptr) {
             ++buffers_;
-            check(stat.cap_len >= ATC_CAPTURE_HEADER_SIZE && stat.cap_len < ATC_CAPTURE_SIZE,
-                  "a capture of " + std::to_string(stat.cap_len) + " bytes");
+            check(stat.cap_len >= ATC_CAPTURE_HEADER_SIZE && stat.cap_len < ATC_CAPTURE_SIZE, "a capture's length");
         }
         check(stat.cap_on == 0 || stat.cap_buf != nullptr, "a capture records without a buffer");
         check(stat.fp_head < ATC_RING_SLOTS && stat.fp_cur < ATC_RING_SLOTS, "a fast ring out of bounds");
@@ -118,8 +113,7 @@ private:
                 check(src->entry == entry, "a source of another flow");
             });
         });
-        check(buffers_ == global_.protocol_cap_cnt,
-              std::to_string(buffers_) + " capture buffers, counted " + std::to_string(global_.protocol_cap_cnt));
+        check(buffers_ == global_.protocol_cap_cnt, "protocol_cap_cnt is not the number of capture buffers");
         check(buffers_ <= ATC_AUTO_CAPTURES_MAX, "too many capture buffers");
     }
 
@@ -147,19 +141,18 @@ private:
         });
         check(owners.size() == deny_records_, "two deny records of one owner");
         check(owners == denied_, "hw_deny_on does not tell the owners of deny records");
-        check(deny_records_ == global_.rule_hw_count,
-              std::to_string(deny_records_) + " deny records, counted " + std::to_string(global_.rule_hw_count));
+        check(deny_records_ == global_.rule_hw_count, "rule_hw_count is not the number of deny records");
         check(deny_records_ <= ATC_HW_RULES_MAX, "too many deny records");
     }
 
     void cfg_filters() {
-        std::set<uint32_t> ids;
-        list("hw_cfg_filter_list", &global_.hw_cfg_filter_list, [&](atc_list_t *link) {
-            auto *record = atc_list_record<atc_hw_cfg_filter_t>(link);
-            ++cfg_filters_;
-            check(ids.insert(record->rule.id).second, "a configured filter twice");
-            installed(record->rule.sdk_id);
-        });
+        list("hw_cfg_filter_list", &global_.hw_cfg_filter_list,
+             [&, ids = std::set<uint32_t>()](atc_list_t *link) mutable {
+                 auto *record = atc_list_record<atc_hw_cfg_filter_t>(link);
+                 ++cfg_filters_;
+                 check(ids.insert(record->rule.id).second, "a configured filter twice");
+                 installed(record->rule.sdk_id);
+             });
     }
 
     void installed(uint32_t sdk_id) {
@@ -239,12 +232,8 @@ std::string tree_problems(const atc_avl_tree_t &tree) {
 }
 
 std::string timer_problems(const atc_timer_list_t &list) {
-    const atc_list_t *head = &list.head;
-    if (head->prev->next != head) {
-        return "timers: broken links\n";
-    }
     const atc_timer_t *last = nullptr;
-    for (const atc_list_t *link = head->next; link != head; link = link->next) {
+    for (const atc_list_t *link = list.head.next; link != &list.head; link = link->next) {
         if (link->prev->next != link || link->next->prev != link) {
             return "timers: broken links\n";
         }
@@ -254,7 +243,7 @@ std::string timer_problems(const atc_timer_list_t &list) {
         }
         last = timer;
     }
-    return "";
+    return list.head.prev->next == &list.head ? "" : "timers: broken links\n";
 }
 
 std::string state_problems() {

@@ -4,7 +4,8 @@
 Usage: run_scenario.py ANTI_CPU FOLDER [--update]
 
 A scenario is a folder with
-    traffic.txt    what the capture holds (see traffic.py), or capture.txt: the name of a sample
+    traffic*.txt   what a capture holds (see traffic.py), one file a capture
+    samples.txt    names of captures in samples/, one a line (either may be missing)
     options.txt    options of the replay, one a line (may be missing)
     script.txt     the operator's lines (missing: a replay without an operator)
     expected.txt   the transcript: standard output, then standard error, then the exit status
@@ -21,17 +22,19 @@ TESTS = pathlib.Path(__file__).resolve().parent
 SAMPLES = TESTS.parent.parent / "samples"
 
 
-def capture_of(folder, work):
-    named = folder / "capture.txt"
-    if named.exists():
-        return SAMPLES / named.read_text(encoding="utf-8").strip()
-    capture = work / "traffic.pcap"
-    subprocess.run([sys.executable, TESTS / "traffic.py", folder / "traffic.txt", capture], check=True)
-    return capture
+def captures_of(folder, work):
+    captures = []
+    for description in sorted(folder.glob("traffic*.txt")):
+        captures.append(work / description.with_suffix(".pcap").name)
+        subprocess.run([sys.executable, TESTS / "traffic.py", description, captures[-1]], check=True)
+    samples = folder / "samples.txt"
+    if samples.exists():
+        captures += [SAMPLES / name for name in samples.read_text(encoding="utf-8").split()]
+    return captures
 
 
 def transcript(program, folder, work):
-    command = [program, "replay", capture_of(folder, work)]
+    command = [program, "replay", *captures_of(folder, work)]
     options = folder / "options.txt"
     if options.exists():
         command += options.read_text(encoding="utf-8").split()

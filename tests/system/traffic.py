@@ -5,12 +5,12 @@ Usage: traffic.py DESCRIPTION CAPTURE
 
 Each line of the description is a stream of frames, or tells what happens to the file:
 
-    FROM TO PPS KIND SENDERS [vlan N]    from second FROM to second TO, PPS frames a second
-    cut BYTES                            the file ends behind so many bytes
-    back PACKET SECONDS                  this packet (from 1) is stamped so many seconds earlier
+    FROM TO PPS KIND SENDERS [vlan VLANS]    from second FROM to second TO, PPS frames a second
+    cut BYTES                                the file ends behind so many bytes
+    back PACKET SECONDS                      this packet (from 1) is stamped so many seconds earlier
 
-KIND is arp, syn (TCP, by IPv4), ns (neighbour solicitation), lldp or ospf. SENDERS is a number or a range, "7" or
-"20-39", taken in turn: sender n has the addresses 02:00:00:00:HH:LL, 10.0.HH.LL and 2001:db8::n.
+KIND is arp, syn (TCP, by IPv4), ns (neighbour solicitation), lldp or ospf. SENDERS and VLANS are a number or a range,
+"7" or "20-39", taken in turn: sender n has the addresses 02:00:00:00:HH:LL, 10.0.HH.LL and 2001:db8::n.
 The first second is 2021-09-02 03:46:20 UTC.
 """
 import struct
@@ -65,13 +65,17 @@ def ospf(n, vlan):
 KINDS = {"arp": arp, "syn": syn, "ns": ns, "lldp": lldp, "ospf": ospf}
 
 
+def numbers(word):
+    first, _, last = word.partition("-")
+    return range(int(first), int(last or first) + 1)
+
+
 def stream(words):
-    begin, end, pps, kind, senders = float(words[0]), float(words[1]), float(words[2]), KINDS[words[3]], words[4]
-    vlan = int(words[6]) if len(words) > 5 and words[5] == "vlan" else None
-    first, _, last = senders.partition("-")
-    senders = range(int(first), int(last or first) + 1)
+    begin, end, pps, kind = float(words[0]), float(words[1]), float(words[2]), KINDS[words[3]]
+    senders = numbers(words[4])
+    vlans = numbers(words[6]) if len(words) > 5 and words[5] == "vlan" else [None]
     for i in range(round((end - begin) * pps)):
-        yield START_NS + round((begin + i / pps) * 10**9), kind(senders[i % len(senders)], vlan)
+        yield START_NS + round((begin + i / pps) * 10**9), kind(senders[i % len(senders)], vlans[i % len(vlans)])
 
 
 def main():

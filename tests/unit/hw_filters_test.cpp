@@ -32,34 +32,21 @@ TEST_F(HwFilters, SendsEveryMemberUnderItsMask) {
          "2=c0a80100/24 | 100 113:80002 | 7"},
         {"address without prefix", [](rule_t *rule) { rule->src_mac[5] = 1; }, "0=000000000001/0 | 100 113:80002 | 7"},
         {"prefix without address", [](rule_t *rule) { rule->src_mac_masklen = 48; }, "| 100 113:80002 | 7"},
-        {"one port", [](rule_t *rule) { rule->dst_port = 80; }, "10=80 | 100 113:80002 | 7"},
         {"not for the chip",
-         [](rule_t *rule) {
-             rule->protocol = ATC_ARP;
-             rule->direction = rule->aux_match = 1;
-             rule->src_rule = 1;
-             rule->pkt_len = 64;
-         },
+         [](rule_t *rule) { rule->protocol = rule->aux_match = rule->direction = 1, rule->pkt_len = 64; },
          "| 100 113:80002 | 7"},
         {"everything",
          [](rule_t *rule) {
              std::memset(rule->src_mac, 1, 6);
              std::memset(rule->dst_mac, 2, 6);
-             rule->vlan = 4095;
-             rule->eth_type = 0x86dd;
-             rule->src_ipv4 = 0x01020304;
-             rule->dst_ipv4 = 0x05060708;
              std::memset(rule->src_ipv6, 3, 16);
              std::memset(rule->dst_ipv6, 4, 16);
-             rule->ip_protocol = 255;
-             rule->src_port = 1;
-             rule->dst_port = 65535;
-             rule->src_mac_masklen = 48;
-             rule->dst_mac_masklen = 1;
-             rule->src_ipv4_masklen = 32;
-             rule->dst_ipv4_masklen = 31;
-             rule->src_ipv6_masklen = 128;
-             rule->dst_ipv6_masklen = 127;
+             rule->src_ipv4 = 0x01020304, rule->src_ipv4_masklen = 32;
+             rule->dst_ipv4 = 0x05060708, rule->dst_ipv4_masklen = 31;
+             rule->src_mac_masklen = 48, rule->dst_mac_masklen = 1;
+             rule->src_ipv6_masklen = 128, rule->dst_ipv6_masklen = 127;
+             rule->vlan = 4095, rule->eth_type = 0x86dd, rule->ip_protocol = 255;
+             rule->src_port = 1, rule->dst_port = 65535;
          },
          "0=010101010101/48 1=020202020202/1 4=4095 5=34525 2=01020304/32 3=05060708/31 "
          "2=03030303030303030303030303030303/128 3=04040404040404040404040404040404/127 6=255 9=1 10=65535 "
@@ -80,23 +67,20 @@ TEST_F(HwFilters, SendsEveryMemberUnderItsMask) {
 TEST_F(HwFilters, RefusesWithoutAskingTheChip) {
     atc_filter_rule_t first = filter(5);
     ASSERT_EQ(atc_api_cfg_hw_filter_rule_add(&first), 0);
-    const struct {
-        const char *name;
-        void (*change)(atc_filter_rule_t *);
-    } rows[] = {
-        {"id in use", [](atc_filter_rule_t *rule) { rule->id = 5; }},
-        {"action 0", [](atc_filter_rule_t *rule) { rule->action = 0; }},
-        {"action 4", [](atc_filter_rule_t *rule) { rule->action = 4; }},
-        {"source MAC mask", [](atc_filter_rule_t *rule) { rule->src_mac_masklen = 49; }},
-        {"IPv4 mask", [](atc_filter_rule_t *rule) { rule->dst_ipv4_masklen = 33; }},
-        {"IPv6 mask", [](atc_filter_rule_t *rule) { rule->src_ipv6_masklen = 129; }},
-        {"IPv6 mask beyond a byte", [](atc_filter_rule_t *rule) { rule->dst_ipv6_masklen = 256 + 64; }},
+    void (*const rows[])(atc_filter_rule_t *) = {
+        [](atc_filter_rule_t *rule) { rule->id = 5; },  // in use
+        [](atc_filter_rule_t *rule) { rule->action = 0; },
+        [](atc_filter_rule_t *rule) { rule->action = 4; },
+        [](atc_filter_rule_t *rule) { rule->src_mac_masklen = 49; },
+        [](atc_filter_rule_t *rule) { rule->dst_ipv4_masklen = 33; },
+        [](atc_filter_rule_t *rule) { rule->src_ipv6_masklen = 129; },
+        [](atc_filter_rule_t *rule) { rule->dst_ipv6_masklen = 256 + 64; },  // fits in a byte
     };
     const uint32_t asked = fake().calls(Call::chip_set);
-    for (const auto &row : rows) {
+    for (const auto &change : rows) {
         atc_filter_rule_t rule = filter(6, 8);
-        row.change(&rule);
-        EXPECT_EQ(atc_api_cfg_hw_filter_rule_add(&rule), -1) << row.name;
+        change(&rule);
+        EXPECT_EQ(atc_api_cfg_hw_filter_rule_add(&rule), -1) << "row " << &change - rows;
     }
     EXPECT_EQ(atc_api_cfg_hw_filter_rule_add(nullptr), -1);
     EXPECT_EQ(atc_api_cfg_hw_filter_rule_del(6), -1);

@@ -18,6 +18,12 @@ namespace {
 
 constexpr uint16_t HOST_VLAN = 99;
 
+using Classes = std::map<uint32_t, uint32_t>;
+
+constexpr uint32_t NONE = ATC_UNKNOWN_PACKET;
+constexpr uint32_t IP4 = ATC_UNKNOWN_IPV4;
+constexpr uint32_t IP6 = ATC_UNKNOWN_IPV6;
+
 struct Parsed {
     int result;
     atc_pkt_info_t info;
@@ -41,8 +47,6 @@ uint32_t class_of(const Frame &frame) {
     return parse(frame).info.protocol;
 }
 
-using Classes = std::map<uint32_t, uint32_t>;
-
 uint32_t look_up(const Classes &classes, uint32_t key, uint32_t otherwise) {
     auto found = classes.find(key);
     return found == classes.end() ? otherwise : found->second;
@@ -64,17 +68,18 @@ TEST(parser, every_ether_type) {
 }
 
 TEST(parser, every_value_of_the_byte_that_decides) {
-    struct Row {
-        const char *what;
-        Frame frame;
-        uint32_t offset;
-        Classes classes;
-        uint32_t otherwise;
-    };
     const Classes versions = {{0, ATC_STP}, {2, ATC_RSTP}, {3, ATC_MSTP}};
     Classes opcodes = {{39, ATC_APS}, {40, ATC_ERPS}};
     for (uint32_t opcode : {1u, 2u, 3u, 4u, 5u, 33u, 35u, 37u, 42u, 43u, 45u, 46u, 47u}) {
         opcodes[opcode] = ATC_Y1731;
+    }
+    Classes syn;
+    Classes versions_of_ip;
+    Classes more_fragments;
+    for (uint32_t value = 0; value < 256; ++value) {
+        syn[value] = (value & 0x02) != 0 ? ATC_TCP_SYN : ATC_BGP;
+        versions_of_ip[value] = value >> 4 == 4 ? ATC_OSPFV2 : value >> 4 == 6 ? ATC_UNKNOWN_IPV6 : 0;
+        more_fragments[value] = (value & 0x20) != 0 ? ATC_UNKNOWN_IP_FRAGMENT : ATC_UNKNOWN_IPV4;
     }
     const Classes ipv4_protocols = {{1, ATC_ICMPV4}, {2, ATC_IGMP},    {6, ATC_UNKNOWN_TCP}, {17, ATC_UNKNOWN_UDP},
                                     {46, ATC_RSVP},  {89, ATC_OSPFV2}, {103, ATC_PIM4},      {112, ATC_VRRP}};
@@ -85,44 +90,36 @@ TEST(parser, every_value_of_the_byte_that_decides) {
                                   {131, ATC_MLD_V1REPORT},   {132, ATC_MLD_V1LEAVE},    {143, ATC_MLD_V2REPORT},
                                   {133, ATC_ICMPV6_RS},      {134, ATC_ICMPV6_RA},      {135, ATC_ICMPV6_NS},
                                   {136, ATC_ICMPV6_NA},      {137, ATC_ICMPV6_REDIRECT}};
-    const Row rows[] = {
-        {"bpdu version, LLC", bpdu(0), 2, versions, ATC_UNKNOWN_PACKET},
-        {"bpdu version, EtherType", eth(0x0842), 2, versions, ATC_UNKNOWN_PACKET},
-        {"slow subtype", slow(0), 0, {{1, ATC_LACP}, {3, ATC_DOT3AH}}, ATC_UNKNOWN_PACKET},
-        {"cfm opcode", cfm(0), 1, opcodes, ATC_UNKNOWN_PACKET},
-        {"DSAP", llc(0), uint32_t(-3), {{0x42, ATC_STP}, {0xFE, ATC_ISIS}}, ATC_UNKNOWN_PACKET},
-        {"IPv4 protocol", ipv4(0), 9, ipv4_protocols, ATC_UNKNOWN_IPV4},
+    const struct {
+        const char *what;
+        Frame frame;
+        uint32_t offset;
+        Classes classes;
+        uint32_t otherwise;
+    } rows[] = {
+        {"bpdu version, LLC", bpdu(0), 2, versions, NONE},
+        {"bpdu version, EtherType", eth(0x0842), 2, versions, NONE},
+        {"slow subtype", slow(0), 0, {{1, ATC_LACP}, {3, ATC_DOT3AH}}, NONE},
+        {"cfm opcode", cfm(0), 1, opcodes, NONE},
+        {"DSAP", llc(0), uint32_t(-3), {{0x42, ATC_STP}, {0xFE, ATC_ISIS}}, NONE},
+        {"IPv4 protocol", ipv4(0), 9, ipv4_protocols, IP4},
         {"fragment's protocol", ipv4(0).more_fragments(), 9, ipv4_protocols, ATC_UNKNOWN_IP_FRAGMENT},
-        {"last fragment's protocol", ipv4(0).fragment_offset(0x1FFF), 9, ipv4_protocols, ATC_UNKNOWN_IPV4},
-        {"next header", ipv6(0), 6, next_headers, ATC_UNKNOWN_IPV6},
-        {"next header behind options", ipv6(0).hop_by_hop(), 40, next_headers, ATC_UNKNOWN_IPV6},
+        {"last fragment's protocol", ipv4(0).fragment_offset(0x1FFF), 9, ipv4_protocols, IP4},
+        {"fragment flags", ipv4(50), 6, more_fragments, 0},
+        {"fragment offset", ipv4(50), 7, {}, IP4},
+        {"IP version", ipv4(89).pad(80).payload(6, {44}), 0, versions_of_ip, 0},
+        {"IP version, other type", ipv4(89).pad(80).payload(6, {44}).eth_type(0x86DD), 0, versions_of_ip, 0},
+        {"next header", ipv6(0), 6, next_headers, IP6},
+        {"next header behind options", ipv6(0).hop_by_hop(), 40, next_headers, IP6},
         {"ICMPv6 type", icmpv6(0), 40, icmpv6_types, ATC_UNKNOWN_ICMPV6},
+        {"flags beat the port", tcp(51000, 179), 33, syn, 0},
+        {"flags beat the port, IPv6", tcp6(179, 51000), 53, syn, 0},
     };
-    for (const Row &row : rows) {
+    for (const auto &row : rows) {
         for (uint32_t value = 0; value < 256; ++value) {
             Frame frame = row.frame;
             frame.payload(row.offset, {static_cast<uint8_t>(value)});
             EXPECT_EQ(class_of(frame), look_up(row.classes, value, row.otherwise)) << row.what << " " << value;
-        }
-    }
-}
-
-TEST(parser, more_fragments_is_one_flag_of_the_field) {
-    for (uint32_t field = 0; field <= 0xFFFF; ++field) {
-        Frame frame = ipv4(50).payload(6, {static_cast<uint8_t>(field >> 8), static_cast<uint8_t>(field)});
-        uint32_t expected = (field & 0x2000) != 0 ? ATC_UNKNOWN_IP_FRAGMENT : ATC_UNKNOWN_IPV4;
-        ASSERT_EQ(class_of(frame), expected) << field;
-    }
-}
-
-TEST(parser, ip_goes_by_the_version_in_the_header) {
-    for (uint16_t type : {uint16_t{0x0800}, uint16_t{0x86DD}}) {
-        for (uint8_t version = 0; version < 16; ++version) {
-            uint32_t expected = version == 4 ? ATC_OSPFV2 : version == 6 ? ATC_UNKNOWN_IPV6 : 0;
-            Parsed parsed = parse(ipv4(89).eth_type(type).ip_version(version).pad(80).payload(6, {44}));
-            EXPECT_EQ(parsed.result, 0);
-            EXPECT_EQ(parsed.info.protocol, expected) << version;
-            EXPECT_EQ(parsed.info.src_type, version == 4 ? 2 : version == 6 ? 3 : 1) << version;
         }
     }
 }
@@ -165,33 +162,19 @@ void expect_classes_of_ports(uint32_t sport, uint32_t dport) {
         << "tcp " << sport << " " << dport;
 }
 
-TEST(parser, every_port_in_either_place) {
+TEST(parser, every_port_in_either_place_and_every_two_known_ones) {
     for (uint32_t port = 0; port <= 0xFFFF; ++port) {
         expect_classes_of_ports(port, 40000);
         expect_classes_of_ports(40000, port);
     }
-}
-
-TEST(parser, earlier_row_wins_between_two_known_ports) {
-    std::vector<uint16_t> known;
-    for (const auto *rules : {&udp_rules, &tcp_rules}) {
-        for (const PortRule &rule : *rules) {
-            known.insert(known.end(), rule.ports.begin(), rule.ports.end());
-        }
+    std::vector<uint16_t> known = {20, 21, 22, 23, 179};  // those that only TCP knows
+    for (const PortRule &rule : udp_rules) {
+        known.insert(known.end(), rule.ports.begin(), rule.ports.end());
     }
-    ASSERT_EQ(known.size(), 26u);  // 24 ports, two of them known to both transports
     for (uint16_t sport : known) {
         for (uint16_t dport : known) {
             expect_classes_of_ports(sport, dport);
         }
-    }
-}
-
-TEST(parser, syn_beats_the_ports) {
-    for (uint32_t flags = 0; flags < 256; ++flags) {
-        uint32_t expected = (flags & SYN) != 0 ? ATC_TCP_SYN : ATC_BGP;
-        EXPECT_EQ(class_of(tcp(51000, 179, static_cast<uint8_t>(flags))), expected) << flags;
-        EXPECT_EQ(class_of(tcp6(179, 51000, static_cast<uint8_t>(flags))), expected) << flags;
     }
 }
 
@@ -204,31 +187,21 @@ TEST(parser, tags_labels_and_llc) {
         uint32_t protocol;
         uint32_t eth_type;
     } const rows[] = {
-        {"no tag", arp(), 0, HOST_VLAN, ATC_ARP, 0x0806},
-        {"one tag", arp().tag(100), 0, 100, ATC_ARP, 0x0806},
         {"priority is not the VLAN", arp().tag(4095, 0x8100, 7), 0, 4095, ATC_ARP, 0x0806},
-        {"VLAN 0", arp().tag(0), 0, 0, ATC_ARP, 0x0806},
         {"outermost tag counts", arp().tag(100, 0x88A8).tag(200), 0, 100, ATC_ARP, 0x0806},
         {"old service tag", arp().tag(300, 0x9100), 0, 300, ATC_ARP, 0x0806},
-        {"no tag type", arp().tag(300, 0x9200), 0, HOST_VLAN, ATC_UNKNOWN_PACKET, 0x9200},
         {"four tags", udp(1, 53).tags(4), 0, 1, ATC_DNS, 0x0800},
         {"five tags", arp().tags(5), -1, 1, 0, 0},
-        {"five tags, cut in the fifth", arp().tags(5).cut(30), -1, 1, 0, 0},
-        {"one label", tcp(1, 22).mpls(), 0, HOST_VLAN, ATC_SSH, 0x0800},
-        {"four labels", arp().mpls(4).eth_type(0x88CC), 0, HOST_VLAN, ATC_LLDP, 0x88CC},
         {"five labels", arp().mpls(5), -1, HOST_VLAN, 0, 0},
         {"four tags, four labels", arp().tags(4).mpls(4), 0, 1, ATC_ARP, 0x0806},
         {"tag behind a label", arp().mpls(2).tag(77), 0, 77, ATC_ARP, 0x0806},
         {"five tags among labels", arp().tags(4).mpls(1).tag(5), -1, 1, 0, 0},
-        {"bpdu", bpdu(2).tag(5), 0, 5, ATC_RSTP, 0x0042},
         {"length 0", bpdu(2).set(12, {0, 0}), 0, HOST_VLAN, ATC_RSTP, 0x0042},
         {"length 1500", bpdu(2).set(12, {0x05, 0xDC}), 0, HOST_VLAN, ATC_RSTP, 0x0042},
         {"length 1501", bpdu(2).set(12, {0x05, 0xDD}), 0, HOST_VLAN, ATC_UNKNOWN_PACKET, 1501},
-        {"SNAP", lldp().snap(), 0, HOST_VLAN, ATC_LLDP, 0x88CC},
         {"SNAP behind a tag", udp(1, 69).tag(8).snap(), 0, 8, ATC_TFTP, 0x0800},
         {"SNAP type is no length", arp().snap().eth_type(0x0042).payload(2, {3}), 0, HOST_VLAN, ATC_MSTP, 0x0042},
         {"SNAP type is no tag", arp().snap().eth_type(0x8100), 0, HOST_VLAN, ATC_UNKNOWN_PACKET, 0x8100},
-        {"EtherType 0x00FE's neighbour", llc(0xFF), 0, HOST_VLAN, ATC_UNKNOWN_PACKET, 0x00FF},
     };
     for (const auto &row : rows) {
         Parsed parsed = parse(row.frame);
@@ -236,19 +209,16 @@ TEST(parser, tags_labels_and_llc) {
         EXPECT_EQ(parsed.info.vlan, row.vlan) << row.what;
         EXPECT_EQ(parsed.info.protocol, row.protocol) << row.what;
         EXPECT_EQ(parsed.info.eth_type, row.eth_type) << row.what;
-        EXPECT_EQ(parsed.info.src_type, 1 + (row.eth_type == 0x0800 ? 1 : 0)) << row.what;
     }
 }
 
 // Compares whole descriptors, so a member that should have stayed zero is seen.
 void expect_info(const char *what, const Frame &frame, const atc_pkt_info_t &expected) {
-    atc_pkt_info_t info = parse(frame).info;
-    EXPECT_EQ(std::memcmp(&info, &expected, sizeof info), 0) << what;
-    EXPECT_EQ(info.hdr_offset, expected.hdr_offset) << what;
-    EXPECT_EQ(info.ip_protocol, expected.ip_protocol) << what;
-    EXPECT_EQ(info.src_type, expected.src_type) << what;
-    EXPECT_EQ(info.src_port, expected.src_port) << what;
-    EXPECT_EQ(info.dst_port, expected.dst_port) << what;
+    auto bytes = [](const atc_pkt_info_t &info) {
+        const auto *first = reinterpret_cast<const uint8_t *>(&info);
+        return std::vector<uint8_t>(first, first + sizeof info);
+    };
+    EXPECT_EQ(bytes(parse(frame).info), bytes(expected)) << what;
 }
 
 TEST(parser, descriptor_of_whole_frames) {
@@ -306,7 +276,6 @@ TEST(parser, header_length_is_used_as_given) {
     };
     for (const auto &row : rows) {
         atc_pkt_info_t info = parse(udp(1000, 2000).header_words(row.words)).info;
-        EXPECT_EQ(info.protocol, ATC_UNKNOWN_UDP) << int{row.words};
         EXPECT_EQ(info.src_port, row.src_port) << int{row.words};
         EXPECT_EQ(info.dst_port, row.dst_port) << int{row.words};
         EXPECT_EQ(info.hdr_offset, row.hdr_offset) << int{row.words};
@@ -320,7 +289,6 @@ struct Step {
 };
 
 void expect_steps(const std::string &what, const Frame &whole, const std::vector<Step> &steps) {
-    ASSERT_GE(whole.size(), steps.back().len) << what;
     size_t step = 0;
     for (uint32_t len = 0; len <= whole.size(); ++len) {
         if (step + 1 < steps.size() && steps[step + 1].len == len) {
@@ -333,11 +301,7 @@ void expect_steps(const std::string &what, const Frame &whole, const std::vector
     }
 }
 
-constexpr uint32_t NONE = ATC_UNKNOWN_PACKET;
-constexpr uint32_t IP4 = ATC_UNKNOWN_IPV4;
-constexpr uint32_t IP6 = ATC_UNKNOWN_IPV6;
-
-TEST(parser, every_class_cut_at_every_length) {
+TEST(parser, every_class_and_variant_cut_at_every_length) {
     constexpr uint32_t WHOLE = 0;  // stands for the frame's own class
     const std::pair<std::vector<uint16_t>, std::vector<Step>> kinds[] = {
         {{4, 6, 7, 8, 57, 58}, {{0, NONE}, {14, WHOLE}}},
@@ -362,103 +326,81 @@ TEST(parser, every_class_cut_at_every_length) {
         }
     }
     EXPECT_EQ(count, 58u);
-}
 
-TEST(parser, variants_cut_at_every_length) {
-    const std::pair<Frame, std::vector<Step>> rows[] = {
+    const std::pair<Frame, std::vector<Step>> variants[] = {
         {arp().tag(5), {{0, NONE}, {18, ATC_ARP}}},
         {arp().tags(4).mpls(4), {{0, NONE}, {46, ATC_ARP}}},
-        {tcp(1, 23).mpls(2), {{0, NONE}, {22, IP4}, {42, ATC_UNKNOWN_TCP}, {56, ATC_TELNET}}},
         {lldp().snap(), {{0, NONE}, {22, ATC_LLDP}}},
-        {isis().tag(5), {{0, NONE}, {19, ATC_ISIS}}},
         {eth(0x0842).payload(2, {3}), {{0, NONE}, {17, ATC_MSTP}}},
         {udp(1, 53).options(10), {{0, NONE}, {14, IP4}, {34, ATC_UNKNOWN_UDP}, {78, ATC_DNS}}},
-        {ipv4(89).options(10), {{0, NONE}, {14, IP4}, {34, ATC_OSPFV2}}},
         {udp6(1, 53).hop_by_hop(2), {{0, NONE}, {14, IP6}, {56, ATC_UNKNOWN_UDP}, {82, ATC_DNS}}},
-        {tcp6(1, 22).hop_by_hop(), {{0, NONE}, {14, IP6}, {56, ATC_UNKNOWN_TCP}, {76, ATC_SSH}}},
         {icmpv6(135).hop_by_hop(), {{0, NONE}, {14, IP6}, {56, ATC_UNKNOWN_ICMPV6}, {64, ATC_ICMPV6_NS}}},
         {ipv6(103).hop_by_hop(255), {{0, NONE}, {14, IP6}, {56, ATC_PIM6}}},
         {ipv6(89).eth_type(0x0800), {{0, NONE}, {14, IP4}, {15, IP6}, {54, ATC_OSPFV3}}},
         {ipv4(2).eth_type(0x86DD), {{0, NONE}, {14, IP6}, {15, IP4}, {34, ATC_IGMP}}},
         {ipv4(2).ip_version(5), {{0, NONE}, {14, IP4}, {15, 0}}},
-        {ipv4(2).eth_type(0x86DD).ip_version(5), {{0, NONE}, {14, IP6}, {15, 0}}},
         {udp(1, 2).header_words(15), {{0, NONE}, {14, IP4}, {34, ATC_UNKNOWN_UDP}}},
     };
-    for (const auto &[frame, steps] : rows) {
+    for (const auto &[frame, steps] : variants) {
         expect_steps(testing::PrintToString(frame), frame, steps);
     }
 }
 
 TEST(parser, members_whose_bytes_are_there_stay) {
-    struct {
+    constexpr uint32_t NEVER = 1000;
+    const struct {
         Frame frame;
-        uint32_t src_type, ip_protocol;
-        bool dst_mac, src_mac, src_ip, dst_ip;
-        uint32_t vlan, src_port, dst_port;
-    } const rows[] = {
-        {tcp().cut(5), 0, 0, false, false, false, false, HOST_VLAN, 0, 0},
-        {tcp().cut(6), 0, 0, true, false, false, false, HOST_VLAN, 0, 0},
-        {tcp().cut(11), 0, 0, true, false, false, false, HOST_VLAN, 0, 0},
-        {tcp().cut(12), 1, 0, true, true, false, false, HOST_VLAN, 0, 0},
-        {tcp().tag(8).cut(15), 1, 0, true, true, false, false, HOST_VLAN, 0, 0},
-        {tcp().tag(8).cut(16), 1, 0, true, true, false, false, 8, 0, 0},
-        {tcp().tag(8).tag(9).cut(21), 1, 0, true, true, false, false, 8, 0, 0},
-        {tcp().cut(23), 1, 0, true, true, false, false, HOST_VLAN, 0, 0},
-        {tcp().cut(24), 1, 6, true, true, false, false, HOST_VLAN, 0, 0},
-        {tcp().cut(29), 1, 6, true, true, false, false, HOST_VLAN, 0, 0},
-        {tcp().cut(30), 2, 6, true, true, true, false, HOST_VLAN, 0, 0},
-        {tcp().cut(34), 2, 6, true, true, true, true, HOST_VLAN, 0, 0},
-        {tcp().cut(36), 2, 6, true, true, true, true, HOST_VLAN, 40000, 0},
-        {tcp().cut(38), 2, 6, true, true, true, true, HOST_VLAN, 40000, 40001},
-        {udp6().cut(20), 1, 0, true, true, false, false, HOST_VLAN, 0, 0},
-        {udp6().cut(21), 1, 17, true, true, false, false, HOST_VLAN, 0, 0},
-        {udp6().cut(37), 1, 17, true, true, false, false, HOST_VLAN, 0, 0},
-        {udp6().cut(38), 3, 17, true, true, true, false, HOST_VLAN, 0, 0},
-        {udp6().cut(54), 3, 17, true, true, true, true, HOST_VLAN, 0, 0},
-        {udp6().cut(57), 3, 17, true, true, true, true, HOST_VLAN, 40000, 0},
-        {udp6().hop_by_hop().cut(55), 3, 0, true, true, true, true, HOST_VLAN, 0, 0},
-        {icmpv6(135, 9).cut(55), 3, 58, true, true, true, true, HOST_VLAN, 0, 0},
-        {icmpv6(135, 9).cut(56), 3, 58, true, true, true, true, HOST_VLAN, 0x8709, 0},
-    };
-    const auto any = [](const auto &address) {
-        return std::any_of(std::begin(address), std::end(address), [](uint8_t byte) { return byte != 0; });
+        uint32_t vlan, ip_protocol, src_ip, dst_ip, src_port, dst_port;  // length from which on each is there
+    } rows[] = {
+        {tcp().tag(8).tag(9), 16, 32, 38, 42, 44, 46},
+        {tcp(), NEVER, 24, 30, 34, 36, 38},
+        {udp6(), NEVER, 21, 38, 54, 56, 58},
+        {udp6().hop_by_hop(), NEVER, 56, 38, 54, 64, 66},
+        {icmpv6(135, 9), NEVER, 21, 38, 54, 56, NEVER},
     };
     for (const auto &row : rows) {
-        atc_pkt_info_t info = parse(row.frame).info;
-        std::string what = testing::PrintToString(row.frame);
-        EXPECT_EQ(info.src_type, row.src_type) << what;
-        EXPECT_EQ(info.ip_protocol, row.ip_protocol) << what;
-        EXPECT_EQ(any(info.dst_mac), row.dst_mac) << what;
-        EXPECT_EQ(any(info.src_mac), row.src_mac) << what;
-        EXPECT_EQ(info.src_ipv4 != 0 || any(info.src_ipv6), row.src_ip) << what;
-        EXPECT_EQ(info.dst_ipv4 != 0 || any(info.dst_ipv6), row.dst_ip) << what;
-        EXPECT_EQ(info.vlan, row.vlan) << what;
-        EXPECT_EQ(info.src_port, row.src_port) << what;
-        EXPECT_EQ(info.dst_port, row.dst_port) << what;
+        const atc_pkt_info_t whole = parse(row.frame).info;
+        for (uint32_t len = 0; len <= row.frame.size(); ++len) {
+            SCOPED_TRACE(testing::PrintToString(row.frame) + " cut at " + std::to_string(len));
+            const atc_pkt_info_t info = parse(Frame(row.frame).cut(len)).info;
+            const auto expect_from = [&](uint32_t first, auto atc_pkt_info_t::*member) {
+                const atc_pkt_info_t none = {};
+                const auto &expected = (len >= first ? whole : none).*member;
+                EXPECT_EQ(std::memcmp(&(info.*member), &expected, sizeof expected), 0) << "there from " << first;
+            };
+            expect_from(6, &atc_pkt_info_t::dst_mac);
+            expect_from(12, &atc_pkt_info_t::src_mac);
+            expect_from(row.ip_protocol, &atc_pkt_info_t::ip_protocol);
+            expect_from(row.src_ip, &atc_pkt_info_t::src_ipv4);
+            expect_from(row.src_ip, &atc_pkt_info_t::src_ipv6);
+            expect_from(row.dst_ip, &atc_pkt_info_t::dst_ipv4);
+            expect_from(row.dst_ip, &atc_pkt_info_t::dst_ipv6);
+            expect_from(row.src_port, &atc_pkt_info_t::src_port);
+            expect_from(row.dst_port, &atc_pkt_info_t::dst_port);
+            EXPECT_EQ(info.src_type, len < 12 ? 0 : len < row.src_ip ? 1 : whole.src_type);
+            EXPECT_EQ(info.vlan, len < row.vlan ? HOST_VLAN : 8);
+        }
     }
 }
 
 TEST(parser, layers_read_nothing_behind_the_end_from_any_offset) {
-    const Frame frames[] = {tcp(1, 23), udp6(1, 53).hop_by_hop(255).cut(80), cfm(40), bpdu(3)};
-    for (const Frame &frame : frames) {
+    const struct {
+        uint16_t (*layer)(const uint8_t *, uint32_t, atc_pkt_info_t *);
+        uint16_t eth_type;
+        uint32_t behind_the_end;
+    } rows[] = {{atc_packet_parser_tcp, 0, ATC_UNKNOWN_TCP}, {atc_packet_parser_udp, 0, ATC_UNKNOWN_UDP},
+                {atc_packet_parser_ip, 0x0800, IP4},         {atc_packet_parser_ip, 0x86DD, IP6},
+                {atc_packet_parser_eth, 0x0042, NONE},       {atc_packet_parser_eth, 0x8902, NONE}};
+    for (const Frame &frame : {tcp(1, 23), udp6(1, 53).hop_by_hop(255).cut(80), cfm(40), bpdu(3)}) {
         auto block = frame.exact();
-        const auto run = [&](auto layer, uint32_t offset, uint16_t eth_type) {
-            atc_pkt_info_t info = fresh();
-            info.hdr_offset = static_cast<uint16_t>(offset);
-            info.eth_type = eth_type;
-            uint16_t result = layer(block.get(), frame.size(), &info);
-            EXPECT_EQ(result, info.protocol) << offset;
-            return uint32_t{result};
-        };
-        for (uint32_t offset = 0; offset <= 0xFFFF; ++offset) {
-            bool behind = offset >= frame.size();
-            uint32_t results[] = {
-                run(atc_packet_parser_tcp, offset, 0),      run(atc_packet_parser_udp, offset, 0),
-                run(atc_packet_parser_ip, offset, 0x0800),  run(atc_packet_parser_ip, offset, 0x86DD),
-                run(atc_packet_parser_eth, offset, 0x0042), run(atc_packet_parser_eth, offset, 0x8902),
-            };
-            const uint32_t cut[] = {ATC_UNKNOWN_TCP, ATC_UNKNOWN_UDP, IP4, IP6, NONE, NONE};
-            ASSERT_TRUE(!behind || std::equal(std::begin(cut), std::end(cut), results)) << offset;
+        for (const auto &row : rows) {
+            for (uint32_t offset = 0; offset <= 0xFFFF; ++offset) {
+                atc_pkt_info_t info = fresh();
+                info.hdr_offset = static_cast<uint16_t>(offset);
+                info.eth_type = row.eth_type;
+                ASSERT_EQ(row.layer(block.get(), frame.size(), &info), info.protocol) << offset;
+                ASSERT_TRUE(offset < frame.size() || info.protocol == row.behind_the_end) << offset;
+            }
         }
     }
 }

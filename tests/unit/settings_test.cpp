@@ -1,4 +1,5 @@
 // The settings, and what they change in what exists.
+#include <algorithm>
 #include <cstring>
 
 #include "fixture.h"
@@ -35,29 +36,30 @@ class SettingsOnFlows : public ModuleTest {
 protected:
     void SetUp() override {
         ModuleTest::SetUp();
-        for (const Frame &frame : {arp(), lldp()}) {
+        for (const auto &[protocol, frame] : {std::pair{ATC_ARP, arp()}, {ATC_LLDP, lldp()}}) {
             rx(frame);
-            const uint32_t protocol = frame == arp() ? ATC_ARP : ATC_LLDP;
             entry(1, 1, protocol)->stat.fp_alarm = 1;  // sources count while the alarm is raised
             rx(frame);
         }
     }
 
-    // One member of the four blocks: ARP's flow and source, LLDP's flow and source.
-    template <typename member_t>
-    std::vector<member_t> blocks(member_t atc_stat_t::*member) {
-        std::vector<member_t> values;
+    // ARP's flow and source, LLDP's flow and source.
+    std::vector<atc_stat_t *> blocks() {
+        std::vector<atc_stat_t *> blocks;
         for (uint32_t protocol : {ATC_ARP, ATC_LLDP}) {
-            values.push_back(entry(1, 1, protocol)->stat.*member);
-            values.push_back(mac_source(1, 1, protocol, {0, 0x11, 0x22, 0x33, 0x44, 0x55})->stat.*member);
+            blocks.push_back(&entry(1, 1, protocol)->stat);
+            blocks.push_back(&mac_source(1, 1, protocol, {0, 0x11, 0x22, 0x33, 0x44, 0x55})->stat);
+        }
+        return blocks;
+    }
+    // One member of each.
+    template <typename member_t>
+    std::vector<member_t> values(member_t atc_stat_t::*member) {
+        std::vector<member_t> values;
+        for (const atc_stat_t *block : blocks()) {
+            values.push_back(block->*member);
         }
         return values;
-    }
-    void deny_all() {
-        for (uint32_t protocol : {ATC_ARP, ATC_LLDP}) {
-            entry(1, 1, protocol)->stat.sw_deny_on = 1;
-            mac_source(1, 1, protocol, {0, 0x11, 0x22, 0x33, 0x44, 0x55})->stat.sw_deny_on = 1;
-        }
     }
 };
 
@@ -85,13 +87,6 @@ TEST_F(Settings, EverySetterStoresUnderItsOwnProtocolOnly) {
 }
 
 TEST_F(SettingsOnFlows, LimitsMoveTheirThresholds) {
-    uint32_t fp;
-    uint32_t lp;
-    uint32_t src_fp;
-    uint32_t src_lp;
-    atc_protocol_lmt_init(ATC_ARP, &fp, &lp);
-    atc_protocol_src_lmt_init(ATC_ARP, &src_fp, &src_lp);
-    EXPECT_EQ(fp, 100U);
     const struct {
         set_t set;
         words_t in_force;
@@ -100,38 +95,29 @@ TEST_F(SettingsOnFlows, LimitsMoveTheirThresholds) {
         uint32_t seconds;
         uint32_t by_default;
     } rows[] = {
-        {atc_api_set_protocol_fp_limit, &atc_global_t::fp_limit, &atc_stat_t::fp_threshold, 0, 300, fp},
-        {atc_api_set_protocol_src_fp_limit, &atc_global_t::src_fp_limit, &atc_stat_t::fp_threshold, 1, 300, src_fp},
-        {atc_api_set_protocol_lp_limit, &atc_global_t::lp_limit, &atc_stat_t::lp_threshold, 0, 3600, lp},
-        {atc_api_set_protocol_src_lp_limit, &atc_global_t::src_lp_limit, &atc_stat_t::lp_threshold, 1, 3600, src_lp},
+        {atc_api_set_protocol_fp_limit, &atc_global_t::fp_limit, &atc_stat_t::fp_threshold, 0, 300, 100},
+        {atc_api_set_protocol_src_fp_limit, &atc_global_t::src_fp_limit, &atc_stat_t::fp_threshold, 1, 300, 100},
+        {atc_api_set_protocol_lp_limit, &atc_global_t::lp_limit, &atc_stat_t::lp_threshold, 0, 3600, 50},
+        {atc_api_set_protocol_src_lp_limit, &atc_global_t::src_lp_limit, &atc_stat_t::lp_threshold, 1, 3600, 50},
     };
     for (const auto &row : rows) {
-        const std::vector<uint32_t> before = blocks(row.threshold);
-        const struct {
-            uint32_t pps;
-            uint32_t in_force;
-            uint32_t threshold;
-        } steps[] = {
-            {7, 7, 7 * row.seconds},
-            {UINT32_MAX / row.seconds, UINT32_MAX / row.seconds, UINT32_MAX / row.seconds * row.seconds},
-            {UINT32_MAX / row.seconds + 1, UINT32_MAX / row.seconds + 1, UINT32_MAX},  // saturates
-            {0, row.by_default, row.by_default * row.seconds},
-        };
-        for (const auto &step : steps) {
-            EXPECT_EQ(row.set(ATC_ARP, step.pps), 0U);
-            std::vector<uint32_t> expected = before;
-            expected[row.block] = step.threshold;
-            EXPECT_EQ(blocks(row.threshold), expected);
-            EXPECT_EQ(((*state()).*row.in_force)[ATC_ARP], step.in_force);
+        std::vector<uint32_t> expected = values(row.threshold);
+        const uint32_t most = UINT32_MAX / row.seconds;
+        for (uint32_t pps : {7U, most, most + 1, 0U}) {  // the threshold of most + 1 saturates
+            const uint32_t in_force = pps == 0 ? row.by_default : pps;
+            expected[row.block] = pps == most + 1 ? UINT32_MAX : in_force * row.seconds;
+            EXPECT_EQ(row.set(ATC_ARP, pps), 0U);
+            EXPECT_EQ(values(row.threshold), expected) << pps;
+            EXPECT_EQ(((*state()).*row.in_force)[ATC_ARP], in_force);
         }
     }
-    EXPECT_EQ(blocks(&atc_stat_t::fp_alarm)[0], 1U) << "alarms wait for the period end";
+    EXPECT_EQ(values(&atc_stat_t::fp_alarm)[0], 1U) << "alarms wait for the period end";
 }
 
 TEST_F(SettingsOnFlows, PeriodsStartAnewAndMoveEveryThreshold) {
     pass_seconds(50);
-    const std::vector<uint32_t> fast = blocks(&atc_stat_t::fp_threshold);
-    const std::vector<uint32_t> slow = blocks(&atc_stat_t::lp_threshold);
+    std::vector<uint32_t> fast = values(&atc_stat_t::fp_threshold);
+    std::vector<uint32_t> slow = values(&atc_stat_t::lp_threshold);
     EXPECT_EQ(atc_api_set_fast_period_time(0), REFUSED);
     EXPECT_EQ(atc_api_set_long_period_time(0), REFUSED);
     EXPECT_EQ(state()->fast_period_time, 300U);
@@ -139,19 +125,16 @@ TEST_F(SettingsOnFlows, PeriodsStartAnewAndMoveEveryThreshold) {
 
     EXPECT_EQ(atc_api_set_fast_period_time(60), 0U);
     EXPECT_EQ(atc_api_set_long_period_time(90), 0U);
-    for (size_t i = 0; i < fast.size(); ++i) {
-        EXPECT_EQ(blocks(&atc_stat_t::fp_threshold)[i], fast[i] / 300 * 60);
-        EXPECT_EQ(blocks(&atc_stat_t::lp_threshold)[i], slow[i] / 3600 * 90);
+    std::ranges::for_each(fast, [](uint32_t &threshold) { threshold = threshold / 300 * 60; });
+    std::ranges::for_each(slow, [](uint32_t &threshold) { threshold = threshold / 3600 * 90; });
+    EXPECT_EQ(values(&atc_stat_t::fp_threshold), fast);
+    EXPECT_EQ(values(&atc_stat_t::lp_threshold), slow);
+    const atc_stat_t &flow = *blocks()[0];
+    for (uint32_t second = 1; second <= 90; ++second) {
+        pass_seconds(1);
+        EXPECT_EQ(flow.fp_last, second < 60 ? 0U : 2U) << second;
+        EXPECT_EQ(flow.lp_last, second < 90 ? 0U : 2U) << second;
     }
-    pass_seconds(59);
-    EXPECT_EQ(entry(1, 1, ATC_ARP)->stat.fp_last, 0U);
-    pass_seconds(1);
-    EXPECT_EQ(entry(1, 1, ATC_ARP)->stat.fp_last, 2U);
-    pass_seconds(29);
-    EXPECT_EQ(entry(1, 1, ATC_ARP)->stat.lp_last, 0U);
-    pass_seconds(1);
-    EXPECT_EQ(entry(1, 1, ATC_ARP)->stat.lp_last, 2U);
-    EXPECT_EQ(timer_problems(*state()->timer_list), "");
 }
 
 TEST_F(SettingsOnFlows, OnlyZeroEndsADeny) {
@@ -169,15 +152,10 @@ TEST_F(SettingsOnFlows, OnlyZeroEndsADeny) {
         {"capture", atc_api_set_protocol_cap_enable, 0, {1, 1, 1, 1}},
     };
     for (const auto &row : rows) {
-        deny_all();
+        std::ranges::for_each(blocks(), [](atc_stat_t *block) { block->sw_deny_on = 1; });
         EXPECT_EQ(row.set(ATC_ARP, row.value), 0U);
-        EXPECT_EQ(blocks(&atc_stat_t::sw_deny_on), row.left) << row.name;
+        EXPECT_EQ(values(&atc_stat_t::sw_deny_on), row.left) << row.name;
     }
-    deny_all();
-    EXPECT_EQ(rx(arp()), -1);
-    atc_api_set_protocol_deny_enable(ATC_ARP, 0);
-    atc_api_set_protocol_src_deny_enable(ATC_ARP, 0);
-    EXPECT_EQ(rx(arp()), 0);
 }
 
 TEST_F(Settings, ModuleIsOnForOneOnly) {

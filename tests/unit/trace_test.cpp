@@ -1,4 +1,4 @@
-// The packet trace, to the character.
+// trace_test.cpp: the packet trace, to the character.
 #include "atc/trace.h"
 
 #include <gtest/gtest.h>
@@ -19,15 +19,10 @@ std::string printed(const std::function<void()> &action) {
     return testing::internal::GetCapturedStdout();
 }
 
-size_t occurrences(const std::string &text, const std::string &part) {
-    size_t found = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
-        ++found;
-    }
-    return found;
-}
-
-class Trace : public ModuleTest {};
+class Trace : public ModuleTest {
+protected:
+    static constexpr atc_filter_rule_t any = {};
+};
 
 const Frame short_lldp(std::vector<uint8_t>{0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 0x00, 0x11, 0x22, 0x33,
                                             0x44, 0x55, 0x88, 0xcc, 0x02, 0x07, 0xab, 0xff, 0x10, 0x09});
@@ -36,7 +31,6 @@ constexpr char dump[] = "01 80 c2 00 00 0e 00 11 22 33 44 55 88 cc 02 07 \r\nab 
 constexpr char end[] = "++++++++++++++++++++++end++++++++++++++++++++++++\r\n\n";
 
 TEST_F(Trace, PrintsAPacketToTheCharacter) {
-    const atc_filter_rule_t any = {};
     atc_api_set_debug_start(&any, 2);
     EXPECT_EQ(printed([&] { EXPECT_EQ(rx(short_lldp, 3, 100), 0); }),
               std::string("\r\n++receive lldp packet from port 3 vlan 100 len 20++\r\n") + dump + end);
@@ -69,12 +63,13 @@ TEST_F(Trace, EndsWithItsBudget) {
         size_t printed;  // of four packets
         uint8_t armed;   // afterwards
     } const rows[] = {{0, 0, 1}, {1, 1, 0}, {3, 3, 0}, {4, 4, 0}, {5, 4, 1}, {65536, 0, 1}, {65537, 1, 0}};
-    const atc_filter_rule_t any = {};
     for (const auto &row : rows) {
         EXPECT_EQ(atc_api_set_debug_start(&any, row.count), 0);
-        const std::string text = printed([&] { rx(arp()), tx(lldp()), rx(udp()), rx(arp()); });
-        EXPECT_EQ(occurrences(text, " packet from port "), row.printed) << row.count;
-        EXPECT_EQ(occurrences(text, end), row.printed) << row.count;
+        size_t found = 0;
+        for (int packet = 0; packet < 4; ++packet) {
+            found += printed([&] { rx(arp()); }).empty() ? 0 : 1;
+        }
+        EXPECT_EQ(found, row.printed) << row.count;
         EXPECT_EQ(state()->debug_enable, row.armed) << row.count;
     }
 }
@@ -85,35 +80,14 @@ TEST_F(Trace, FilterChooses) {
     atc_filter_rule_t host = {};
     host.src_ipv4 = 0x0A000001;
     host.pkt_len = 4000;  // takes no part
-    atc_filter_rule_t long_mask = host;
-    long_mask.src_ipv4_masklen = 33;
-    struct {
-        const char *name;
-        const atc_filter_rule_t &filter;
-        Frame frame;
-        bool matches;
-    } const rows[] = {
-        {"sent only", sent, udp(), false},
-        {"its address, whatever the length", host, udp(), true},
-        {"another address", host, udp().src_ip("10.0.0.3"), false},
-        {"a mask longer than the address", long_mask, udp(), false},
-    };
     EXPECT_EQ(atc_api_set_debug_start(nullptr, 1), -1);
-    for (const auto &row : rows) {
-        atc_api_set_debug_start(&row.filter, 1);
-        EXPECT_EQ(!printed([&] { rx(row.frame); }).empty(), row.matches) << row.name;
-    }
-}
-
-TEST_F(Trace, StopsAtOnce) {
-    const atc_filter_rule_t any = {};
-    atc_api_set_debug_start(&any, 10);
+    atc_api_set_debug_start(&sent, 9);
+    EXPECT_EQ(printed([&] { rx(udp()); }), "");
+    atc_api_set_debug_start(&host, 9);
+    EXPECT_EQ(printed([&] { rx(udp().src_ip("10.0.0.3")); }), "");
+    EXPECT_NE(printed([&] { rx(udp()); }), "");
     EXPECT_EQ(atc_api_set_debug_stop(), 0);
-    EXPECT_EQ(printed([&] { rx(arp()); }), "");
-    atc_filter_rule_t none = {};
-    none.aux_match = 1;
-    atc_api_set_debug_start(&none, 10);
-    EXPECT_EQ(printed([&] { rx(arp()); }), "") << "no packet carries it";
+    EXPECT_EQ(printed([&] { rx(udp()); }), "");
 }
 
 TEST(Output, CutsLongText) {

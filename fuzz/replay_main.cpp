@@ -1,0 +1,31 @@
+// replay_main.cpp: runs every file of the named folders through a fuzz target, in the order of their names.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <vector>
+
+#include "support.h"
+
+int main(int argc, char **argv) {
+    std::set<std::filesystem::path> paths;
+    for (int i = 1; i < argc; i++) {
+        for (const auto &file : std::filesystem::directory_iterator(argv[i])) {
+            paths.insert(file.path());
+        }
+    }
+    require(!paths.empty(), "there is no input");
+    LLVMFuzzerInitialize(&argc, &argv);
+    for (const std::filesystem::path &path : paths) {
+        // Before the run: the last name is that of the input that failed.
+        std::fprintf(stderr, "%s\n", path.c_str());
+        std::ifstream file(path, std::ios::binary);
+        // A block of exactly the input's size, so that a sanitizer sees a read behind it.
+        std::vector<uint8_t> input{std::istreambuf_iterator<char>(file), {}};
+        input.shrink_to_fit();
+        LLVMFuzzerTestOneInput(input.data(), input.size());
+    }
+    std::fprintf(stderr, "%zu inputs\n", paths.size());
+    return 0;
+}

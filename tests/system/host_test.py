@@ -1,0 +1,212 @@
+#!/usr/bin/env python3
+"""What scenarios cannot show: files the reader must refuse or take, captures written out, two replays alike.
+
+Usage: host_test.py ANTI_CPU [unittest arguments]
+"""
+import json
+import pathlib
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+
+TESTS = pathlib.Path(__file__).resolve().parent
+PROGRAM = pathlib.Path(sys.argv.pop(1)).resolve()
+START_S = 1630554380
+ETHERNET = 1
+
+
+def arp(n):
+    body = struct.pack(">HHBBH", 1, 0x0800, 6, 4, 1) + struct.pack(">IHI", 0x02000000, n, 0x0A000000 + n)
+    return b"\xff" * 6 + struct.pack(">IH", 0x02000000, n) + b"\x08\x06" + body + bytes(28)
+
+
+def pcap(packets, order="<", nanoseconds=False, link_type=ETHERNET, snaplen=262144):
+    """packets: (seconds since START_S, frame)"""
+    unit = 10**9 if nanoseconds else 10**6
+    data = struct.pack(order + "IHHiIII", 0xA1B23C4D if nanoseconds else 0xA1B2C3D4, 2, 4, 0, 0, snaplen, link_type)
+    records = []
+    for seconds, frame in packets:
+        ticks = round(seconds * unit)
+        records.append(struct.pack(order + "IIII", START_S + ticks // unit, ticks % unit, len(frame), len(frame)) + frame)
+    return data + b"".join(records)
+
+
+def pcapng(sections, order="<"):
+    """sections: lists of (seconds, frame, interface)"""
+    blocks = []
+
+    def block(kind, body):
+        body += bytes(-len(body) % 4)
+        return struct.pack(order + "II", kind, len(body) + 12) + body + struct.pack(order + "I", len(body) + 12)
+
+    for packets in sections:
+        blocks.append(block(0x0A0D0D0A, struct.pack(order + "IHHq", 0x1A2B3C4D, 1, 0, -1)))
+        for _ in range(max(interface for _, _, interface in packets) + 1):
+            blocks.append(block(1, struct.pack(order + "HHI", ETHERNET, 0, 65535)))
+        for seconds, frame, interface in packets:
+            ticks = START_S * 10**6 + round(seconds * 10**6)
+            head = struct.pack(order + "IIIII", interface, ticks >> 32, ticks & 0xFFFFFFFF, len(frame), len(frame))
+            blocks.append(block(6, head + frame))
+    return b"".join(blocks)
+
+
+class HostTest(unittest.TestCase):
+    def setUp(self):
+        self.work = pathlib.Path(tempfile.mkdtemp())
+        self.addCleanup(shutil.rmtree, self.work)
+
+    def file(self, name, data):
+        (self.work / name).write_bytes(data)
+        return str(self.work / name)
+
+    def run_program(self, *arguments):
+        return subprocess.run([PROGRAM, *arguments], capture_output=True, text=True, timeout=300, check=False)
+
+    def report(self, *arguments):
+        result = self.run_program("replay", "--json", *arguments)
+        return json.loads(result.stdout), result
+
+    def test_refused_input(self):
+        good = pcap([(0, arp(1)), (1, arp(2)), (2, arp(3))])
+        sizes = [(0, b""), (0, b"a"), (0, b"b" * 13), (0, b"c" * 65535), (0, b"d" * 65536), (1, b"e" * 70000), (2, arp(1))]
+        rows = [  # name, content, exit status, packets read, refused, words of the message
+            ("good", good, 0, 3, 0, ""),
+            ("empty", pcap([]), 0, 0, 0, ""),
+            ("nothing", b"", 1, None, None, "not a capture file"),
+            ("text", b"no capture at all\n" * 9, 1, None, None, "not a capture file"),
+            ("header cut", good[:20], 1, None, None, "not a capture file"),
+            ("record cut", good[:-1], 1, 2, 1, "packet 3: truncated"),
+            ("record header cut", good[: 24 + 16 + 70 + 15], 1, 1, 1, "packet 2: truncated"),
+            ("other link type", pcap([(0, arp(1))], link_type=105), 1, None, None, "IEEE802_11, not Ethernet"),
+            ("time goes back", pcap([(9, arp(1)), (7, arp(1))]), 1, 2, 0, "packet 2: time goes back by 2.000000 s"),
+            ("time far ahead", pcap([(0, arp(1)), (4e8, arp(1)), (1, arp(1))]), 1, 3, 0, "packet 2: time jumps ahead"),
+            ("sizes", pcap(sizes), 1, 5, 2, "packet 5: 65536 bytes"),
+        ]
+        for name, content, status, packets, refused, words in rows:
+            with self.subTest(name):
+                result = self.run_program("replay", "--json", self.file("capture", content))
+                self.assertEqual(result.returncode, status, result.stderr)
+                self.assertIn(words, result.stderr)
+                if packets is None:
+                    self.assertEqual(result.stdout, "")
+                    continue
+                summary = json.loads(result.stdout)["summary"]
+                self.assertEqual((summary["packets"], summary["refused_by_reader"]), (packets, refused))
+
+    def test_formats_give_the_same(self):
+        packets = [(i / 50, arp(i % 4)) for i in range(2000)]
+        one_interface = [[(seconds, frame, 0) for seconds, frame in packets]]
+        expected = None
+        for name, content in [
+            ("microseconds", pcap(packets)),
+            ("other byte order", pcap(packets, order=">")),
+            ("nanoseconds", pcap(packets, nanoseconds=True)),
+            ("nanoseconds, other byte order", pcap(packets, order=">", nanoseconds=True)),
+            ("pcapng", pcapng(one_interface)),
+            ("pcapng, other byte order", pcapng(one_interface, order=">")),
+        ]:
+            with self.subTest(name):
+                report, _ = self.report("--fast-period", "10", self.file("capture", content))
+                del report["summary"]["real_seconds"], report["summary"]["packets_per_second"]
+                expected = expected or report
+                self.assertEqual(report, expected)
+
+    def test_pcapng_interfaces_are_ports(self):
+        first = [(i, arp(1), i % 3) for i in range(12)]
+        second = [(12 + i, arp(1), 0) for i in range(5)]
+        for order in "<>":
+            report, _ = self.report("--port", "5", self.file("capture", pcapng([first, second], order)))
+            found = {row["port"]: row["packets"] for row in report["ports"]}
+            self.assertEqual(found, {5: 4, 6: 4, 7: 4, 8: 5})
+
+    def test_usage(self):
+        capture = self.file("capture", pcap([(0, arp(1))]))
+        settings = self.file("settings", b"set limit arp fast 50\nset limits arp fast 5\n")
+        missing = str(self.work / "missing")
+        rows = [  # arguments, exit status, words of the message
+            ((), 2, "subcommand"),
+            (("replay",), 2, "FILE"),
+            (("replay", missing), 1, "cannot be opened"),
+            (("replay", capture, "--vlan", "4096"), 2, "4096"),
+            (("replay", capture, "--own-mac", "02:00"), 2, "no MAC address"),
+            (("replay", capture, "--fast-period", "0"), 2, "0 not in range"),
+            (("replay", capture, "--until", "noon"), 2, "no time"),
+            (("replay", capture, "--config", settings), 2, 'settings:2: word 2 "limits"'),
+            (("replay", capture, "--config", missing), 1, "cannot be read"),
+            (("replay", capture, "-x", "set enable maybe"), 2, 'word 3 "maybe": expected on or off'),
+            (("replay", capture, "-x", "run 5"), 1, "failed"),
+            (("replay", capture, "-x", "set enable off", "--quiet"), 0, ""),
+            (("help", "nonsense"), 2, ""),
+        ]
+        for arguments, status, words in rows:
+            with self.subTest(arguments):
+                result = self.run_program(*arguments)
+                self.assertEqual(result.returncode, status, result.stderr)
+                self.assertIn(words, result.stderr)
+
+    def test_captures_hold_the_packets_of_the_input(self):
+        packets = sorted([(i / 150, arp(7)) for i in range(9000)] + [(i / 20 + 0.001, arp(20 + i % 9)) for i in range(900)])
+        capture = self.file("flood.pcap", pcap(packets, nanoseconds=True))
+        sent = {(START_S + int(seconds), int(round(seconds * 10**9) % 10**9) // 1000, frame) for seconds, frame in packets}
+        folder = self.work / "captures"
+        lines = ["-x", "set capture arp on", "-x", "set capture arp source on", "-x", "set hw-deny arp source on"]
+        result = self.run_program("replay", capture, "--port", "3", "--fast-period", "10", "--captures", folder, *lines)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        files = sorted(folder.iterdir())
+        self.assertIn("atc-rx-3-1-arp.cap", [file.name for file in files])
+        for file in files:
+            data = file.read_bytes()
+            self.assertEqual(data[:24], pcap([], snaplen=65535))
+            offset, last = 24, (0, 0)
+            while offset < len(data):
+                seconds, microseconds, held, length = struct.unpack_from("<IIII", data, offset)
+                frame = data[offset + 16 : offset + 16 + held]
+                self.assertEqual(held, length)
+                self.assertIn((seconds, microseconds, frame), sent)
+                self.assertLessEqual(last, (seconds, microseconds))
+                last = (seconds, microseconds)
+                offset += 16 + held
+            self.assertEqual(offset, len(data))
+            if shutil.which("tcpdump"):
+                subprocess.run(["tcpdump", "-r", file, "-w", self.work / "read"], check=True, capture_output=True)
+                self.assertEqual((self.work / "read").stat().st_size, len(data))
+
+    def test_captures_of_the_day_before_are_kept(self):
+        flood = [(i / 200, arp(7)) for i in range(200 * 40)]
+        later = [(86500 + seconds, frame) for seconds, frame in flood]
+        capture = self.file("days.pcap", pcap(flood + later))
+        folder = self.work / "captures"
+        lines = ["-x", "set capture arp on"]
+        result = self.run_program("replay", capture, "--fast-period", "10", "--captures", folder, "--quiet", *lines)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(
+            sorted(file.name for file in folder.iterdir()), ["atc-rx-1-1-arp-2.cap", "atc-rx-1-1-arp.cap"]
+        )
+
+    def test_quota(self):
+        capture = self.file("flood.pcap", pcap([(i / 200, arp(7)) for i in range(200 * 40)]))
+        folder = self.work / "captures"
+        folder.mkdir()
+        (folder / "old.cap").write_bytes(bytes(950_000))
+        result = self.run_program("replay", capture, "--fast-period", "10", "--captures", folder, "--captures-quota", "1",
+                                  "-x", "set capture arp on")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("more than its quota of 1000000 bytes", result.stderr)
+        self.assertEqual([file.name for file in folder.iterdir()], ["old.cap"])
+
+    def test_two_replays_print_the_same(self):
+        capture = self.work / "traffic.pcap"
+        description = TESTS / "scenarios" / "denied_source" / "traffic.txt"
+        subprocess.run([sys.executable, TESTS / "traffic.py", description, capture], check=True)
+        arguments = ["replay", capture, "--fast-period", "10", "-x", "set hw-deny arp on", "-x", "set deny arp source on"]
+        runs = [self.run_program(*arguments).stdout.splitlines() for _ in range(2)]
+        runs = [[line for line in run if not line.startswith("real time")] for run in runs]
+        self.assertGreater(len(runs[0]), 20)
+        self.assertEqual(runs[0], runs[1])
+
+
+if __name__ == "__main__":
+    unittest.main()
