@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# How cost grows with flows, sources, rules and period passes, and what a flood costs under a memory budget.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+. "$here/build.sh"
+
+usage() {
+    cat <<'TEXT'
+bench/growth.sh [--markdown] [--build DIR]
+
+Builds the release preset when needed, measures and prints one table a question. Two to five minutes behind the build.
+  --markdown   also write them into docs/performance.md, between the markers of that section
+  --build DIR  build directory (build/bench), made when it is not there
+TEXT
+}
+
+markdown=no
+build=$here/../build/bench
+while [ $# -gt 0 ]; do
+    case $1 in
+        --markdown) markdown=yes ;;
+        --build) build=${2:?--build needs a directory}; shift ;;
+        --help) usage; exit 0 ;;
+        *) usage >&2; exit 2 ;;
+    esac
+    shift
+done
+
+build=$(realpath -m "$build")
+[ "$markdown" = no ] || has_section growth
+build_programs "$build" bench_growth
+load=$(cut -d' ' -f1-3 /proc/loadavg)
+out=$(mktemp)
+trap 'rm -f "$out"' EXIT
+{
+    machine "$build"
+    echo
+    "$build/bench_growth"
+} | tee "$out"
+[ "$markdown" = no ] || paste_section growth "$out"

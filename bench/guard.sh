@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# Fails when a packet takes more instructions than bench/limits.txt allows. It does not depend on the clock.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+limits=$here/limits.txt
+
+usage() {
+    cat <<'TEXT'
+bench/guard.sh [--update] [--build DIR] [--built]
+
+Counts the instructions a packet of three inputs under callgrind (bench/instructions.sh) and holds the floor, and what
+the module adds to it, against the limits in bench/limits.txt. The status is 1 when one is passed.
+  --update     set every limit to 1.1 x what is counted, goals stay
+  --build DIR  build directory (build/bench), made when it is not there
+  --built      count what stands there, build nothing
+TEXT
+}
+
+update=no
+options=()
+while [ $# -gt 0 ]; do
+    case $1 in
+        --update) update=yes ;;
+        --build) options+=("$1" "${2:?--build needs a directory}"); shift ;;
+        --built) options+=("$1") ;;
+        --help) usage; exit 0 ;;
+        *) usage >&2; exit 2 ;;
+    esac
+    shift
+done
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+"$here/instructions.sh" --rows "${options[@]}" >"$work/rows"
+awk '{ split($1, key, "."); value[key[1] "." key[2]] = $2; input[key[1]] = 1 }
+    END {
+        for (i in input) {
+            printf "%s.floor %.1f\n", i, value[i ".floor-instructions"]
+            printf "%s.above %.1f\n", i, value[i ".instructions"] - value[i ".floor-instructions"]
+        }
+    }' "$work/rows" >"$work/figures"
+
+# The limits as they are, or as they become; a line that was not measured is a fault.
+awk -v update="$update" '
+    NR == FNR { measured[$1] = $2; next }
+    /^#/ { print; next }
+    !($1 in measured) { print "guard.sh: no figure " $1 > "/dev/stderr"; exit 1 }
+    { printf "%s %s %s\n", $1, $2, update == "yes" ? sprintf("%.0f", measured[$1] * 1.1) : $3 }' \
+    "$work/figures" "$limits" >"$work/limits"
+[ "$update" = no ] || cat "$work/limits" >"$limits"
+
+awk 'NR == FNR { measured[$1] = $2; next }
+    /^#/ { next }
+    !lines++ { printf "%-16s %8s %8s %8s\n", "instructions", "counted", "goal", "limit" }
+    {
+        over = measured[$1] > $3
+        failed = failed || over
+        printf "%-16s %8.1f %8s %8s%s\n", $1, measured[$1], $2, $3, over ? "  over the limit" : ""
+    }
+    END { exit failed || !lines }' "$work/figures" "$work/limits"
