@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
-#include <cstring>
+#include <system_error>
 
 namespace host {
 
@@ -23,7 +23,7 @@ bool CaptureFile::open(const std::string &path, uint32_t port, Problems &problem
     problems_ = &problems;
     std::FILE *file = std::fopen(path.c_str(), "rb");
     if (file == nullptr) {
-        problems.report(path, "open", std::string("cannot be opened: ") + std::strerror(errno));
+        problems.report(path, "open", "cannot be opened: " + std::generic_category().message(errno));
         return false;
     }
     std::setvbuf(file, nullptr, _IOFBF, kReadBuffer);

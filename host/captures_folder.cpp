@@ -2,8 +2,8 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "anti_cpu/anti_cpu.h"
 #include "module_tables.h"
@@ -143,13 +143,13 @@ bool CapturesFolder::store(const std::string &name, const std::string &content) 
 bool write_file(const std::string &path, const void *data, size_t len, std::string &error) {
     std::FILE *file = std::fopen(path.c_str(), "wb");
     if (file == nullptr) {
-        error = std::strerror(errno);
+        error = std::generic_category().message(errno);
         return false;
     }
     const bool written = std::fwrite(data, 1, len, file) == len;
     const bool closed = std::fclose(file) == 0;
     if (!written || !closed) {
-        error = std::strerror(errno);
+        error = std::generic_category().message(errno);
         return false;
     }
     return true;

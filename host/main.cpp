@@ -63,7 +63,8 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
 
 }  // namespace
 
-int main(int argc, char **argv) {
+// Everything that can be told to the user has been caught below; what is left (no memory) ends the process.
+int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
     CLI::App app("anti-cpu: protection of a line card's CPU");
     app.require_subcommand(1);
     ReplayOptions options;

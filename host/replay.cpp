@@ -6,6 +6,7 @@
 #include "anti_cpu/anti_cpu.h"
 #include "chip/chip.h"
 #include "clock/clock.h"
+#include "os/os.h"
 #include "services/services.h"
 
 namespace host {
@@ -95,6 +96,7 @@ PortCounts Replay::received() const {
 }
 
 void Replay::feed(int64_t end_ns, bool stop_at_alarm) {
+    const card::BudgetScope budget_for_packets(true);
     card::Clock &clock = card::Clock::instance();
     const uint64_t alarms = events_.alarms();
     while (pending_ && next_.time_ns < end_ns) {

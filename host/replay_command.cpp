@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cinttypes>
-#include <cstring>
 #include <memory>
+#include <system_error>
 
 #include "anti_cpu/anti_cpu.h"
 #include "captures_folder.h"
@@ -171,7 +171,7 @@ int replay_command(const ReplayOptions &options) {
         log_file.reset(std::fopen(options.log_file.c_str(), "w"));
         if (!log_file) {
             std::fprintf(stderr, "anti-cpu: %s: cannot be written: %s\n", options.log_file.c_str(),
-                         std::strerror(errno));
+                         std::generic_category().message(errno).c_str());
             return kExitRefused;
         }
     }

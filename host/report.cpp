@@ -1,6 +1,8 @@
 #include "report.h"
 
+#include <algorithm>
 #include <cinttypes>
+#include <span>
 #include <sstream>
 
 #include "anti_cpu/anti_cpu.h"
@@ -16,6 +18,7 @@ namespace {
 
 constexpr auto kLeft = TextTable::Align::kLeft;
 constexpr auto kRight = TextTable::Align::kRight;
+constexpr size_t kFlowVerdictsShown = 500;  // a flood that varies everything has flows without end
 
 void print_title(std::FILE *out, const char *title) {
     std::fprintf(out, "\n== %s ==\n", title);
@@ -191,11 +194,14 @@ void print_verdicts(std::FILE *out, const Replay &replay) {
                      {"dropped-in-software", kRight},
                      {"passed", kRight}});
     const auto known = [](const std::optional<uint64_t> &count) { return count ? std::to_string(*count) : "unknown"; };
-    for (const FlowVerdict &row : flows) {
+    for (const FlowVerdict &row : std::span(flows).first(std::min(flows.size(), kFlowVerdictsShown))) {
         table.add({std::to_string(row.flow.port), std::to_string(row.flow.vlan), protocol_name(row.flow.protocol),
                    known(row.offered), std::to_string(row.stopped), std::to_string(row.dropped), known(row.passed)});
     }
     table.print(out);
+    if (flows.size() > kFlowVerdictsShown) {
+        std::fprintf(out, "... and %zu flows more; as data all are shown\n", flows.size() - kFlowVerdictsShown);
+    }
 }
 
 Json table_json(const std::vector<TableRow> &rows, const char *key, bool key_is_number) {

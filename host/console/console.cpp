@@ -8,8 +8,10 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <system_error>
 
 #include "clock/clock.h"
+#include "os/os.h"
 
 namespace host::console {
 
@@ -134,6 +136,7 @@ Status Console::run(const std::string &line, std::string &error) {
         error = parsed.error;
         return Status::kWrong;
     }
+    const card::BudgetScope no_budget_for_the_operator(false);
     return parsed.command->handler(session_, parsed.arguments);
 }
 
@@ -141,7 +144,8 @@ template <typename RunLine>
 Status Console::run_file(const std::string &path, RunLine run_line) {
     std::ifstream file(path);
     if (!file) {
-        std::fprintf(stderr, "anti-cpu: %s: cannot be read: %s\n", path.c_str(), std::strerror(errno));
+        std::fprintf(stderr, "anti-cpu: %s: cannot be read: %s\n", path.c_str(),
+                     std::generic_category().message(errno).c_str());
         return Status::kFailed;
     }
     std::string line;
