@@ -7,7 +7,10 @@ cd "$(dirname "$0")"
 scripts/install-packages.sh scripts/packages.txt
 echo 'Building (two minutes the first time) ...'
 cmake --preset release -DATC_BENCH=OFF --log-level=WARNING >/dev/null
-cmake --build --preset release --target anti-cpu -j"$(nproc)" | tail -n 1
+if ! output=$(cmake --build --preset release --target anti-cpu -j"$(nproc)" 2>&1); then
+    printf '%s\n' "$output" >&2
+    exit 1
+fi
 
 cat <<'TEXT'
 

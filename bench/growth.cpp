@@ -26,7 +26,7 @@ constexpr char kUsage[] =
 constexpr uint32_t kChunk = 65'536;  // packets
 constexpr int kChunks = 15;
 constexpr int kPasses = 5;
-constexpr double kMegabyte = 1e6;
+constexpr uint64_t kBytesPerMegabyte = 1'000'000;
 
 using Pass = int (*)(uintptr_t, uintptr_t, uintptr_t);
 
@@ -145,7 +145,7 @@ void flood(const char *what, const bench::Workload &workload, uint64_t budget) {
         }
     }
     const double new_ns = (bench::thread_seconds() - start) * 1e9 / taken;
-    const double used = static_cast<double>(card::memory_use().bytes) / kMegabyte;
+    const double used = static_cast<double>(card::memory_use().bytes) / static_cast<double>(kBytesPerMegabyte);
     const int64_t records = card::live_blocks() - blocks;
     char refused[16] = "";
     if (taken < packets) {
@@ -156,12 +156,12 @@ void flood(const char *what, const bench::Workload &workload, uint64_t budget) {
     const double known = packet_ns(workload, taken, atc_api_receive_packet);
     pass_ms(atc_fp_expire);
     const double fast = smallest_pass_ms(atc_fp_expire);
-    if (static_cast<double>(card::memory_use().bytes) / kMegabyte > used) {
+    if (static_cast<double>(card::memory_use().bytes) / static_cast<double>(kBytesPerMegabyte) > used) {
         std::fprintf(stderr, "bench: memory grew behind the budget\n");
         std::exit(1);
     }
     std::printf("| %s | %s | %.1f | %lld | %.0f | %s | %.1f | %.1f |\n", what,
-                budget == 0 ? "none" : std::to_string(budget / 1'000'000).c_str(), used,
+                budget == 0 ? "none" : std::to_string(budget / kBytesPerMegabyte).c_str(), used,
                 static_cast<long long>(records), new_ns, refused, known, fast);
     std::fflush(stdout);
     card::set_memory_budget(0);
@@ -176,9 +176,9 @@ void by_budget() {
         "---------------:|----------------:|\n");
     const bench::Workload flows = bench::flows(1'000'000);
     const bench::Workload sources = bench::sources_of_flows(488);
-    for (const uint64_t megabytes : {16, 64, 256, 0}) {
-        flood("1,000,000 flows", flows, megabytes * 1'000'000);
-        flood("488 flows of 2048 sources", sources, megabytes * 1'000'000);
+    for (const uint32_t megabytes : {16u, 64u, 256u, 0u}) {
+        flood("1,000,000 flows", flows, megabytes * kBytesPerMegabyte);
+        flood("488 flows of 2048 sources", sources, megabytes * kBytesPerMegabyte);
     }
 }
 

@@ -6,20 +6,23 @@ here=$(cd "$(dirname "$0")" && pwd)
 
 usage() {
     cat <<'TEXT'
-bench/growth.sh [--markdown] [--build DIR]
+bench/growth.sh [--markdown] [--build DIR] [--built]
 
 Builds the release preset when needed, measures and prints one table a question. Two to five minutes behind the build.
   --markdown   also write them into docs/performance.md, between the markers of that section
   --build DIR  build directory (build/bench), made when it is not there
+  --built      run what stands there, build nothing
 TEXT
 }
 
 markdown=no
+built=no
 build=$here/../build/bench
 while [ $# -gt 0 ]; do
     case $1 in
         --markdown) markdown=yes ;;
         --build) build=${2:?--build needs a directory}; shift ;;
+        --built) built=yes ;;
         --help) usage; exit 0 ;;
         *) usage >&2; exit 2 ;;
     esac
@@ -28,7 +31,7 @@ done
 
 build=$(realpath -m "$build")
 [ "$markdown" = no ] || has_section growth
-build_programs "$build" bench_growth
+[ "$built" = yes ] || build_programs "$build" bench_growth
 load=$(cut -d' ' -f1-3 /proc/loadavg)
 out=$(mktemp)
 trap 'rm -f "$out"' EXIT

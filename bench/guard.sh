@@ -2,25 +2,29 @@
 # Fails when a packet takes more instructions than bench/limits.txt allows. It does not depend on the clock.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
+. "$here/build.sh"
 limits=$here/limits.txt
 
 usage() {
     cat <<'TEXT'
-bench/guard.sh [--update] [--build DIR] [--built]
+bench/guard.sh [--update] [--markdown] [--build DIR] [--built]
 
 Counts the instructions a packet of three inputs under callgrind (bench/instructions.sh) and holds the floor, and what
 the module adds to it, against the limits in bench/limits.txt. The status is 1 when one is passed.
   --update     set every limit to 1.1 x what is counted, goals stay
+  --markdown   also write the table into docs/performance.md, between the markers of that section
   --build DIR  build directory (build/bench), made when it is not there
   --built      count what stands there, build nothing
 TEXT
 }
 
 update=no
+markdown=no
 options=()
 while [ $# -gt 0 ]; do
     case $1 in
         --update) update=yes ;;
+        --markdown) markdown=yes ;;
         --build) options+=("$1" "${2:?--build needs a directory}"); shift ;;
         --built) options+=("$1") ;;
         --help) usage; exit 0 ;;
@@ -49,12 +53,20 @@ awk -v update="$update" '
     "$work/figures" "$limits" >"$work/limits"
 [ "$update" = no ] || cat "$work/limits" >"$limits"
 
+[ "$markdown" = no ] || has_section guard
+status=0
 awk 'NR == FNR { measured[$1] = $2; next }
     /^#/ { next }
-    !lines++ { printf "%-16s %8s %8s %8s\n", "instructions", "counted", "goal", "limit" }
+    !lines++ {
+        printf "| %-23s | %8s | %8s | %8s |\n", "instructions a packet", "goal", "reached", "limit"
+        print "|:------------------------|---------:|---------:|---------:|"
+    }
     {
         over = measured[$1] > $3
         failed = failed || over
-        printf "%-16s %8.1f %8s %8s%s\n", $1, measured[$1], $2, $3, over ? "  over the limit" : ""
+        printf "| %-23s | %8s | %8.1f | %8s |%s\n", $1, $2, measured[$1], $3, over ? " over the limit" : ""
     }
-    END { exit failed || !lines }' "$work/figures" "$work/limits"
+    END { exit failed || !lines }' "$work/figures" "$work/limits" >"$work/table" || status=1
+cat "$work/table"
+[ "$markdown" = no ] || paste_section guard "$work/table"
+exit $status

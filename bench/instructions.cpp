@@ -4,6 +4,7 @@
 // first packets of known flows stay out of the count.
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "anti_cpu/anti_cpu.h"
 #include "card.h"
@@ -15,11 +16,12 @@ namespace {
 constexpr uint32_t kPackets = 16'384;  // of an input that is shorter; others are sent once as a whole
 
 constexpr char kUsage[] =
-    "bench_instructions INPUT path|floor\n"
+    "bench_instructions INPUT path|floor|lock\n"
     "\n"
     "Warms INPUT (one-flow, mix, sources, new-flow, million) up, sends its packets once through the module's packet "
     "path\n"
-    "or through the floor, and prints how many there were. Meant to run under callgrind: see bench/instructions.sh.\n";
+    "or through the floor or the mutex alone, and prints how many there were. Meant to run under callgrind: see "
+    "bench/instructions.sh.\n";
 
 }  // namespace
 
@@ -28,8 +30,12 @@ int main(int argc, char **argv) {
         std::printf("%s", kUsage);
         return 0;
     }
-    const bool floor = argc == 3 && std::strcmp(argv[2], "floor") == 0;
-    if (argc != 3 || (!floor && std::strcmp(argv[2], "path") != 0)) {
+    const std::string_view side = argc == 3 ? argv[2] : "";
+    const bench::PacketCall call = side == "path"    ? atc_api_receive_packet
+                                   : side == "floor" ? atc_bench_floor
+                                   : side == "lock"  ? atc_bench_lock
+                                                     : nullptr;
+    if (call == nullptr) {
         std::fprintf(stderr, "%s", kUsage);
         return 2;
     }
@@ -41,10 +47,11 @@ int main(int argc, char **argv) {
     // The first packet of a process pays the dynamic linker.
     const bench::Packet &first = workload.packets.front();
     atc_bench_floor(workload.bytes.data(), first.len, first.port, first.vlan);
+    atc_bench_lock(nullptr, 0, 0, 0);
     atc_api_receive_packet(workload.bytes.data(), first.len, first.port, first.vlan);
 
     bench::warm(workload);
-    bench::send(workload, 0, packets, floor ? atc_bench_floor : atc_api_receive_packet);
+    bench::send(workload, 0, packets, call);
     std::printf("packets %u\n", packets);
     return 0;
 }

@@ -7,24 +7,27 @@ packets=1000000
 
 usage() {
     cat <<'TEXT'
-bench/replay.sh [--runs N] [--markdown] [--build DIR]
+bench/replay.sh [--runs N] [--markdown] [--build DIR] [--built]
 
 Replays 1,000,000 packets of each input, in turns with "tcpdump -r FILE -w /dev/null", and prints the smallest processor
 and wall-clock times of N runs each, and their ratios.
   --runs N     runs of each program (9)
   --markdown   also write the table into docs/performance.md, between the markers of that section
   --build DIR  build directory (build/bench), made when it is not there
+  --built      run what stands there, build nothing
 TEXT
 }
 
 runs=9
 markdown=no
+built=no
 build=$here/../build/bench
 while [ $# -gt 0 ]; do
     case $1 in
         --runs) runs=${2:?--runs needs a number}; shift ;;
         --markdown) markdown=yes ;;
         --build) build=${2:?--build needs a directory}; shift ;;
+        --built) built=yes ;;
         --help) usage; exit 0 ;;
         *) usage >&2; exit 2 ;;
     esac
@@ -34,7 +37,7 @@ done
 command -v tcpdump >/dev/null || { echo 'replay.sh: skipped, tcpdump is not installed'; exit 0; }
 build=$(realpath -m "$build")
 [ "$markdown" = no ] || has_section replay
-build_programs "$build" bench_capture anti-cpu
+[ "$built" = yes ] || build_programs "$build" bench_capture anti-cpu
 load=$(cut -d' ' -f1-3 /proc/loadavg)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -69,7 +72,7 @@ measure() {
 
 {
     machine "$build"
-    echo "- $(tcpdump --version 2>&1 | paste -sd, | sed 's/,/, /g'); $packets packets, smallest of $runs runs each"
+    echo "- $(tcpdump --version 2>&1 | head -2 | paste -sd, | sed 's/,/, /g'); $packets packets, smallest of $runs runs each"
     echo
     echo '| input    | replay, s |  tcpdump, s |  ratio | replay wall, s | tcpdump wall, s | wall ratio | goal |'
     echo '|:---------|----------:|------------:|-------:|---------------:|----------------:|-----------:|-----:|'

@@ -11,6 +11,7 @@
 #include <cinttypes>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "anti_cpu/platform.h"
 #include "clock/clock.h"
@@ -30,6 +31,7 @@ constinit std::atomic<uint64_t> budget = 0;  // 0 = none
 constinit std::atomic<uint64_t> refused = 0;
 constinit std::atomic<bool> has_told = false;  // of this budget
 constinit std::atomic<int64_t> told_ns = 0;
+constinit thread_local bool budget_holds = true;
 
 uint64_t cost(size_t usable);
 template <typename Allocate>
@@ -90,6 +92,12 @@ void card::set_memory_budget(uint64_t new_budget) {
     has_told.store(false, std::memory_order_relaxed);
 }
 
+card::BudgetScope::BudgetScope(bool holds) : held_before_(std::exchange(budget_holds, holds)) {}
+
+card::BudgetScope::~BudgetScope() {
+    budget_holds = held_before_;
+}
+
 namespace {
 
 // Bytes that a block costs, the allocator's own included. Rounded as glibc does, whose usable size is not changed by
@@ -122,7 +130,7 @@ void *counted(size_t size, Allocate allocate) {
 
 bool is_beyond(uint64_t use) {
     const uint64_t limit = budget.load(std::memory_order_relaxed);
-    return limit != 0 && use > limit;
+    return limit != 0 && use > limit && budget_holds;
 }
 
 // Counts a refused block; the first one under a budget, and then one a minute, is told of. Returns null.

@@ -27,6 +27,19 @@ MemoryUse memory_use();
 // be more. While blocks are refused, a line a minute in the log says so. Any thread; at once.
 void set_memory_budget(uint64_t bytes);
 
+// While one lives, whether the budget holds for what the calling thread allocates. It is there against what packets
+// make the module remember: a report that an operator asks for, or a rule against the flood, must not fail for it.
+class BudgetScope {
+public:
+    explicit BudgetScope(bool holds);
+    ~BudgetScope();
+    BudgetScope(const BudgetScope &) = delete;
+    BudgetScope &operator=(const BudgetScope &) = delete;
+
+private:
+    bool held_before_;
+};
+
 // Starts a thread that runs run() for the life of the process, or until that returns; its name is cut to 15 characters.
 // It takes part in a simulation from its start: the driver comes back when the thread has reached its first wait.
 // 'stack_size' is raised where that is too little for name resolution and TLS. False when there is no thread.

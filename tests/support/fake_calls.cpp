@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr int64_t ns_per_second = 1'000'000'000;
-
 void check_unused(uint32_t a, uint32_t b, const void *last = nullptr) {
     EXPECT_TRUE(a == 0 && b == 0 && last == nullptr) << "platform: a chip call whose unused arguments are not 0";
 }
@@ -97,7 +95,7 @@ int bep_msgQSendEx(uint32_t msgq, const void *message, uint32_t size, int timeou
 }
 
 int bep_msgQReceiveEx(uint32_t msgq, void *message, uint32_t size, int timeout_ticks, const char *, int) {
-    fake().check_not_held("bep_msgQReceiveEx");
+    EXPECT_FALSE(fake().mutex_held()) << "platform: bep_msgQReceiveEx called with the module mutex held";
     EXPECT_EQ(msgq, FakePlatform::queue_handle) << "platform: a wrong queue";
     if (fake().on_receive) {
         fake().on_receive();
@@ -106,7 +104,7 @@ int bep_msgQReceiveEx(uint32_t msgq, void *message, uint32_t size, int timeout_t
 }
 
 int bep_taskDelayEx(uint32_t ticks) {
-    fake().check_not_held("bep_taskDelayEx");
+    EXPECT_FALSE(fake().mutex_held()) << "platform: bep_taskDelayEx called with the module mutex held";
     if (fake().enter(Call::delay)) {
         return -1;
     }
@@ -161,7 +159,7 @@ void syslog_get_timestamp(char *text, uint32_t size) {
 
 int xftp_upload_base(const char *server, const char *user, const char *passwd, const char *file_name, const void *data,
                      uint32_t length, uint32_t ftp_type, void *result) {
-    fake().check_not_held("xftp_upload_base");
+    EXPECT_FALSE(fake().mutex_held()) << "platform: xftp_upload_base called with the module mutex held";
     EXPECT_EQ(std::memcmp(result, Bytes(24).data(), 24), 0)
         << "platform: an upload's result area is not 24 zeroed bytes";
     if (fake().on_upload) {

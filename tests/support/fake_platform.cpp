@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr int64_t ns_per_second = 1'000'000'000;
-
 void violation(const std::string &what) {
     ADD_FAILURE() << "platform: " << what;
 }
@@ -70,25 +68,7 @@ void FakePlatform::reset() {
     rules_.clear();
     next_rule_ = 0;
     ports_.clear();
-
-    ticks_per_second = 60;
-    queue_capacity = 256;
-    chip_set_result = 0;
-    upload_result = 0;
-    mac = {0x02, 0, 0, 0, 0, 0x01};
-    backup_slot = 0;
-    on_delay = nullptr;
-    on_receive = nullptr;
-    on_upload = nullptr;
-    uploads.clear();
-    spawned.clear();
-    registered.clear();
-    versions.clear();
-    sem_options.clear();
-    queues.clear();
-    sent_as.clear();
-    receive_timeout = 0;
-    trunk_handler = nullptr;
+    static_cast<CardData &>(*this) = {};
     clock_owned = true;
 }
 
@@ -96,70 +76,6 @@ void FakePlatform::advance_ns(int64_t nanoseconds) {
     std::lock_guard<std::mutex> lock(guard_);
     monotonic_ns_ += nanoseconds;
     realtime_ns_ += nanoseconds;
-}
-
-void FakePlatform::set_monotonic(int64_t seconds, int64_t nanoseconds) {
-    std::lock_guard<std::mutex> lock(guard_);
-    monotonic_ns_ = seconds * ns_per_second + nanoseconds;
-}
-
-void FakePlatform::set_realtime(int64_t seconds) {
-    std::lock_guard<std::mutex> lock(guard_);
-    realtime_ns_ = seconds * ns_per_second;
-}
-
-int64_t FakePlatform::monotonic_ns() {
-    std::lock_guard<std::mutex> lock(guard_);
-    return monotonic_ns_;
-}
-
-int64_t FakePlatform::realtime_ns() {
-    std::lock_guard<std::mutex> lock(guard_);
-    return realtime_ns_;
-}
-
-void FakePlatform::release_clock() {
-    clock_owned = false;
-}
-
-void FakePlatform::fail(Call kind, uint32_t nth, bool from_then_on) {
-    std::lock_guard<std::mutex> lock(guard_);
-    plans_[static_cast<size_t>(kind)] = {nth, from_then_on, 0};
-}
-
-void FakePlatform::fail_none() {
-    std::lock_guard<std::mutex> lock(guard_);
-    plans_ = {};
-}
-
-uint32_t FakePlatform::calls(Call kind) {
-    std::lock_guard<std::mutex> lock(guard_);
-    return calls_[static_cast<size_t>(kind)];
-}
-
-uint32_t FakePlatform::hits(Call kind) {
-    std::lock_guard<std::mutex> lock(guard_);
-    return plans_[static_cast<size_t>(kind)].hits;
-}
-
-uint32_t FakePlatform::failed(Call kind) {
-    std::lock_guard<std::mutex> lock(guard_);
-    return failed_[static_cast<size_t>(kind)];
-}
-
-size_t FakePlatform::live_blocks() {
-    std::lock_guard<std::mutex> lock(guard_);
-    return live_.size();
-}
-
-bool FakePlatform::mutex_held() {
-    std::lock_guard<std::mutex> lock(guard_);
-    return owner_ == std::this_thread::get_id();
-}
-
-size_t FakePlatform::queued() {
-    std::lock_guard<std::mutex> lock(guard_);
-    return queue_.size();
 }
 
 std::optional<Bytes> FakePlatform::take_message() {
@@ -170,11 +86,6 @@ std::optional<Bytes> FakePlatform::take_message() {
     Bytes message = std::move(queue_.front());
     queue_.pop_front();
     return message;
-}
-
-std::vector<LogLine> FakePlatform::log() {
-    std::lock_guard<std::mutex> lock(guard_);
-    return log_;
 }
 
 std::vector<ChipRule> FakePlatform::chip() {
@@ -192,11 +103,6 @@ void FakePlatform::set_packets(uint32_t stat_id, uint64_t packets) {
     auto found = with_stat_id(rules_, stat_id);
     ASSERT_TRUE(found != rules_.end()) << "no rule in the chip with stat id " << stat_id;
     found->second.packets = packets;
-}
-
-void FakePlatform::chip_clear() {
-    std::lock_guard<std::mutex> lock(guard_);
-    rules_.clear();
 }
 
 void FakePlatform::map_port(uint32_t port, uint32_t slot, uint32_t slot_port) {
@@ -221,12 +127,6 @@ bool FakePlatform::enter(Call kind) {
     ++plan.hits;
     ++failed_[index];
     return true;
-}
-
-void FakePlatform::check_not_held(const char *function) {
-    if (mutex_held()) {
-        violation(std::string(function) + " called with the module mutex held");
-    }
 }
 
 void *FakePlatform::allocate(size_t size, int fill) {

@@ -21,11 +21,14 @@
 #include <string>
 #include <thread>
 #include <tuple>
+#include <type_traits>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "anti_cpu/platform.h"
+
+constexpr int64_t ns_per_second = 1'000'000'000;
 
 using Bytes = std::vector<uint8_t>;
 
@@ -98,64 +101,15 @@ struct Version {
     std::string text;
 };
 
-class FakePlatform {
-public:
-    static constexpr uint32_t sem_handle = 11;
-    static constexpr uint32_t queue_handle = 22;
-    static constexpr uint32_t mod_handle = 77;
-    static constexpr uint32_t first_entry_id = 1000;
-    static constexpr uint32_t first_stat_id = 5000;
-
-    // Everything as at power-up, and the clock is the fake one. Blocks of an earlier test that still live are
-    // forgotten.
-    void reset();
-
-    // ---- Clock: monotonic 1000.25 s and 2021-09-02 03:46:20 UTC at reset; stands still unless told.
-    void advance(int64_t seconds) { advance_ns(seconds * 1'000'000'000); }
-    void advance_ns(int64_t nanoseconds);
-    void set_monotonic(int64_t seconds, int64_t nanoseconds = 0);  // the wall clock stays
-    void set_realtime(int64_t seconds);                            // since 1970; the monotonic clock stays
-    int64_t monotonic_ns();
-    int64_t realtime_ns();
-    static std::atomic<bool> clock_owned;  // static: the clock may be read before the card exists
-    void release_clock();                  // back to the system's clock, for the test runner's own times
-
-    // ---- Calls: counted since reset; the nth from now on (1 = the next) fails, once or with all that follow.
-    void fail(Call kind, uint32_t nth, bool from_then_on = false);
-    void fail_none();            // forgets every plan
-    uint32_t calls(Call kind);   // calls, failed ones included
-    uint32_t hits(Call kind);    // calls that failed by the present plan
-    uint32_t failed(Call kind);  // calls that failed by any plan since reset
-
-    // ---- Memory
-    size_t live_blocks();
-
-    // ---- Mutex: held by the calling thread?
-    bool mutex_held();
-
-    // ---- Message queue
-    size_t queued();
-    std::optional<Bytes> take_message();  // the oldest, by the test instead of the task
-
-    // ---- Log: a copy of all lines since reset, oldest first
-    std::vector<LogLine> log();
-
-    // ---- Chip
-    std::vector<ChipRule> chip();  // by entry id
-    void set_packets(uint32_t stat_id, uint64_t packets);
-    void chip_clear();  // loses all rules, as a chip that was reset
-
-    // ---- Card
-    void map_port(uint32_t port, uint32_t slot, uint32_t slot_port);  // instead of port / 64 + 1, port % 64
-    void unmap_port(uint32_t port);                                   // its translation fails
-
+// The plain members of fake().
+struct CardData {
     // What the card answers; set by tests.
-    uint32_t ticks_per_second;
-    size_t queue_capacity;  // messages; bep_msgQCreateEx sets it to what is asked
-    int chip_set_result;    // of hw_driver_set_stream_qos_item: negative refuses, positive installs all the same
-    int upload_result;      // not 0: nothing arrives
-    std::array<uint8_t, 6> mac;
-    uint32_t backup_slot;
+    uint32_t ticks_per_second = 60;
+    size_t queue_capacity = 256;  // messages; bep_msgQCreateEx sets it to what is asked
+    int chip_set_result = 0;      // of hw_driver_set_stream_qos_item: negative refuses, positive installs all the same
+    int upload_result = 0;        // not 0: nothing arrives
+    std::array<uint8_t, 6> mac = {0x02, 0, 0, 0, 0, 0x01};
+    uint32_t backup_slot = 0;
     std::function<void()> on_delay;    // in bep_taskDelayEx, when the time has passed
     std::function<void()> on_receive;  // in bep_msgQReceiveEx, before the queue is looked at
     std::function<void()> on_upload;   // in xftp_upload_base
@@ -168,12 +122,73 @@ public:
     std::vector<uint32_t> sem_options;             // of every bep_semMCreateEx
     std::vector<std::array<uint32_t, 3>> queues;   // messages, message size, options of every bep_msgQCreateEx
     std::vector<std::array<uint32_t, 2>> sent_as;  // time-out (as unsigned) and priority of every bep_msgQSendEx
-    int receive_timeout;                           // ticks, of the last bep_msgQReceiveEx
-    int (*trunk_handler)(uint32_t, uint32_t, uint32_t, uint32_t);
+    int receive_timeout = 0;                       // ticks, of the last bep_msgQReceiveEx
+    int (*trunk_handler)(uint32_t, uint32_t, uint32_t, uint32_t) = nullptr;
+};
+
+class FakePlatform : public CardData {
+public:
+    static constexpr uint32_t sem_handle = 11;
+    static constexpr uint32_t queue_handle = 22;
+    static constexpr uint32_t mod_handle = 77;
+    static constexpr uint32_t first_entry_id = 1000;
+    static constexpr uint32_t first_stat_id = 5000;
+
+    // Everything as at power-up, and the clock is the fake one. Blocks of an earlier test that still live are
+    // forgotten.
+    void reset();
+
+    // ---- Clock: monotonic 1000.25 s and 2021-09-02 03:46:20 UTC at reset; stands still unless told.
+    void advance(int64_t seconds) { advance_ns(seconds * ns_per_second); }
+    void advance_ns(int64_t nanoseconds);
+    // The wall clock stays.
+    void set_monotonic(int64_t seconds, int64_t nanoseconds = 0) {
+        write(monotonic_ns_, seconds * ns_per_second + nanoseconds);
+    }
+    // Since 1970; the monotonic clock stays.
+    void set_realtime(int64_t seconds) { write(realtime_ns_, seconds * ns_per_second); }
+    int64_t monotonic_ns() { return read(monotonic_ns_); }
+    int64_t realtime_ns() { return read(realtime_ns_); }
+    static std::atomic<bool> clock_owned;  // static: the clock may be read before the card exists
+    // Back to the system's clock, for the test runner's own times.
+    void release_clock() { clock_owned = false; }
+
+    // ---- Calls: counted since reset; the nth from now on (1 = the next) fails, once or with all that follow.
+    void fail(Call kind, uint32_t nth, bool from_then_on = false) {
+        write(plans_[static_cast<size_t>(kind)], {nth, from_then_on, 0});
+    }
+    // Forgets every plan.
+    void fail_none() { write(plans_, {}); }
+    // Calls, failed ones included; those that failed by the present plan; by any plan since reset.
+    uint32_t calls(Call kind) { return read(calls_[static_cast<size_t>(kind)]); }
+    uint32_t hits(Call kind) { return read(plans_[static_cast<size_t>(kind)]).hits; }
+    uint32_t failed(Call kind) { return read(failed_[static_cast<size_t>(kind)]); }
+
+    // ---- Memory
+    size_t live_blocks() { return read(live_).size(); }
+
+    // ---- Mutex: held by the calling thread?
+    bool mutex_held() { return read(owner_) == std::this_thread::get_id(); }
+
+    // ---- Message queue
+    size_t queued() { return read(queue_).size(); }
+    std::optional<Bytes> take_message();  // the oldest, by the test instead of the task
+
+    // ---- Log: a copy of all lines since reset, oldest first
+    std::vector<LogLine> log() { return read(log_); }
+
+    // ---- Chip
+    std::vector<ChipRule> chip();  // by entry id
+    void set_packets(uint32_t stat_id, uint64_t packets);
+    // Loses all rules, as a chip that was reset.
+    void chip_clear() { write(rules_, {}); }
+
+    // ---- Card
+    void map_port(uint32_t port, uint32_t slot, uint32_t slot_port);  // instead of port / 64 + 1, port % 64
+    void unmap_port(uint32_t port);                                   // its translation fails
 
     // ---- For the functions of platform.h only
     bool enter(Call kind);  // counts; true when this call is to fail
-    void check_not_held(const char *function);
     void *allocate(size_t size, int fill);
     void release(void *ptr);
     int take();
@@ -192,6 +207,18 @@ public:
     std::optional<std::pair<uint32_t, uint32_t>> slot_port(uint32_t port);
 
 private:
+    // A member as it is, or as it is to be, under guard_.
+    template <typename member_t>
+    member_t read(const member_t &member) {
+        std::lock_guard<std::mutex> lock(guard_);
+        return member;
+    }
+    template <typename member_t>
+    void write(member_t &member, std::type_identity_t<member_t> value) {
+        std::lock_guard<std::mutex> lock(guard_);
+        member = std::move(value);
+    }
+
     // A rule is known by its match list, its operation list, and its ports without the kind.
     using ChipKey = std::tuple<Bytes, Bytes, Bytes>;
     struct Plan {

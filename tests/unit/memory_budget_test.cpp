@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "anti_cpu/anti_cpu.h"
@@ -109,6 +110,24 @@ TEST(MemoryBudget, TellsOncePerMinuteAndBudget) {
     EXPECT_EQ(budget.lines.size(), 4u);
     EXPECT_EQ(budget.lines.back(), "11 card: memory budget of 2 bytes is used up, " + std::to_string(before + 7) +
                                        " allocations refused so far");
+}
+
+TEST(MemoryBudget, SparesWhoIsInAScope) {
+    const Budget budget(0);
+    card::set_memory_budget(1);
+    {
+        const card::BudgetScope operators(false);
+        void *block = allocate(1000);
+        EXPECT_NE(block, nullptr);
+        {
+            const card::BudgetScope packets(true);
+            EXPECT_EQ(allocate(1000), nullptr);
+        }
+        std::thread([] { EXPECT_EQ(allocate(1000), nullptr) << "another thread"; }).join();
+        release(block);
+        release(allocate(1000));
+    }
+    EXPECT_EQ(allocate(1000), nullptr);
 }
 
 constexpr uint32_t kPort = 3;
