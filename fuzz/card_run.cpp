@@ -1,8 +1,5 @@
 #include "card_run.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstddef>
 #include <optional>
 
@@ -15,7 +12,6 @@
 #include "os/os.h"
 
 extern "C" int __real_atc_init(void);
-extern "C" int __wrap_atc_init(void);
 
 namespace {
 
@@ -26,8 +22,7 @@ struct Fresh {
 };
 std::optional<Fresh> g_fresh;
 
-// Between two inputs.
-std::optional<card::RealTimeScope> g_real_time;
+std::optional<card::RealTimeScope> g_real_time;  // between two inputs
 
 // Puts back a run of members that are nothing but settings.
 void put_back(size_t offset, size_t size) {
@@ -61,7 +56,7 @@ void discard_all() {
 
 }  // namespace
 
-int __wrap_atc_init() {
+extern "C" int __wrap_atc_init() {
     if (g_fresh) {
         {
             const atc_guard_t guard;
@@ -80,14 +75,6 @@ int __wrap_atc_init() {
     const atc_guard_t guard;
     g_fresh = {g_atc_global, card::live_blocks()};
     return result;
-}
-
-MemoryFile::MemoryFile(const uint8_t *data, size_t size) : fd_(memfd_create("input", MFD_CLOEXEC)) {
-    require(fd_ >= 0 && write(fd_, data, size) == static_cast<ssize_t>(size), "no file in memory");
-}
-
-MemoryFile::~MemoryFile() {
-    close(fd_);
 }
 
 CardRun::CardRun(host::CaptureSet &captures)

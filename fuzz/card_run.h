@@ -6,26 +6,10 @@
 // Used by: the targets that drive the host. Uses: the module, the card, replay, support.h.
 #pragma once
 
-#include <string>
-
 #include "capture_reader.h"
 #include "event_log.h"
 #include "replay.h"
 #include "support.h"
-
-// A file in memory, for what reads files by name.
-class MemoryFile {
-public:
-    MemoryFile(const uint8_t *data, size_t size);
-    ~MemoryFile();
-    MemoryFile(const MemoryFile &) = delete;
-    MemoryFile &operator=(const MemoryFile &) = delete;
-
-    std::string path() const { return "/dev/fd/" + std::to_string(fd_); }
-
-private:
-    int fd_;
-};
 
 class CardRun {
 public:

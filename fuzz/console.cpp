@@ -18,6 +18,8 @@ void receive_all_classes() {
 }
 
 // Lines that write files, reach for the network or let time go on for ever are read, not run.
+constexpr std::string_view kNotRun[] = {"capture save", "upload now", "upload enable", "run"};
+
 bool may_run(const host::console::Console &console, const std::string &line) {
     std::vector<std::string> words;
     if (!host::console::split_line(line, words) || words.empty()) {
@@ -25,9 +27,8 @@ bool may_run(const host::console::Console &console, const std::string &line) {
     }
     console.grammar().completions({words.begin(), words.end() - 1}, words.back());
     const host::console::Command *command = console.grammar().parse(words).command;
-    const std::string pattern = command != nullptr ? command->pattern : "";
-    return !pattern.starts_with("capture save") && !pattern.starts_with("upload now") &&
-           !pattern.starts_with("upload enable") && !pattern.starts_with("run");
+    const std::string_view pattern = command != nullptr ? command->pattern : "";
+    return std::ranges::none_of(kNotRun, [&](std::string_view start) { return pattern.starts_with(start); });
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// replay_main.cpp: runs every file of the named folders through a fuzz target, in the order of their names.
+// replay_main.cpp: runs every file of a folder through a fuzz target, in the order of their names.
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -9,12 +9,9 @@
 #include "support.h"
 
 int main(int argc, char **argv) {
-    std::set<std::filesystem::path> paths;
-    for (int i = 1; i < argc; i++) {
-        for (const auto &file : std::filesystem::directory_iterator(argv[i])) {
-            paths.insert(file.path());
-        }
-    }
+    require(argc == 2, "name the folder of the inputs");
+    const std::filesystem::directory_iterator files(argv[1]);
+    const std::set<std::filesystem::path> paths(begin(files), end(files));
     require(!paths.empty(), "there is no input");
     LLVMFuzzerInitialize(&argc, &argv);
     for (const std::filesystem::path &path : paths) {

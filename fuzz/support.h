@@ -42,11 +42,10 @@ public:
     }
     // u16 length and so many bytes, in a block of just their size, so that a sanitizer sees a read behind it.
     std::vector<uint8_t> block() {
-        const std::span<const uint8_t> taken = bytes(u16());
+        const std::span<const uint8_t> taken = bytes(value<uint16_t>());
         return {taken.begin(), taken.end()};
     }
     uint8_t u8() { return value<uint8_t>(); }
-    uint32_t u16() { return value<uint16_t>(); }
 
 private:
     std::span<const uint8_t> rest_;

@@ -1,205 +1,159 @@
 // model.h: what must hold of counting and of hardware rules, stated a second time and naively.
 //
-// The model is told what the module is told, in the same order, and predicts what the module then holds, answers, and
-// asks of its card. It shares no code with the module: thresholds are computed when asked for, an owner is denied while
-// it points to a record, indexes are maps. Used by hw_deny_model.cpp, compared with the module by differences.cpp.
+// The model is told what the module and the card are told, in the same order, and predicts what the module answers and
+// holds, and which rules are in the chip. It shares no code with the module: thresholds are computed when asked for,
+// indexes are maps, a rule is a key of numbers. Driven by run.cpp; compare.cpp holds the module against it.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <deque>
 #include <list>
 #include <map>
 #include <optional>
 #include <string>
 #include <tuple>
+#include <vector>
 
-#include "card_model.h"
-#include "packet_classes.h"
+#include "fake_platform.h"
+#include "frames.h"
 
-// Closed periods, oldest first; a first one without packets is written over.
-struct History {
-    std::array<uint32_t, 12> packets{};
-    uint32_t count = 1;
-    uint32_t start = 0;  // the counter when the running period began
-    uint32_t peak = 0;
+constexpr uint32_t SOURCES = 4;  // of each flow, numbered from 1; 0 is the flow itself
 
-    // Returns the packets of the period that ends.
-    uint32_t close(uint32_t counter) {
-        const uint32_t n = counter - start;
-        if (count == packets.size()) {
-            std::shift_left(packets.begin(), packets.end(), 1);
-        } else if (count > 1 || packets[0] != 0) {
-            count++;
-        }
-        packets[count - 1] = n;
-        start = counter;
-        peak = std::max(peak, n);
-        return n;
-    }
+struct PacketClass {
+    uint16_t id;
+    uint32_t limit;     // default of the fast period, packets per second, of flows and of sources
+    uint32_t src_type;  // ATC_SRC_*
+    bool names_source;  // in a source's rule; otherwise that is the flow's, and the chip takes it once only
+    uint16_t rule;      // classes with the same number have the same rules
+    Frame (*frame)();   // without a source of its own
 };
 
-struct Counter {
-    uint32_t count = 0;
-    History fast;
-    History slow;
+inline const PacketClass CLASSES[] = {
+    {1, 12, ATC_SRC_MAC, true, 1, [] { return bpdu(0); }},
+    {2, 12, ATC_SRC_MAC, true, 1, [] { return bpdu(2); }},
+    {6, 100, ATC_SRC_MAC, true, 6, arp},
+    {14, 100, ATC_SRC_IPV4, true, 14, [] { return ipv4(50); }},
+    {52, 12, ATC_SRC_IPV4, true, 52, [] { return tcp(40000, 80, SYN); }},
+    {57, 10, ATC_SRC_NONE, false, 57, [] { return arp().from(OWN_MAC); }},
+    {58, 100, ATC_SRC_MAC, false, 58, [] { return eth(0x1234); }},
 };
-
-struct Record;
 
 // What can own a rule: a flow, or a source of one.
-struct Owner : Counter {
-    bool fp_alarm = false;
-    bool lp_alarm = false;
-    bool sw_deny = false;
-    bool cap_on = false;
-    uint32_t cap_len = 0;  // bytes in the buffer; 0 = it has none
-    Record *record = nullptr;
+struct Owner {
+    uint32_t count = 0;
+    uint32_t fast_start = 0;  // the counter when the running period began
+    uint32_t slow_start = 0;
+    bool alarm = false;
 };
 
 struct Flow : Owner {
-    uint32_t port = 0;
-    uint32_t vlan = 0;
-    const PacketClass *cls = nullptr;
+    uint32_t port;
+    uint32_t vlan;
+    const PacketClass *cls;
     std::map<uint32_t, Owner> sources;
 };
 
-using FlowKey = std::tuple<uint32_t, uint32_t, uint16_t>;  // port, VLAN, protocol
-
-enum class TimerKind {
-    fast,
-    slow,
-    day,
-    record,
-};
-
-struct Timer {
-    TimerKind kind;
-    Record *record;
-};
-
-using Timers = std::multimap<int64_t, Timer>;  // by second; equal ones in the order of arming
-
 struct Record {
-    Rule rule;
     Flow *flow;
-    std::optional<uint32_t> source;
+    uint32_t source;  // 0: the flow owns it
+    uint32_t sdk_id = 0;
+    uint32_t stat_id = 0;
     uint64_t last_packets = 0;
-    Timers::iterator timer{};
 };
 
-struct Filter {
-    uint32_t id;
-    Rule rule;
+struct InChip {
+    uint32_t entry_id;
+    uint32_t stat_id;
+    uint64_t packets;
 };
 
-struct Limits {
-    uint32_t fp, lp, src_fp, src_lp;
-    uint32_t deny = 0, src_deny = 0, hw_deny = 0, src_hw_deny = 0, cap = 0, src_cap = 0;
+struct TrunkChange {
+    bool joins;
+    uint32_t trunk;
+    uint32_t member;
 };
 
-// What a run has come across.
-struct Seen {
-    uint64_t installed = 0, at_limit = 0, expired = 0, kept = 0, given_up = 0, aged = 0, alarms = 0;
-};
+struct Model {
+    using FlowKey = std::tuple<uint32_t, uint32_t, uint16_t>;                         // port, VLAN, protocol
+    using RuleKey = std::tuple<uint16_t, uint32_t, uint32_t, std::vector<uint32_t>>;  // rule, VLAN, source, ports
+    using Members = std::array<uint32_t, 8>;
+    using Index = std::map<uint32_t, uint32_t>;
+    struct Plan {
+        uint32_t in = 0;  // calls until the one that fails; 0 = no plan
+        bool from_then_on = false;
+    };
+    struct Timer {
+        void (Model::*pass)();  // of a period, or ...
+        Record *record;
+    };
+    struct Limits {
+        std::array<uint32_t, 2> pps;  // of flows, of sources
+        std::array<uint32_t, 2> hw_deny{1, 0};
+    };
 
-struct Model : CardModel {
-    using Records = std::list<Record>;
-    using Index = std::map<uint32_t, Counter>;
+    Model();
 
-    // Settings.
-    uint32_t enabled = 1;
-    uint32_t fast_period = 300;
-    uint32_t long_period = 3600;
-    uint32_t upload_enable = 0;
-    std::map<uint16_t, Limits> limits;
-
-    int64_t now = 1000;  // seconds
-    Counter rx, tx;
-    Index ports, vlans, rx_protocols, tx_protocols;
-    std::map<FlowKey, Flow> flows;
-    Records records;            // newest first
-    std::list<Filter> filters;  // newest first
-    Timers timers;
-    uint32_t captures = 0;
-    Seen *seen;
-
-    explicit Model(Seen *counted) : seen(counted) {
-        for (const PacketClass &cls : CLASSES) {
-            limits[cls.id] = {cls.fp_limit, cls.lp_limit, cls.fp_limit, cls.lp_limit};
-        }
-        arm(TimerKind::fast, fast_period);
-        arm(TimerKind::slow, long_period);
-        arm(TimerKind::day, 86400);
-    }
-
-    static uint32_t packets(uint32_t seconds, uint32_t limit) {
-        return static_cast<uint32_t>(std::min<uint64_t>(uint64_t{seconds} * limit, UINT32_MAX));
-    }
-
-    uint32_t fp_threshold(const Flow &flow, bool source) const {
-        const Limits &limit = limits.at(flow.cls->id);
-        return packets(fast_period, source ? limit.src_fp : limit.fp);
-    }
-
-    uint32_t lp_threshold(const Flow &flow, bool source) const {
-        const Limits &limit = limits.at(flow.cls->id);
-        return packets(long_period, source ? limit.src_lp : limit.lp);
-    }
-
-    // ---- packets.cpp
-    int receive(uint32_t port, uint32_t vlan, const PacketClass &cls, uint32_t source, uint32_t len);
-    int send(const PacketClass &cls);
-    bool count(Index &index, uint32_t key);
-    int count_source(Flow &flow, uint32_t source, uint32_t len, int verdict);
-    void capture(Owner &owner, uint32_t len);
-    void release_capture(Owner &owner);
-    void end(const PacketClass &cls, uint32_t enable);
-    void clear(Owner &owner);
-    std::map<uint32_t, Owner>::iterator discard(Flow &flow, std::map<uint32_t, Owner>::iterator source);
-    std::map<FlowKey, Flow>::iterator discard(std::map<FlowKey, Flow>::iterator flow);
-    void clear_all();
+    int receive(uint32_t port, uint32_t vlan, const PacketClass &cls, uint32_t source);
+    uint32_t threshold(const Flow &flow, bool is_source) const;
+    void arm(void (Model::*pass)(), uint32_t seconds);
     void fast_pass();
     void long_pass();
     void day_pass();
-    void judge_fast(Flow &flow, Owner &owner, bool is_source);
-    void judge_long(Flow &flow, Owner &owner, bool is_source, uint32_t n);
-
-    // ---- rules.cpp
-    void deny(Flow &flow, std::optional<uint32_t> source, uint32_t packet_source);
-    void expire(Record &record);
-    Records::iterator withdraw(Records::iterator record);
-    Records::iterator forget(Records::iterator record);
-    void withdraw(const Owner &owner);
-    Owner &owner_of(const Record &record) const;
-    void arm(Record &record);
-    int add_filter(Filter filter, bool valid, uint32_t *sdk_id);
-    int delete_filter(uint32_t id);
-    void handle(const Message &message);
-    template <typename change_t>
-    void move_rules(uint32_t trunk, change_t change);
     void turn();  // of the monitor task
-    void arm(TimerKind kind, uint32_t seconds);
+    void clear_all();
+    void post(const TrunkChange &change);
+    InChip *by_stat(uint32_t stat_id);
 
     // Withdraws the records for which ends(record) holds.
     template <typename ends_t>
     void withdraw_if(ends_t ends) {
-        for (auto record = records.begin(); record != records.end();) {
-            record = ends(*record) ? withdraw(record) : std::next(record);
+        for (auto next = records.begin(); next != records.end();) {
+            if (Record &record = *next++; ends(record)) {
+                remove(record);
+                forget(record);
+            }
         }
     }
 
-    // Calls visit(index) for the indexes that only count.
-    template <typename visit_t>
-    void each_index(visit_t visit) {
-        for (Index *index : {&ports, &vlans, &rx_protocols, &tx_protocols}) {
-            visit(*index);
-        }
-    }
+    // The card.
+    std::map<Call, Plan> plans;
+    bool memory = true;
+    std::deque<TrunkChange> queue;
+    std::map<RuleKey, InChip> chip;
+    uint32_t rules_made = 0;
+
+    // Settings.
+    uint32_t fast_period = 300;
+    uint32_t long_period = 3600;
+    std::map<uint16_t, Limits> limits;
+
+    int64_t now = 1000;  // seconds
+    uint32_t rx = 0;
+    std::array<Index, 3> indexes;  // ports, VLANs, protocols
+    std::map<FlowKey, Flow> flows;
+    std::list<Record> records;             // newest first
+    std::multimap<int64_t, Timer> timers;  // by second; equal ones in the order of arming
+    std::map<uint32_t, Members> trunks;
+    std::map<std::string, uint64_t> seen;  // what happened so far, to be told at the end
+
+private:
+    bool fails(Call kind);
+    std::optional<RuleKey> key(const Record &record) const;
+    bool install(Record &record);
+    void remove(Record &record);
+    bool count(Index &index, uint32_t key);
+    void deny(Flow &flow, uint32_t source);
+    void forget(const Record &record);
+    void discard(const Flow &flow, uint32_t source);
+    void discard_rules(const Flow &flow);
+    template <typename gone_t>
+    void discard_sources(Flow &flow, gone_t gone);
+    void expire(Record &record);
+    void handle(const TrunkChange &change);
+    void move_rules(uint32_t trunk, const Members &members);
 };
 
-// What differs between the module and the model, a line each; empty when nothing does. The quick form looks at totals
-// and calls, and at rules and timers where they may have changed; the full one at everything.
-std::string differences_quick(Model &model, bool rules);
-std::string differences_full(Model &model);
-
-// The same for one flow and its sources.
-std::string differences_flow(const Model &model, uint32_t port, uint32_t vlan, uint16_t protocol);
+// What differs between the module and the model, a line each; empty when nothing does. 'everything': every flow and
+// source and the module's own consistency too, otherwise the rules, records, timers and totals.
+std::string differences(const Model &model, bool everything);

@@ -1,221 +1,292 @@
-// run.cpp: the frame of a run: lives, the choice of steps, and what happens to the card.
-#include "run.h"
+// run.cpp: a run of random steps, each taken by the module and by the model.
+//
+// A step is one thing that happens to a running module: packets, a setting, a clear, a trunk that changes, time, a card
+// that fails. After every step the answers, records, timers and the chip are those of the model; now and then
+// everything is. A life of some thousand steps ends with nothing left behind, and another begins. What a seed does
+// depends on nothing but the seed.
+#include <gtest/gtest.h>
 
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 
 #include "anti_cpu/anti_cpu.h"
 #include "atc/monitor.h"
 #include "fixture.h"
+#include "model.h"
 
 namespace {
 
-constexpr uint64_t LIFE = 250'000;    // steps from one start of the module to the next
-constexpr uint64_t FULL_CHECK = 300;  // steps from one comparison of everything to the next
-constexpr uint32_t JUMBO = 9000;      // bytes of a frame that fills a capture soon
-constexpr size_t ORPHANS_MAX = 30;    // rules without a record before the operator cleans the chip
+constexpr uint64_t LIFE = 4000;       // steps from one start of the module to the next
+constexpr uint64_t FULL_CHECK = 100;  // steps from one comparison of everything to the next
+constexpr uint32_t PORTS[] = {1, 2, 40, 41, 255};
+constexpr uint32_t VLANS[] = {0, 1, 100, 0, 1, 100, 0, 1, 100, 4089};
+constexpr uint32_t VALUES[] = {0, 1, 1, 1, 1, 2, 7};  // packets per second, or enables
 constexpr uint32_t TRUNKS[] = {40, 41, 2};
-constexpr uint32_t MEMBERS[] = {1, 3, 4, 5, 6, 7, 8, 9, 10, BACKUP_PORT, 131};
-constexpr Call FAILING[] = {Call::chip_set,     Call::chip_delete,   Call::chip_entry_id,
-                            Call::chip_stat_id, Call::chip_counters, Call::alloc,
-                            Call::send,         Call::receive,       Call::upload};
+constexpr uint32_t MEMBERS[] = {1, 3, 4, 5, 6, 7, 8, 9, 10};  // more than a trunk takes
+constexpr Call FAILING[] = {Call::chip_set,      Call::chip_delete, Call::chip_entry_id, Call::chip_stat_id,
+                            Call::chip_counters, Call::alloc,       Call::send,          Call::receive};
 
-uint32_t calls_of_chip() {
-    return fake().calls(Call::chip_set) + fake().calls(Call::chip_delete) + fake().calls(Call::chip_counters);
-}
+class Run : public ModuleTest {
+public:
+    explicit Run(uint64_t seed) : random_(seed) {}
+
+    // Takes the steps. Returns the first one whose outcome is wrong, 0 when there is none.
+    uint64_t take(uint64_t steps) {
+        for (uint64_t step = 1; step <= steps; ++step) {
+            if (step % LIFE == 1) {
+                start();
+            }
+            one_step();
+            problems += differences(model, step % FULL_CHECK == 0 || step == steps);
+            if (problems.empty() && (step % LIFE == 0 || step == steps)) {
+                finish();
+            }
+            if (testing::UnitTest::GetInstance()->ad_hoc_test_result().Failed()) {
+                problems += "  the card or the end of a life saw what is told above\n";
+            }
+            if (!problems.empty()) {
+                return step;
+            }
+        }
+        return 0;
+    }
+
+    std::string problems;       // of the step that went wrong, a line each
+    char words[160] = "start";  // the latest step
+    Model model;
+
+private:
+    void TestBody() override {}
+
+    uint32_t below(uint64_t n) { return static_cast<uint32_t>(random_() % n); }
+    bool chance(uint32_t percent) { return below(100) < percent; }
+    template <typename item_t, size_t n>
+    const item_t &one_of(const item_t (&items)[n]) {
+        return items[below(n)];
+    }
+
+    void one_step() {
+        constexpr std::pair<uint32_t, void (Run::*)()> steps[] = {
+            // of 1000
+            {640, &Run::packets}, {60, &Run::counters}, {70, &Run::time},     {100, &Run::setting},
+            {4, &Run::period},    {30, &Run::clear},    {1, &Run::clear_all}, {15, &Run::clear_rules},
+            {40, &Run::trunk},    {20, &Run::failure},  {20, &Run::recovery},
+        };
+        const auto *step = steps;
+        for (uint32_t drawn = below(1000); drawn >= step->first; ++step) {
+            drawn -= step->first;
+        }
+        (this->*step->second)();
+    }
+
+    __attribute__((format(printf, 2, 3))) void say(const char *format, ...) {
+        va_list args;
+        va_start(args, format);
+        std::vsnprintf(words, sizeof(words), format, args);
+        va_end(args);
+    }
+
+    void expect(const char *what, int64_t got, int64_t expected) {
+        if (got != expected) {
+            problems += std::string("  ").append(what) + " is " + std::to_string(got) + ", must be ";
+            problems += std::to_string(expected) + "\n";
+        }
+    }
+
+    void start() {
+        Model next;
+        next.seen.swap(model.seen);
+        std::swap(model, next);
+        flood_ = !flood_;
+        SetUp();
+        for (const PacketClass &cls : CLASSES) {
+            expect("result", atc_api_set_protocol_hw_deny_enable(cls.id, 1), 0);  // floods from the first step on
+        }
+    }
+
+    void finish() {
+        say("the end of a life");
+        fake().fail_none();
+        TearDown();
+    }
+
+    void packets() {
+        const PacketClass &cls = one_of(CLASSES);
+        const uint32_t source = 1 + below(SOURCES);
+        const uint32_t port = one_of(PORTS);
+        const uint32_t vlan = one_of(VLANS);
+        const uint32_t times = 1 + below(chance(10) ? 60 : 8);
+        say("%u packets of class %u, source %u, port %u, vlan %u", times, cls.id, source, port, vlan);
+        Frame frame = cls.frame();
+        if (cls.src_type != ATC_SRC_NONE) {
+            cls.src_type == ATC_SRC_MAC ? frame.from(source) : frame.src_ip(source);
+        }
+        for (uint32_t i = 0; i < times; ++i) {
+            expect("verdict", rx(frame, port, vlan), model.receive(port, vlan, cls, source));
+        }
+    }
+
+    // The chip has stopped packets, around what keeps a rule.
+    void counters() {
+        say("counters of the rules");
+        for (const Record &record : model.records) {
+            if (InChip *rule = model.by_stat(record.stat_id); rule != nullptr) {
+                const uint64_t threshold = model.threshold(*record.flow, record.source != 0);
+                const uint64_t values[] = {0,         threshold - 1, threshold,
+                                           threshold, threshold + 1, threshold + (1ULL << 32)};
+                const uint64_t more = flood_ ? threshold : one_of(values);
+                rule->packets = more == 0 ? 0 : record.last_packets + more;
+                fake().set_packets(rule->stat_id, rule->packets);
+            }
+        }
+    }
+
+    // Mostly short; sometimes only a turn of the task.
+    void time() {
+        if (flood_) {
+            counters();
+        }
+        const uint32_t lengths[] = {0, 0, 0, 1, 1, 1, model.fast_period, model.fast_period, 1 + below(20)};
+        const uint32_t seconds = chance(4) ? (chance(15) ? 86400 : model.long_period) : one_of(lengths);
+        say("%u seconds and a turn of the task", seconds);
+        model.now += seconds;
+        fake().advance(seconds);
+        atc_task_turn();
+        model.turn();
+    }
+
+    void setting() {
+        const PacketClass &cls = one_of(CLASSES);
+        const bool sets_limit = chance(50);
+        const uint32_t of_sources = below(2);
+        const uint32_t value = flood_ ? 1 : one_of(VALUES);
+        say("%s of class %u, sources %u: %u", sets_limit ? "limit" : "hardware deny", cls.id, of_sources, value);
+        constexpr uint32_t (*set[2][2])(uint32_t, uint32_t) = {
+            {atc_api_set_protocol_hw_deny_enable, atc_api_set_protocol_src_hw_deny_enable},
+            {atc_api_set_protocol_fp_limit, atc_api_set_protocol_src_fp_limit}};
+        expect("result", set[sets_limit][of_sources](cls.id, value), 0);
+        Model::Limits &limits = model.limits[cls.id];
+        if (sets_limit) {
+            limits.pps[of_sources] = value != 0 ? value : cls.limit;
+            return;
+        }
+        limits.hw_deny[of_sources] = value;
+        model.withdraw_if([&](const Record &record) {
+            return value == 0 && record.flow->cls == &cls && (record.source != 0) == (of_sources != 0);
+        });
+    }
+
+    void period() {
+        constexpr uint32_t fast[] = {1, 2, 5, 10, 30};
+        constexpr uint32_t slow[] = {10, 60, 600, 3600};
+        const bool is_fast = chance(50);
+        const uint32_t seconds = is_fast ? one_of(fast) : one_of(slow);
+        say("%s period of %u seconds", is_fast ? "fast" : "long", seconds);
+        expect("result", is_fast ? atc_api_set_fast_period_time(seconds) : atc_api_set_long_period_time(seconds), 0);
+        (is_fast ? model.fast_period : model.long_period) = seconds;
+        model.arm(is_fast ? &Model::fast_pass : &Model::long_pass, seconds);
+    }
+
+    // The counters of a flow, or of a source of it.
+    void clear() {
+        const uint32_t port = one_of(PORTS);
+        const uint32_t vlan = one_of(VLANS);
+        const PacketClass &cls = one_of(CLASSES);
+        const uint32_t source = cls.src_type == ATC_SRC_NONE ? 0 : below(SOURCES + 1);
+        say("clear port %u, vlan %u, class %u, source %u", port, vlan, cls.id, source);
+        uint8_t address[16] = {0x06, 0, 0, 0, 0, static_cast<uint8_t>(source)};
+        if (cls.src_type == ATC_SRC_IPV4) {
+            std::memcpy(address, &source, sizeof(source));
+        }
+        const uint32_t type = source != 0 ? cls.src_type : uint32_t{ATC_SRC_NONE};
+        const int result = atc_api_clear_statistic(ATC_DIRECTION_RX, vlan, port, cls.id, type, address);
+        Owner *owner = nullptr;
+        if (auto flow = model.flows.find({port, vlan, cls.id}); flow != model.flows.end()) {
+            auto found = flow->second.sources.find(source);
+            owner = source == 0 ? &flow->second : found != flow->second.sources.end() ? &found->second : nullptr;
+        }
+        expect("result", result, owner != nullptr ? 0 : -1);
+        if (owner != nullptr) {
+            owner->count = owner->fast_start = owner->slow_start = 0;
+        }
+    }
+
+    void clear_all() {
+        say("clear all statistics");
+        expect("result", atc_api_clear_statistic_all(), 0);
+        model.clear_all();
+    }
+
+    void clear_rules() {
+        uint32_t id = !flood_ && chance(2) ? 0 : FakePlatform::first_entry_id + below(model.rules_made + 2);
+        if (!flood_ && !model.records.empty() && chance(50)) {
+            id = std::next(model.records.begin(), below(model.records.size()))->sdk_id;
+        }
+        say("clear hardware rule %u", id);
+        expect("result", atc_api_clear_hw_deny_info(id), 0);
+        model.withdraw_if([id](const Record &record) { return id == 0 || record.sdk_id == id; });
+    }
+
+    void trunk() {
+        const uint32_t trunk = one_of(TRUNKS);
+        const uint32_t member = one_of(MEMBERS);
+        const uint32_t op = chance(60) ? 1 : below(2) * 2;
+        say("port %u %s trunk %u", member, op == 1 ? "joins" : "leaves", trunk);
+        expect("result", fake().trunk_handler(0, trunk, member, op), 0);
+        model.post({op == 1, trunk, member});
+    }
+
+    void failure() {
+        const Call kind = one_of(FAILING);
+        // The module also allocates what only makes it faster: which allocation is the nth cannot be told.
+        const uint32_t nth = kind == Call::alloc ? 1 : 1 + below(4);
+        const bool from_then_on = kind == Call::alloc || chance(25);
+        say("call of kind %zu fails in %u, %s", static_cast<size_t>(kind), nth,
+            from_then_on ? "and all that follow" : "once");
+        fake().fail(kind, nth, from_then_on);
+        model.plans[kind] = {nth, from_then_on};
+        model.memory = model.memory && kind != Call::alloc;
+    }
+
+    void recovery() {
+        say("the card recovers");
+        fake().fail_none();
+        model.plans.clear();
+        model.memory = true;
+    }
+
+    std::mt19937_64 random_;
+    bool flood_ = false;  // rules come and stay in this life, so that there are as many as there can be
+};
 
 }  // namespace
 
-Run::Run(uint64_t seed) : random_(seed) {
-    for (size_t cls = 0; cls < std::size(CLASSES); ++cls) {
-        for (uint32_t source = 0; source < SOURCES; ++source) {
-            Frame frame = frame_from(CLASSES[cls], source);
-            frames_[cls][source][0] = frame;
-            frames_[cls][source][1] = frame.pad(JUMBO);
+int main(int argc, char **argv) {
+    testing::InitGoogleTest();  // the card's checks report there
+    uint64_t seed = 1, steps = 100'000;
+    for (int i = 1; i < argc; i += 2) {
+        const std::string option = argv[i];
+        if ((option != "--seed" && option != "--steps") || i + 1 == argc) {
+            std::puts("hw_deny_model [--seed N] [--steps N]: the same seed, the same steps; --steps 10000000 for long");
+            return option == "--help" ? 0 : 2;
         }
+        (option == "--seed" ? seed : steps) = std::strtoull(argv[i + 1], nullptr, 0);
     }
-    start();
-}
-
-// Takes the steps. Returns the first one whose outcome is wrong, 0 when there is none.
-uint64_t Run::take(uint64_t steps) {
-    for (uint64_t step = 1; step <= steps; ++step) {
-        const uint32_t chip_calls = calls_of_chip();
-        answers_.clear();
-        check_rules_ = false;
-        one_step();
-        problems = answers_ + differences_quick(model_, check_rules_ || chip_calls != calls_of_chip());
-        if (problems.empty() && (step % FULL_CHECK == 0 || step == steps)) {
-            problems = differences_full(model_);
-        }
-        if (problems.empty() && (step % LIFE == 0 || step == steps)) {
-            problems = finish();
-            start();
-        }
-        if (!problems.empty()) {
-            return step;
-        }
+    Run run(seed);
+    const uint64_t failed = run.take(steps);
+    if (failed != 0) {
+        std::printf("seed %" PRIu64 ", step %" PRIu64 ": %s\n%sreplay: %s --seed %" PRIu64 " --steps %" PRIu64 "\n",
+                    seed, failed, run.words, run.problems.c_str(), argv[0], seed, failed);
+        return 1;
     }
+    std::printf("seed %" PRIu64 ", %" PRIu64 " steps:", seed, steps);
+    for (const auto &[what, times] : run.model.seen) {
+        std::printf(" %" PRIu64 " %s;", times, what.c_str());
+    }
+    std::printf("\n");
     return 0;
-}
-
-void Run::print_seen() const {
-    std::printf("simulated days %" PRId64 ", rules installed %" PRIu64 " (refused at the limit %" PRIu64
-                "), kept at a check %" PRIu64 ", withdrawn at a check %" PRIu64
-                ", given up at a trunk's change %" PRIu64 ", silent sources %" PRIu64 ", alarms %" PRIu64
-                ", most rules %zu\n",
-                seconds_ / 86400, seen_.installed, seen_.at_limit, seen_.kept, seen_.expired, seen_.given_up,
-                seen_.aged, seen_.alarms, most_rules_);
-}
-
-void Run::one_step() {
-    struct Weighted {
-        uint32_t weight;
-        void (Run::*take)();
-    };
-    constexpr Weighted steps[] = {
-        {520, &Run::packets},  {30, &Run::sent},     {60, &Run::counters},     {40, &Run::time},
-        {30, &Run::turn},      {50, &Run::limit},    {50, &Run::enable},       {3, &Run::period},
-        {30, &Run::clear},     {1, &Run::clear_all}, {12, &Run::clear_rules},  {20, &Run::filter},
-        {40, &Run::trunk},     {20, &Run::failure},  {20, &Run::recovery},     {4, &Run::chip_mood},
-        {4, &Run::queue_size}, {2, &Run::captures},  {3, &Run::upload_enable}, {2, &Run::global_enable},
-        {1, &Run::weather},
-    };
-    uint32_t drawn = 0;
-    for (const Weighted &step : steps) {
-        drawn += step.weight;
-    }
-    drawn = below(drawn);
-    const Weighted *step = steps;
-    while (drawn >= step->weight) {
-        drawn -= step++->weight;
-    }
-    (this->*step->take)();
-    most_rules_ = std::max(most_rules_, model_.records.size());
-}
-
-void Run::say(const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(words, sizeof(words), format, args);
-    va_end(args);
-}
-
-// Now and then, for some time, floods do not ebb.
-void Run::weather() {
-    flood_ = chance(50);
-    say("%s", flood_ ? "the floods stay" : "the floods ebb");
-}
-
-void Run::trunk() {
-    const uint32_t trunk = one_of(TRUNKS);
-    const uint32_t member = one_of(MEMBERS);
-    const uint32_t op = chance(60) ? 1 : below(2) * 2;
-    say("port %u %s trunk %u", member, op == 1 ? "joins" : "leaves", trunk);
-    expect("result", fake().trunk_handler(0, trunk, member, op), 0);
-    if (!model_.post({op == 1 ? ATC_MSG_TRUNK_JOIN : ATC_MSG_TRUNK_LEAVE, trunk, member})) {
-        model_.log();
-    }
-    fake().sent_as.clear();
-}
-
-void Run::failure() {
-    const Call kind = one_of(FAILING);
-    // The module also allocates what only makes it faster: which allocation is the nth cannot be told.
-    const uint32_t nth = kind == Call::alloc ? 1 : 1 + below(4);
-    const bool from_then_on = kind == Call::alloc || chance(25);
-    say("call of kind %zu fails in %u, %s", static_cast<size_t>(kind), nth,
-        from_then_on ? "and all that follow" : "once");
-    fail(kind, nth, from_then_on);
-}
-
-// Everything works again. Nothing is ever logged, only counted: a long run has no room for the lines.
-void Run::recovery() {
-    say("the card recovers");
-    fake().fail_none();
-    model_.plans = {};
-    fail(Call::log, 1, true);
-    if (model_.orphans.size() > ORPHANS_MAX) {
-        say("the card recovers, and loses the rules that nobody keeps");
-        check_rules_ = true;
-        for (ChipRule &rule : fake().chip()) {
-            drop_orphan(rule);
-        }
-    }
-}
-
-void Run::drop_orphan(ChipRule &rule) {
-    const auto found = std::ranges::find_if(
-        model_.orphans, [&](const std::string &text) { return model_.chip.at(text).entry_id == rule.entry_id; });
-    if (found != model_.orphans.end()) {
-        std::memset(rule.port.data(), 0, 2);  // the kind of a delete
-        fake().chip_delete(rule.match.data(), static_cast<uint32_t>(rule.match.size()), rule.op.data(),
-                           static_cast<uint32_t>(rule.op.size()), rule.port.data(),
-                           static_cast<uint32_t>(rule.port.size()));
-        model_.chip.erase(*found);
-        model_.orphans.erase(found);
-    }
-}
-
-void Run::fail(Call kind, uint32_t nth, bool from_then_on) {
-    fake().fail(kind, nth, from_then_on);
-    model_.plans[static_cast<size_t>(kind)] = {nth, from_then_on};
-}
-
-void Run::chip_mood() {
-    constexpr int results[] = {0, 0, 0, 0, 0, 1, -5};
-    fake().chip_set_result = model_.chip_set_result = one_of(results);
-    say("the chip answers an installation with %d", model_.chip_set_result);
-}
-
-void Run::queue_size() {
-    constexpr size_t sizes[] = {256, 256, 8, 2, 1};
-    fake().queue_capacity = model_.queue_capacity = one_of(sizes);
-    say("the queue takes %zu messages", model_.queue_capacity);
-}
-
-void Run::start() {
-    model_ = Model(&seen_);
-    fake().reset();
-    fake().backup_slot = 3;
-    fake().unmap_port(131);
-    atc_init();
-    atc_task_start();
-    fail(Call::log, 1, true);
-    for (const PacketClass &cls : CLASSES) {
-        // Floods from the first step on.
-        expect("result", atc_api_set_protocol_hw_deny_enable(cls.id, 1), 0U);
-        model_.limits[cls.id].hw_deny = 1;
-    }
-    // A delete has failed: whether the chip and the records agree is for the model to say, which knows why not.
-    fake().fail(Call::chip_delete, 1);
-    fake().enter(Call::chip_delete);
-    model_.call(Call::chip_delete);
-}
-
-// Clears everything; what is left then.
-std::string Run::finish() {
-    recovery();
-    fake().queue_capacity = model_.queue_capacity = 256;
-    clear_all();
-    while (!model_.queue.empty()) {
-        turn();
-    }
-    answers_.clear();
-    {
-        State state;
-        for (atc_list_t *head : {&state->hw_cfg_filter_list, &state->trunk_list}) {
-            while (!atc_list_is_empty(head)) {
-                atc_list_t *link = head->next;
-                atc_list_remove(link);
-                atc_free(link);
-            }
-        }
-        std::free(state->timer_list);
-    }
-    const size_t left = fake().live_blocks();
-    return left == 0 ? "" : "  blocks left behind: " + std::to_string(left) + "\n";
 }

@@ -6,7 +6,6 @@
 #include <map>
 #include <numeric>
 #include <random>
-#include <regex>
 
 #include "atc/accounting.h"
 #include "fixture.h"
@@ -200,17 +199,17 @@ TEST_F(EvaluationTest, AWeekOfFloodsLeavesEveryAlarmClearedAndEveryCountTrue) {
     EXPECT_EQ(state()->rx_stat.count, received);
     EXPECT_EQ(state()->tx_stat.count, sent);
 
-    std::map<std::string, int> raised;
-    const std::regex wording(
-        "anti-cpu rx (.*) (over|restore) (fast|long) period limit,receive/limit:\\d+/\\d+\\(pps\\)");
+    std::map<std::string, int> raised;  // by flow or source, and period
     int alarms_seen = 0;
     for (const std::string &line : alarms()) {
-        std::smatch match;
-        if (!std::regex_match(line, match, wording)) {
+        const bool over = line.find(" over ") != std::string::npos;
+        const size_t event = line.find(over ? " over " : " restore ");
+        if (event == std::string::npos) {
             continue;  // a full capture
         }
-        int &level = raised[match[1].str() + match[3].str()];
-        level += match[2] == "over" ? 1 : -1;
+        int &level =
+            raised[line.substr(0, event) + (line.find(" long period ") != std::string::npos ? " long" : " fast")];
+        level += over ? 1 : -1;
         EXPECT_TRUE(level == 0 || level == 1) << line;
         alarms_seen++;
     }

@@ -14,11 +14,7 @@
 
 int main(int argc, char **argv) {
     CLI::App app("Uploads FILE as NAME to SERVER");
-    std::string file;
-    std::string name;
-    std::string server;
-    std::string user;
-    std::string password;
+    std::string file, name, server, user, password;
     uint32_t type = 0;
     card::TransferOptions options;
     app.add_option("FILE", file)->required()->check(CLI::ExistingFile);
@@ -39,8 +35,7 @@ int main(int argc, char **argv) {
     const std::vector<char> data{std::istreambuf_iterator<char>(stream), {}};
     card::set_transfer_options(options);
     uint64_t result[3] = {};
-    return xftp_upload_base(server.c_str(), user.c_str(), password.c_str(), name.c_str(), data.data(),
-                            static_cast<uint32_t>(data.size()), type, result) == 0
-               ? 0
-               : 1;
+    const int status = xftp_upload_base(server.c_str(), user.c_str(), password.c_str(), name.c_str(), data.data(),
+                                        static_cast<uint32_t>(data.size()), type, result);
+    return status == 0 ? 0 : 1;
 }
