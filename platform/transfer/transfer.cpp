@@ -201,7 +201,7 @@ bool describe_trust(CURL *curl, uint32_t ftp_type, const TransferOptions &option
 size_t read_data(char *buffer, size_t size, size_t count, void *upload) {
     Upload &request = *static_cast<Upload *>(upload);
     const size_t length = std::min(size * count, request.length - request.sent);
-    std::memcpy(buffer, request.data + request.sent, length);
+    std::copy_n(request.data + request.sent, length, buffer);
     request.sent += length;
     return length;
 }

@@ -160,7 +160,7 @@ class HostTest(unittest.TestCase):
         for file in files:
             data = file.read_bytes()
             self.assertEqual(data[:24], pcap([], snaplen=65535))
-            offset, last = 24, (0, 0)
+            offset, last, records = 24, (0, 0), 0
             while offset < len(data):
                 seconds, microseconds, held, length = struct.unpack_from("<IIII", data, offset)
                 frame = data[offset + 16 : offset + 16 + held]
@@ -169,10 +169,15 @@ class HostTest(unittest.TestCase):
                 self.assertLessEqual(last, (seconds, microseconds))
                 last = (seconds, microseconds)
                 offset += 16 + held
+                records += 1
             self.assertEqual(offset, len(data))
             if shutil.which("tcpdump"):
                 subprocess.run(["tcpdump", "-r", file, "-w", self.work / "read"], check=True, capture_output=True)
                 self.assertEqual((self.work / "read").stat().st_size, len(data))
+            if shutil.which("tshark"):
+                fields = ["-T", "fields", "-e", "frame.protocols", "-e", "_ws.malformed"]
+                seen = subprocess.run(["tshark", "-r", file, *fields], check=True, capture_output=True, text=True)
+                self.assertEqual(seen.stdout.splitlines(), ["eth:ethertype:arp\t"] * records)
 
     def test_captures_of_the_day_before_are_kept(self):
         flood = [(i / 200, arp(7)) for i in range(200 * 40)]
