@@ -43,6 +43,17 @@ TEST_F(MonitorTest, ThePassesRunOncePerPeriod) {
     }
 }
 
+// The host may set a period between atc_init and the task's first step.
+TEST_F(MonitorTest, APeriodSetBeforeTheTaskStartsKeepsItsTimer) {
+    atc_api_set_fast_period_time(10);
+    atc_task_start();
+    rx(arp());
+    pass_seconds(9);
+    EXPECT_EQ(state()->rx_stat.fp_last, 0u);
+    pass_seconds(1);
+    EXPECT_EQ(state()->rx_stat.fp_last, 1u);
+}
+
 TEST_F(MonitorTest, TrunkChangesAreAppliedInOrder) {
     for (const auto &[member, op] : {std::pair(3u, 1u), {4u, 1u}, {5u, 1u}, {4u, 0u}, {6u, 1u}, {9u, 2u}}) {
         EXPECT_EQ(atc_api_trunk_member_pro(0, 40, member, op), 0);
@@ -70,7 +81,6 @@ TEST_F(MonitorTest, TheTaskRunsUntilThereIsNoQueue) {
         }
     };
     const uint32_t queue = g_atc_global.msgq;
-    atc_list_init(&g_atc_global.timer_list->head);  // as before its first start
     rx(arp());
     EXPECT_EQ(atc_task(), 0);
     g_atc_global.msgq = queue;

@@ -7,8 +7,7 @@
 
 namespace {
 
-int format_at_end(const atc_text_t *text, const char *format, va_list arguments);
-bool fits(const atc_text_t *text, int needed);
+bool append(atc_text_t *text, const char *format, va_list arguments);
 void mac_text(const uint8_t *mac, char separator, char *buf, uint32_t size);
 uint32_t ipv4_of(const uint8_t *addr);
 
@@ -22,27 +21,23 @@ void atc_text_init(atc_text_t *text, char *buf, uint32_t size) {
 bool atc_text_append(atc_text_t *text, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const int needed = format_at_end(text, format, arguments);
+    const bool is_whole = append(text, format, arguments);
     va_end(arguments);
-    if (fits(text, needed)) {
-        text->len += static_cast<uint32_t>(needed);
-        return true;
+    if (!is_whole) {
+        text->len += static_cast<uint32_t>(strlen(text->buf + text->len));
     }
-    text->len += static_cast<uint32_t>(strlen(text->buf + text->len));
-    return false;
+    return is_whole;
 }
 
 bool atc_text_append_whole(atc_text_t *text, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const int needed = format_at_end(text, format, arguments);
+    const bool is_whole = append(text, format, arguments);
     va_end(arguments);
-    if (fits(text, needed)) {
-        text->len += static_cast<uint32_t>(needed);
-        return true;
+    if (!is_whole) {
+        text->buf[text->len] = '\0';
     }
-    text->buf[text->len] = '\0';
-    return false;
+    return is_whole;
 }
 
 void atc_src_text(uint32_t src_type, const uint8_t *addr, char *buf, uint32_t size) {
@@ -92,13 +87,15 @@ void atc_ipv4_text(uint32_t address, char *buf, uint32_t size) {
 
 namespace {
 
-// Formats at the end of the text. Returns the characters that the whole text needs, or a negative number.
-int format_at_end(const atc_text_t *text, const char *format, va_list arguments) {
-    return vsnprintf(text->buf + text->len, text->size - text->len, format, arguments);
-}
-
-bool fits(const atc_text_t *text, int needed) {
-    return needed >= 0 && static_cast<uint32_t>(needed) < text->size - text->len;
+// Formats at the end of the text. Returns false, with a cut text behind the end, when it does not fit.
+bool append(atc_text_t *text, const char *format, va_list arguments) {
+    const uint32_t room = text->size - text->len;
+    const int needed = vsnprintf(text->buf + text->len, room, format, arguments);
+    if (needed < 0 || static_cast<uint32_t>(needed) >= room) {
+        return false;
+    }
+    text->len += static_cast<uint32_t>(needed);
+    return true;
 }
 
 void mac_text(const uint8_t *mac, char separator, char *buf, uint32_t size) {
