@@ -6,10 +6,14 @@
 
 #include "atc/rule_match.h"
 
-static void manual_buffer_set(uint8_t *buffer) ATC_REQUIRES(g_atc_lock);
-static uint8_t *buffer_create(uint32_t *used);
-static bool record_append(uint8_t *buffer, uint32_t *used, const uint8_t *buf, uint32_t len);
-static void put_le32(uint8_t *bytes, uint32_t value);
+namespace {
+
+void manual_buffer_set(uint8_t *buffer) ATC_REQUIRES(g_atc_lock);
+uint8_t *buffer_create(uint32_t *used);
+bool record_append(uint8_t *buffer, uint32_t *used, const uint8_t *buf, uint32_t len);
+void put_le32(uint8_t *bytes, uint32_t value);
+
+}  // namespace
 
 int atc_capture_ethhead_fill(uint8_t *buffer) {
     static constexpr uint8_t header[ATC_CAPTURE_HEADER_SIZE] = {
@@ -94,12 +98,14 @@ void atc_capture_auto_release(atc_stat_t *stat) {
     g_atc_global.protocol_cap_cnt--;
 }
 
-static void manual_buffer_set(uint8_t *buffer) {
+namespace {
+
+void manual_buffer_set(uint8_t *buffer) {
     std::atomic_ref<uint8_t *>(g_atc_global.cap_buf).store(buffer, std::memory_order_relaxed);
 }
 
 // Returns a buffer that holds a file without records, its length in '*used'; null, '*used' untouched, without memory.
-static uint8_t *buffer_create(uint32_t *used) {
+uint8_t *buffer_create(uint32_t *used) {
     auto *buffer = static_cast<uint8_t *>(atc_calloc(ATC_CAPTURE_SIZE));
     if (buffer != nullptr) {
         atc_capture_ethhead_fill(buffer);
@@ -110,7 +116,7 @@ static uint8_t *buffer_create(uint32_t *used) {
 
 // Appends a packet with the present time behind the '*used' bytes. Returns false, nothing written, when it does not
 // fit. Frames are never cut, and 'len' may be any number: the sum is taken in 64 bits.
-static bool record_append(uint8_t *buffer, uint32_t *used, const uint8_t *buf, uint32_t len) {
+bool record_append(uint8_t *buffer, uint32_t *used, const uint8_t *buf, uint32_t len) {
     if (uint64_t{*used} + len + ATC_CAPTURE_RECORD_SIZE >= ATC_CAPTURE_SIZE) {
         return false;
     }
@@ -127,9 +133,11 @@ static bool record_append(uint8_t *buffer, uint32_t *used, const uint8_t *buf, u
 }
 
 // The file header says little-endian, so the records are, on every processor.
-static void put_le32(uint8_t *bytes, uint32_t value) {
+void put_le32(uint8_t *bytes, uint32_t value) {
     bytes[0] = static_cast<uint8_t>(value);
     bytes[1] = static_cast<uint8_t>(value >> 8);
     bytes[2] = static_cast<uint8_t>(value >> 16);
     bytes[3] = static_cast<uint8_t>(value >> 24);
 }
+
+}  // namespace

@@ -134,21 +134,21 @@ enum layer_t {
     LAYER_TOO_MANY,  // tags or labels
 };
 
-}  // namespace
+layer_t read_tags(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info, uint16_t *type);
+layer_t read_llc(view_t llc, atc_pkt_info_t *info, uint16_t *type);
+uint16_t eth_class(uint16_t type, view_t body);
+uint16_t parse_ipv4(view_t ip, const uint8_t *buf, uint32_t len, atc_pkt_info_t *info);
+uint16_t parse_ipv6(view_t ip, const uint8_t *buf, uint32_t len, atc_pkt_info_t *info);
+uint16_t parse_icmpv6(view_t icmp, atc_pkt_info_t *info);
+bool read_ports(view_t l4, atc_pkt_info_t *info);
+uint16_t byte_class(view_t body, uint32_t offset, const classes_t &classes);
+uint16_t port_class(const atc_pkt_info_t *info, uint16_t atc_l4_port_t::*transport, uint16_t otherwise);
+view_t view_at(const uint8_t *buf, uint32_t len, uint32_t offset);
+uint16_t read16(const uint8_t *at);
+uint32_t read32(const uint8_t *at);
+void advance(atc_pkt_info_t *info, uint32_t bytes);
 
-static layer_t read_tags(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info, uint16_t *type);
-static layer_t read_llc(view_t llc, atc_pkt_info_t *info, uint16_t *type);
-static uint16_t eth_class(uint16_t type, view_t body);
-static uint16_t parse_ipv4(view_t ip, const uint8_t *buf, uint32_t len, atc_pkt_info_t *info);
-static uint16_t parse_ipv6(view_t ip, const uint8_t *buf, uint32_t len, atc_pkt_info_t *info);
-static uint16_t parse_icmpv6(view_t icmp, atc_pkt_info_t *info);
-static bool read_ports(view_t l4, atc_pkt_info_t *info);
-static uint16_t byte_class(view_t body, uint32_t offset, const classes_t &classes);
-static uint16_t port_class(const atc_pkt_info_t *info, uint16_t atc_l4_port_t::*transport, uint16_t otherwise);
-static view_t view_at(const uint8_t *buf, uint32_t len, uint32_t offset);
-static uint16_t read16(const uint8_t *at);
-static uint32_t read32(const uint8_t *at);
-static void advance(atc_pkt_info_t *info, uint32_t bytes);
+}  // namespace
 
 int atc_packet_parser(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info) {
     info->hdr_offset = ETH_HEADER_SIZE;
@@ -215,8 +215,10 @@ uint16_t atc_packet_parser_udp(const uint8_t *buf, uint32_t len, atc_pkt_info_t 
     return info->protocol;
 }
 
+namespace {
+
 // The MAC addresses and the type behind the tags and labels, at which hdr_offset is left.
-static layer_t read_tags(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info, uint16_t *type) {
+layer_t read_tags(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info, uint16_t *type) {
     if (len >= 6) {
         memcpy(info->dst_mac, buf, sizeof info->dst_mac);
     }
@@ -252,7 +254,7 @@ static layer_t read_tags(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info,
 }
 
 // An IEEE 802.3 frame: the SNAP type, or the DSAP, takes the place of the type.
-static layer_t read_llc(view_t llc, atc_pkt_info_t *info, uint16_t *type) {
+layer_t read_llc(view_t llc, atc_pkt_info_t *info, uint16_t *type) {
     if (llc.left == 0) {
         return LAYER_CUT;
     }
@@ -269,7 +271,7 @@ static layer_t read_llc(view_t llc, atc_pkt_info_t *info, uint16_t *type) {
     return LAYER_WHOLE;
 }
 
-static uint16_t eth_class(uint16_t type, view_t body) {
+uint16_t eth_class(uint16_t type, view_t body) {
     switch (type) {
         case TYPE_ARP:
             return ATC_ARP;
@@ -294,7 +296,7 @@ static uint16_t eth_class(uint16_t type, view_t body) {
     }
 }
 
-static uint16_t parse_ipv4(view_t ip, const uint8_t *buf, uint32_t len, atc_pkt_info_t *info) {
+uint16_t parse_ipv4(view_t ip, const uint8_t *buf, uint32_t len, atc_pkt_info_t *info) {
     advance(info, (ip.at[0] & 0x0Fu) * 4);
     info->protocol = ATC_UNKNOWN_IPV4;
     if (ip.left >= 10) {
@@ -323,7 +325,7 @@ static uint16_t parse_ipv4(view_t ip, const uint8_t *buf, uint32_t len, atc_pkt_
     return info->protocol;
 }
 
-static uint16_t parse_ipv6(view_t ip, const uint8_t *buf, uint32_t len, atc_pkt_info_t *info) {
+uint16_t parse_ipv6(view_t ip, const uint8_t *buf, uint32_t len, atc_pkt_info_t *info) {
     advance(info, IPV6_HEADER_SIZE);
     info->protocol = ATC_UNKNOWN_IPV6;
     if (ip.left >= 7) {
@@ -360,7 +362,7 @@ static uint16_t parse_ipv6(view_t ip, const uint8_t *buf, uint32_t len, atc_pkt_
     return info->protocol;
 }
 
-static uint16_t parse_icmpv6(view_t icmp, atc_pkt_info_t *info) {
+uint16_t parse_icmpv6(view_t icmp, atc_pkt_info_t *info) {
     if (icmp.left < 2) {
         return ATC_UNKNOWN_ICMPV6;
     }
@@ -369,7 +371,7 @@ static uint16_t parse_icmpv6(view_t icmp, atc_pkt_info_t *info) {
 }
 
 // True when both ports are there.
-static bool read_ports(view_t l4, atc_pkt_info_t *info) {
+bool read_ports(view_t l4, atc_pkt_info_t *info) {
     if (l4.left >= 2) {
         info->src_port = read16(l4.at);
     }
@@ -380,7 +382,7 @@ static bool read_ports(view_t l4, atc_pkt_info_t *info) {
 }
 
 // The class that the byte at 'offset' decides; a frame cut before it is of no known class.
-static uint16_t byte_class(view_t body, uint32_t offset, const classes_t &classes) {
+uint16_t byte_class(view_t body, uint32_t offset, const classes_t &classes) {
     if (body.left > offset) {
         return classes[body.at[offset]];
     }
@@ -388,7 +390,7 @@ static uint16_t byte_class(view_t body, uint32_t offset, const classes_t &classe
 }
 
 // The class of the first row of the table that is about this transport and either port.
-static uint16_t port_class(const atc_pkt_info_t *info, uint16_t atc_l4_port_t::*transport, uint16_t otherwise) {
+uint16_t port_class(const atc_pkt_info_t *info, uint16_t atc_l4_port_t::*transport, uint16_t otherwise) {
     uint32_t src = atc_l4_port_row(info->src_port);
     uint32_t dst = atc_l4_port_row(info->dst_port);
     uint16_t first = atc_l4_ports[src < dst ? src : dst].*transport;
@@ -399,21 +401,23 @@ static uint16_t port_class(const atc_pkt_info_t *info, uint16_t atc_l4_port_t::*
     return second != 0 ? second : otherwise;
 }
 
-static view_t view_at(const uint8_t *buf, uint32_t len, uint32_t offset) {
+view_t view_at(const uint8_t *buf, uint32_t len, uint32_t offset) {
     if (offset < len) {
         return {buf + offset, len - offset};
     }
     return {nullptr, 0};
 }
 
-static uint16_t read16(const uint8_t *at) {
+uint16_t read16(const uint8_t *at) {
     return static_cast<uint16_t>((at[0] << 8) | at[1]);
 }
 
-static uint32_t read32(const uint8_t *at) {
+uint32_t read32(const uint8_t *at) {
     return (uint32_t{read16(at)} << 16) | read16(at + 2);
 }
 
-static void advance(atc_pkt_info_t *info, uint32_t bytes) {
+void advance(atc_pkt_info_t *info, uint32_t bytes) {
     info->hdr_offset = static_cast<uint16_t>(info->hdr_offset + bytes);
 }
+
+}  // namespace

@@ -4,18 +4,22 @@
 
 #include "atc/state/context.h"
 
-static constexpr uint32_t BITS_MAX = 128;  // of the longest address
+namespace {
 
-static bool any_rule_matches(uint32_t action, const atc_pkt_info_t *pkt) ATC_REQUIRES(g_atc_lock);
-static bool prefix_matches(const uint8_t *rule, const uint8_t *pkt, uint32_t size, uint32_t bits);
-static bool ipv4_matches(uint32_t rule, uint32_t pkt, uint32_t bits);
-static uint8_t partial_mask(uint32_t bits);
+constexpr uint32_t BITS_MAX = 128;  // of the longest address
+
+bool any_rule_matches(uint32_t action, const atc_pkt_info_t *pkt) ATC_REQUIRES(g_atc_lock);
+bool prefix_matches(const uint8_t *rule, const uint8_t *pkt, uint32_t size, uint32_t bits);
+bool ipv4_matches(uint32_t rule, uint32_t pkt, uint32_t bits);
+uint8_t partial_mask(uint32_t bits);
 
 // A member that the rule leaves at 0 matches any packet.
 template <typename value_t>
-static bool value_matches(value_t rule, value_t pkt) {
+bool value_matches(value_t rule, value_t pkt) {
     return rule == 0 || rule == pkt;
 }
+
+}  // namespace
 
 int atc_filter_rule_check_ex(const atc_filter_rule_t *rule, const atc_pkt_info_t *pkt) {
     return atc_rule_match(rule, pkt) && (rule->pkt_len == 0 || rule->pkt_len < pkt->pkt_len) ? 1 : 0;
@@ -80,8 +84,10 @@ int atc_masklen_to_mask(uint8_t *mask, uint32_t bits) {
     return 0;
 }
 
+namespace {
+
 // The verdict is the same in whatever order the rules are asked; without rules this is two comparisons.
-static bool any_rule_matches(uint32_t action, const atc_pkt_info_t *pkt) {
+bool any_rule_matches(uint32_t action, const atc_pkt_info_t *pkt) {
     for (atc_list_t &head : g_atc_global.filter_list) {
         const auto *rule = atc_list_find<atc_filter_record_t>(&head, [action, pkt](const atc_filter_record_t *record) {
             return record->rule.action == action && atc_filter_rule_check_ex(&record->rule, pkt) == 1;
@@ -95,7 +101,7 @@ static bool any_rule_matches(uint32_t action, const atc_pkt_info_t *pkt) {
 
 // An address of all zero bytes matches any, whatever its mask; a mask of 0 bits asks for the whole address; one that is
 // longer than the address matches nothing.
-static bool prefix_matches(const uint8_t *rule, const uint8_t *pkt, uint32_t size, uint32_t bits) {
+bool prefix_matches(const uint8_t *rule, const uint8_t *pkt, uint32_t size, uint32_t bits) {
     uint8_t any = 0;
     for (uint32_t i = 0; i < size; i++) {
         any |= rule[i];
@@ -109,7 +115,7 @@ static bool prefix_matches(const uint8_t *rule, const uint8_t *pkt, uint32_t siz
     return atc_cmp_by_masklen(rule, pkt, bits == 0 ? size * 8 : bits) == 0;
 }
 
-static bool ipv4_matches(uint32_t rule, uint32_t pkt, uint32_t bits) {
+bool ipv4_matches(uint32_t rule, uint32_t pkt, uint32_t bits) {
     if (rule == 0) {
         return true;
     }
@@ -120,6 +126,8 @@ static bool ipv4_matches(uint32_t rule, uint32_t pkt, uint32_t bits) {
 }
 
 // The mask of the bits that are left over behind the whole bytes: 0x00, 0x80, 0xC0 ... 0xFE.
-static uint8_t partial_mask(uint32_t bits) {
+uint8_t partial_mask(uint32_t bits) {
     return static_cast<uint8_t>(0xFF00U >> (bits % 8));
 }
+
+}  // namespace

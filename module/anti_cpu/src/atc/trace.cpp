@@ -6,12 +6,16 @@
 #include "atc/rule_match.h"
 #include "atc/state/context.h"
 
-static constexpr uint32_t DUMP_MAX = 64;       // bytes of a packet that are shown
-static constexpr uint32_t DUMP_LINE = 16;      // bytes a line
-static constexpr uint32_t OUTPUT_SIZE = 256;   // bytes of a console text with its terminator
-static constexpr uint32_t DUMP_BYTE_TEXT = 3;  // characters of one byte: two digits and a blank
+namespace {
 
-static void dump_line(const uint8_t *data, uint32_t len);
+constexpr uint32_t DUMP_MAX = 64;       // bytes of a packet that are shown
+constexpr uint32_t DUMP_LINE = 16;      // bytes a line
+constexpr uint32_t OUTPUT_SIZE = 256;   // bytes of a console text with its terminator
+constexpr uint32_t DUMP_BYTE_TEXT = 3;  // characters of one byte: two digits and a blank
+
+void dump_line(const uint8_t *data, uint32_t len);
+
+}  // namespace
 
 int atc_debug_check(const atc_pkt_info_t *pkt) {
     if (g_atc_global.debug_enable != 1 || g_atc_global.debug_count == 0) {
@@ -55,7 +59,9 @@ int atc_output(const char *format, ...) {
     return written;
 }
 
-static void dump_line(const uint8_t *data, uint32_t len) {
+namespace {
+
+void dump_line(const uint8_t *data, uint32_t len) {
     static constexpr char digits[] = "0123456789abcdef";
     char text[DUMP_LINE * DUMP_BYTE_TEXT + 1] = {};
     for (uint32_t i = 0; i < len; i++) {
@@ -65,3 +71,5 @@ static void dump_line(const uint8_t *data, uint32_t len) {
     }
     atc_output("%s\r\n", text);
 }
+
+}  // namespace

@@ -5,8 +5,10 @@
 #include "atc/state/message.h"
 #include "atc/text.h"
 
-static constexpr uint32_t PROTOCOL_NAME_SIZE = 32;    // bytes of a protocol's name in a file name
-static constexpr uint32_t TRANSFER_RESULT_WORDS = 3;  // the 24 bytes that the file transfer fills for itself
+namespace {
+
+constexpr uint32_t PROTOCOL_NAME_SIZE = 32;    // bytes of a protocol's name in a file name
+constexpr uint32_t TRANSFER_RESULT_WORDS = 3;  // the 24 bytes that the file transfer fills for itself
 
 // The settings of one transfer, as they were at one moment.
 struct upload_settings_t {
@@ -18,11 +20,13 @@ struct upload_settings_t {
     char passwd[sizeof(atc_global_t::server_passwd)];
 };
 
-static void capture_post(const atc_entry_t *entry, const atc_src_entry_t *src, const atc_stat_t *stat)
+void capture_post(const atc_entry_t *entry, const atc_src_entry_t *src, const atc_stat_t *stat)
     ATC_REQUIRES(g_atc_lock);
-static void overflow_log(const atc_entry_t *entry, const atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
-static void settings_copy(upload_settings_t *settings) ATC_EXCLUDES(g_atc_lock);
-static void message_upload(const atc_msg_t *message, const upload_settings_t *settings) ATC_EXCLUDES(g_atc_lock);
+void overflow_log(const atc_entry_t *entry, const atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
+void settings_copy(upload_settings_t *settings) ATC_EXCLUDES(g_atc_lock);
+void message_upload(const atc_msg_t *message, const upload_settings_t *settings) ATC_EXCLUDES(g_atc_lock);
+
+}  // namespace
 
 void atc_capture_file_name(const atc_capture_name_t *name, char *buf, uint32_t size) {
     bep_memSetEx(buf, 0, size);
@@ -74,8 +78,10 @@ void atc_upload_process(atc_msg_t *message) {
     message->data = nullptr;
 }
 
+namespace {
+
 // The message owns the copy from the moment the queue takes it; a queue that refuses leaves it here.
-static void capture_post(const atc_entry_t *entry, const atc_src_entry_t *src, const atc_stat_t *stat) {
+void capture_post(const atc_entry_t *entry, const atc_src_entry_t *src, const atc_stat_t *stat) {
     auto *data = static_cast<uint8_t *>(atc_calloc(stat->cap_len));
     if (data == nullptr) {
         return;
@@ -99,7 +105,7 @@ static void capture_post(const atc_entry_t *entry, const atc_src_entry_t *src, c
     }
 }
 
-static void overflow_log(const atc_entry_t *entry, const atc_src_entry_t *src) {
+void overflow_log(const atc_entry_t *entry, const atc_src_entry_t *src) {
     char protocol[ATC_NAME_SIZE] = {};
     atc_protocol_id_to_name(entry->protocol, protocol, sizeof(protocol));
     if (src == nullptr) {
@@ -116,7 +122,7 @@ static void overflow_log(const atc_entry_t *entry, const atc_src_entry_t *src) {
 }
 
 // A transfer may take long and the settings may change meanwhile: it works on what they were when it began.
-static void settings_copy(upload_settings_t *settings) {
+void settings_copy(upload_settings_t *settings) {
     const atc_guard_t guard;
     settings->mod_id = g_atc_global.mod_id;
     settings->enable = g_atc_global.upload_enable;
@@ -126,7 +132,7 @@ static void settings_copy(upload_settings_t *settings) {
     bep_memCpyEx(settings->passwd, g_atc_global.server_passwd, sizeof(settings->passwd));
 }
 
-static void message_upload(const atc_msg_t *message, const upload_settings_t *settings) {
+void message_upload(const atc_msg_t *message, const upload_settings_t *settings) {
     const atc_capture_name_t name = {
         message->direction, message->vlan, message->port, message->protocol, message->src_type, message->src_addr,
     };
@@ -139,3 +145,5 @@ static void message_upload(const atc_msg_t *message, const upload_settings_t *se
         ulogPrintf(settings->mod_id, ATC_LOG_ALARM, "Failed to upload diagnose to server %s\r\n", server);
     }
 }
+
+}  // namespace

@@ -4,12 +4,16 @@
 #include "atc/state/context.h"
 #include "atc_api/rule_id.h"
 
-static uint32_t list_index(uint32_t list_type);
-static atc_filter_record_t *rule_find(uint32_t id, uint32_t list_type) ATC_REQUIRES(g_atc_lock);
-static bool rule_store(const atc_filter_rule_t *rule, uint32_t list_type) ATC_REQUIRES(g_atc_lock);
-static int rule_delete(uint32_t id, uint32_t list_type) ATC_REQUIRES(g_atc_lock);
+namespace {
 
-static constexpr uint32_t LIST_OF_CHOSEN_IDS = 0;
+uint32_t list_index(uint32_t list_type);
+atc_filter_record_t *rule_find(uint32_t id, uint32_t list_type) ATC_REQUIRES(g_atc_lock);
+bool rule_store(const atc_filter_rule_t *rule, uint32_t list_type) ATC_REQUIRES(g_atc_lock);
+int rule_delete(uint32_t id, uint32_t list_type) ATC_REQUIRES(g_atc_lock);
+
+constexpr uint32_t LIST_OF_CHOSEN_IDS = 0;
+
+}  // namespace
 
 int atc_api_cfg_filter_rule_add(const atc_filter_rule_t *rule, uint32_t list_type) {
     if (rule == nullptr || !atc_rule_masks_fit(rule)) {
@@ -64,18 +68,20 @@ int atc_api_filter_rule_del(uint32_t id) {
     return atc_free_rule_id(static_cast<int>(id));
 }
 
-static uint32_t list_index(uint32_t list_type) {
+namespace {
+
+uint32_t list_index(uint32_t list_type) {
     return list_type == 1 ? 1 : 0;
 }
 
-static atc_filter_record_t *rule_find(uint32_t id, uint32_t list_type) {
+atc_filter_record_t *rule_find(uint32_t id, uint32_t list_type) {
     return atc_list_find<atc_filter_record_t>(
         &g_atc_global.filter_list[list_index(list_type)],
         [id](const atc_filter_record_t *record) { return record->rule.id == id; });
 }
 
 // Puts a copy of 'rule' at the front of its list. Returns false when there is no memory.
-static bool rule_store(const atc_filter_rule_t *rule, uint32_t list_type) {
+bool rule_store(const atc_filter_rule_t *rule, uint32_t list_type) {
     auto *record = static_cast<atc_filter_record_t *>(atc_calloc(sizeof(atc_filter_record_t)));
     if (record == nullptr) {
         return false;
@@ -85,7 +91,7 @@ static bool rule_store(const atc_filter_rule_t *rule, uint32_t list_type) {
     return true;
 }
 
-static int rule_delete(uint32_t id, uint32_t list_type) {
+int rule_delete(uint32_t id, uint32_t list_type) {
     atc_filter_record_t *record = rule_find(id, list_type);
     if (record == nullptr) {
         return -1;
@@ -94,3 +100,5 @@ static int rule_delete(uint32_t id, uint32_t list_type) {
     atc_free(record);
     return 0;
 }
+
+}  // namespace

@@ -2,8 +2,12 @@
 
 #include "anti_cpu/types.h"
 
+namespace {
+
 // Id n uses flag n - 1; 1 = taken.
-static uint8_t atc_rule_alloc[ATC_RULE_ID_MAX] ATC_GUARDED_BY(g_atc_lock);
+uint8_t atc_rule_alloc[ATC_RULE_ID_MAX] ATC_GUARDED_BY(g_atc_lock);
+
+}  // namespace
 
 int atc_get_rule_id() {
     for (int i = 0; i < ATC_RULE_ID_MAX; i++) {

@@ -4,7 +4,9 @@
 #include "anti_cpu/anti_cpu.h"
 #include "atc/entries.h"
 
-static constexpr int NOTHING_TO_UPLOAD = 2;
+namespace {
+
+constexpr int NOTHING_TO_UPLOAD = 2;
 
 // One capture buffer and the bytes used in it; null when there is none.
 struct capture_t {
@@ -12,9 +14,11 @@ struct capture_t {
     uint32_t len;
 };
 
-static capture_t capture_find(const atc_capture_name_t *name) ATC_REQUIRES(g_atc_lock);
-static int capture_copy(const atc_capture_name_t *name, uint8_t **data, uint32_t *len) ATC_EXCLUDES(g_atc_lock);
-static int setting_text_store(char *field, uint32_t size, const char *text) ATC_REQUIRES(g_atc_lock);
+capture_t capture_find(const atc_capture_name_t *name) ATC_REQUIRES(g_atc_lock);
+int capture_copy(const atc_capture_name_t *name, uint8_t **data, uint32_t *len) ATC_EXCLUDES(g_atc_lock);
+int setting_text_store(char *field, uint32_t size, const char *text) ATC_REQUIRES(g_atc_lock);
+
+}  // namespace
 
 int atc_api_capture_upload(uint32_t direction, uint32_t vlan, uint32_t port, uint32_t protocol, uint32_t src_type,
                            const void *src_addr, const char *server, const char *user, const char *passwd,
@@ -82,7 +86,9 @@ int atc_api_set_upload_server_enable(uint32_t enable) {
     return 0;
 }
 
-static capture_t capture_find(const atc_capture_name_t *name) {
+namespace {
+
+capture_t capture_find(const atc_capture_name_t *name) {
     if (name->port == 0 && name->protocol == 0) {
         return {g_atc_global.cap_buf, g_atc_global.cap_len};
     }
@@ -100,7 +106,7 @@ static capture_t capture_find(const atc_capture_name_t *name) {
 
 // Copies the capture of that name for the caller, who frees it: packets go on being recorded while a transfer runs.
 // Returns 0, NOTHING_TO_UPLOAD, or -1 without memory; '*data' and '*len' are written with 0 only.
-static int capture_copy(const atc_capture_name_t *name, uint8_t **data, uint32_t *len) {
+int capture_copy(const atc_capture_name_t *name, uint8_t **data, uint32_t *len) {
     const atc_guard_t guard;
     const capture_t capture = capture_find(name);
     if (capture.buf == nullptr) {
@@ -117,7 +123,7 @@ static int capture_copy(const atc_capture_name_t *name, uint8_t **data, uint32_t
 }
 
 // Keeps as much of 'text' as leaves room for the terminator.
-static int setting_text_store(char *field, uint32_t size, const char *text) {
+int setting_text_store(char *field, uint32_t size, const char *text) {
     if (text == nullptr) {
         return -1;
     }
@@ -125,3 +131,5 @@ static int setting_text_store(char *field, uint32_t size, const char *text) {
     bep_StrNCpy(field, text, size - 1);
     return 0;
 }
+
+}  // namespace

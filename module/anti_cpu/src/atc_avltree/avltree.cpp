@@ -1,28 +1,31 @@
-// avltree.cpp: see avltree.h.
 #include "atc_avltree/avltree.h"
 
+namespace {
+
 // By how much a subtree that grows on side 0 or 1 changes its parent's balance.
-static const int avl_child2balance[2] = {-1, +1};
+const int avl_child2balance[2] = {-1, +1};
 
 // The side to descend to, by a compare result or a balance plus 1.
-static const uint32_t avl_balance2child[3] = {0, 0, 1};
+const uint32_t avl_balance2child[3] = {0, 0, 1};
 
-static atc_avl_node_t *link_of(const atc_avl_tree_t *tree, void *record);
-static const atc_avl_node_t *link_of(const atc_avl_tree_t *tree, const void *record);
-static void *record_of(const atc_avl_tree_t *tree, const atc_avl_node_t *node);
-static atc_avl_where_t where_of(const atc_avl_node_t *node, uint32_t side);
-static atc_avl_node_t *where_link(atc_avl_where_t where);
-static uint32_t where_side(atc_avl_where_t where);
-static atc_avl_node_t *extreme(atc_avl_node_t *node, uint32_t side);
-static atc_avl_node_t *first_in_post_order(atc_avl_node_t *top);
-static const atc_avl_node_t *neighbour(const atc_avl_node_t *node, uint32_t side);
-static void *end_record(const atc_avl_tree_t *tree, uint32_t side);
-static void *neighbour_record(const atc_avl_tree_t *tree, const void *record, uint32_t side);
-static int move_if_past(atc_avl_tree_t *tree, void *record, uint32_t side);
-static void hang(atc_avl_tree_t *tree, atc_avl_node_t *parent, uint32_t side, atc_avl_node_t *node);
-static void lift(atc_avl_tree_t *tree, atc_avl_node_t *node);
-static bool rotate(atc_avl_tree_t *tree, atc_avl_node_t *top, uint32_t side);
-static void exchange_with_neighbour(atc_avl_tree_t *tree, atc_avl_node_t *node);
+atc_avl_node_t *link_of(const atc_avl_tree_t *tree, void *record);
+const atc_avl_node_t *link_of(const atc_avl_tree_t *tree, const void *record);
+void *record_of(const atc_avl_tree_t *tree, const atc_avl_node_t *node);
+atc_avl_where_t where_of(const atc_avl_node_t *node, uint32_t side);
+atc_avl_node_t *where_link(atc_avl_where_t where);
+uint32_t where_side(atc_avl_where_t where);
+atc_avl_node_t *extreme(atc_avl_node_t *node, uint32_t side);
+atc_avl_node_t *first_in_post_order(atc_avl_node_t *top);
+const atc_avl_node_t *neighbour(const atc_avl_node_t *node, uint32_t side);
+void *end_record(const atc_avl_tree_t *tree, uint32_t side);
+void *neighbour_record(const atc_avl_tree_t *tree, const void *record, uint32_t side);
+int move_if_past(atc_avl_tree_t *tree, void *record, uint32_t side);
+void hang(atc_avl_tree_t *tree, atc_avl_node_t *parent, uint32_t side, atc_avl_node_t *node);
+void lift(atc_avl_tree_t *tree, atc_avl_node_t *node);
+bool rotate(atc_avl_tree_t *tree, atc_avl_node_t *top, uint32_t side);
+void exchange_with_neighbour(atc_avl_tree_t *tree, atc_avl_node_t *node);
+
+}  // namespace
 
 void atc_avl_create(atc_avl_tree_t *tree, atc_avl_compare_t compare, uint32_t size, uint32_t offset) {
     tree->root = nullptr;
@@ -193,33 +196,35 @@ void *atc_avl_destroy_nodes(atc_avl_tree_t *tree, uintptr_t *cookie) {
     return node != nullptr ? record_of(tree, node) : nullptr;
 }
 
-static atc_avl_node_t *link_of(const atc_avl_tree_t *tree, void *record) {
+namespace {
+
+atc_avl_node_t *link_of(const atc_avl_tree_t *tree, void *record) {
     return reinterpret_cast<atc_avl_node_t *>(static_cast<char *>(record) + tree->offset);
 }
 
-static const atc_avl_node_t *link_of(const atc_avl_tree_t *tree, const void *record) {
+const atc_avl_node_t *link_of(const atc_avl_tree_t *tree, const void *record) {
     return reinterpret_cast<const atc_avl_node_t *>(static_cast<const char *>(record) + tree->offset);
 }
 
-static void *record_of(const atc_avl_tree_t *tree, const atc_avl_node_t *node) {
+void *record_of(const atc_avl_tree_t *tree, const atc_avl_node_t *node) {
     return reinterpret_cast<char *>(const_cast<atc_avl_node_t *>(node)) - tree->offset;
 }
 
-static atc_avl_where_t where_of(const atc_avl_node_t *node, uint32_t side) {
+atc_avl_where_t where_of(const atc_avl_node_t *node, uint32_t side) {
     static_assert(alignof(atc_avl_node_t) > 1, "the lowest bit of a link's address holds the side");
     return reinterpret_cast<uintptr_t>(node) | side;
 }
 
-static atc_avl_node_t *where_link(atc_avl_where_t where) {
+atc_avl_node_t *where_link(atc_avl_where_t where) {
     return reinterpret_cast<atc_avl_node_t *>(where & ~uintptr_t{1});
 }
 
-static uint32_t where_side(atc_avl_where_t where) {
+uint32_t where_side(atc_avl_where_t where) {
     return static_cast<uint32_t>(where & 1);
 }
 
 // The last link of a subtree towards one side.
-static atc_avl_node_t *extreme(atc_avl_node_t *node, uint32_t side) {
+atc_avl_node_t *extreme(atc_avl_node_t *node, uint32_t side) {
     while (node->child[side] != nullptr) {
         node = node->child[side];
     }
@@ -228,13 +233,13 @@ static atc_avl_node_t *extreme(atc_avl_node_t *node, uint32_t side) {
 
 // The link of a subtree that comes before all others of it, children before parents. The smallest one can have a right
 // child only, and that has none.
-static atc_avl_node_t *first_in_post_order(atc_avl_node_t *top) {
+atc_avl_node_t *first_in_post_order(atc_avl_node_t *top) {
     atc_avl_node_t *node = extreme(top, 0);
     return node->child[1] != nullptr ? node->child[1] : node;
 }
 
 // The link just before (side 0) or just after (1) a link, or null.
-static const atc_avl_node_t *neighbour(const atc_avl_node_t *node, uint32_t side) {
+const atc_avl_node_t *neighbour(const atc_avl_node_t *node, uint32_t side) {
     if (node->child[side] != nullptr) {
         return extreme(node->child[side], 1 - side);
     }
@@ -244,17 +249,17 @@ static const atc_avl_node_t *neighbour(const atc_avl_node_t *node, uint32_t side
     return node->parent;
 }
 
-static void *end_record(const atc_avl_tree_t *tree, uint32_t side) {
+void *end_record(const atc_avl_tree_t *tree, uint32_t side) {
     return tree->root != nullptr ? record_of(tree, extreme(tree->root, side)) : nullptr;
 }
 
-static void *neighbour_record(const atc_avl_tree_t *tree, const void *record, uint32_t side) {
+void *neighbour_record(const atc_avl_tree_t *tree, const void *record, uint32_t side) {
     const atc_avl_node_t *node = neighbour(link_of(tree, record), side);
     return node != nullptr ? record_of(tree, node) : nullptr;
 }
 
 // Moves a record whose key has gone past that of its neighbour on one side. Returns 1 if it moved, else 0.
-static int move_if_past(atc_avl_tree_t *tree, void *record, uint32_t side) {
+int move_if_past(atc_avl_tree_t *tree, void *record, uint32_t side) {
     void *beside = neighbour_record(tree, record, side);
     if (beside == nullptr || tree->compare(record, beside) != avl_child2balance[side]) {
         return 0;
@@ -265,7 +270,7 @@ static int move_if_past(atc_avl_tree_t *tree, void *record, uint32_t side) {
 }
 
 // Makes 'node' (or nothing, for null) the child of 'parent' on one side, or the root for a null parent.
-static void hang(atc_avl_tree_t *tree, atc_avl_node_t *parent, uint32_t side, atc_avl_node_t *node) {
+void hang(atc_avl_tree_t *tree, atc_avl_node_t *parent, uint32_t side, atc_avl_node_t *node) {
     if (parent != nullptr) {
         parent->child[side] = node;
     } else {
@@ -278,7 +283,7 @@ static void hang(atc_avl_tree_t *tree, atc_avl_node_t *parent, uint32_t side, at
 }
 
 // Puts a link above its parent, the order kept. Balances are the caller's.
-static void lift(atc_avl_tree_t *tree, atc_avl_node_t *node) {
+void lift(atc_avl_tree_t *tree, atc_avl_node_t *node) {
     atc_avl_node_t *parent = node->parent;
     uint32_t side = node->child_index;
     hang(tree, parent->parent, parent->child_index, node);
@@ -288,7 +293,7 @@ static void lift(atc_avl_tree_t *tree, atc_avl_node_t *node) {
 
 // Restores the balance of 'top', which is two levels deeper on 'side' than on the other. Returns whether the whole is
 // now one level lower than it was with that overweight.
-static bool rotate(atc_avl_tree_t *tree, atc_avl_node_t *top, uint32_t side) {
+bool rotate(atc_avl_tree_t *tree, atc_avl_node_t *top, uint32_t side) {
     const auto lean = static_cast<int16_t>(avl_child2balance[side]);
     const auto other_lean = static_cast<int16_t>(-lean);
     atc_avl_node_t *child = top->child[side];
@@ -316,7 +321,7 @@ static bool rotate(atc_avl_tree_t *tree, atc_avl_node_t *top, uint32_t side) {
 
 // Lets a link with two children change places with its neighbour in order on the deeper side, the smaller one when both
 // are equally deep. It has at most one child afterwards.
-static void exchange_with_neighbour(atc_avl_tree_t *tree, atc_avl_node_t *node) {
+void exchange_with_neighbour(atc_avl_tree_t *tree, atc_avl_node_t *node) {
     const uint32_t side = avl_balance2child[node->balance + 1];
     atc_avl_node_t *other = extreme(node->child[side], 1 - side);
     const atc_avl_node_t other_place = *other;
@@ -334,3 +339,5 @@ static void exchange_with_neighbour(atc_avl_tree_t *tree, atc_avl_node_t *node) 
     other->balance = node->balance;
     node->balance = other_place.balance;
 }
+
+}  // namespace

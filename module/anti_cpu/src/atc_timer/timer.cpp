@@ -1,12 +1,15 @@
-// timer.cpp: see timer.h.
 #include "atc_timer/timer.h"
 
 #include <time.h>
 
 #include <cstdlib>
 
-static timer_expire_t now_plus(uint32_t seconds);
-static void arm(atc_timer_list_t *list, atc_timer_t *timer, timer_expire_t expire);
+namespace {
+
+timer_expire_t now_plus(uint32_t seconds);
+void arm(atc_timer_list_t *list, atc_timer_t *timer, timer_expire_t expire);
+
+}  // namespace
 
 atc_timer_list_t *timer_list_create() {
     auto *list = static_cast<atc_timer_list_t *>(malloc(sizeof(atc_timer_list_t)));
@@ -82,7 +85,9 @@ int timer_compare(const timer_expire_t *a, const timer_expire_t *b) {
     return 0;
 }
 
-static timer_expire_t now_plus(uint32_t seconds) {
+namespace {
+
+timer_expire_t now_plus(uint32_t seconds) {
     struct timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     int64_t sum = int64_t{now.tv_sec} + seconds;
@@ -90,7 +95,7 @@ static timer_expire_t now_plus(uint32_t seconds) {
 }
 
 // Links the timer behind all that expire before it or with it.
-static void arm(atc_timer_list_t *list, atc_timer_t *timer, timer_expire_t expire) {
+void arm(atc_timer_list_t *list, atc_timer_t *timer, timer_expire_t expire) {
     atc_list_remove(&timer->link);
     timer->expire = expire;
     atc_list_t *link = list->head.next;
@@ -99,3 +104,5 @@ static void arm(atc_timer_list_t *list, atc_timer_t *timer, timer_expire_t expir
     }
     atc_list_insert_before(link, &timer->link);
 }
+
+}  // namespace
