@@ -221,6 +221,26 @@ TEST_F(EvaluationTest, AWeekOfFloodsLeavesEveryAlarmClearedAndEveryCountTrue) {
     EXPECT_EQ(state()->rule_hw_count, 0u);
 }
 
+TEST_F(EvaluationTest, TenCapturesAreHeldAtATime) {
+    atc_api_set_fast_period_time(10);
+    atc_api_set_protocol_cap_enable(ATC_LLDP, 1);
+    const auto flood_eleven_ports = [this] {
+        for (uint32_t port = 1; port <= 11; port++) {
+            rx_n(200, lldp(), port, 100);
+        }
+        pass_seconds(10);
+    };
+    flood_eleven_ports();
+    EXPECT_EQ(state()->protocol_cap_cnt, 10u);
+    EXPECT_EQ(entry(11, 100, ATC_LLDP)->stat.cap_buf, nullptr);
+    EXPECT_EQ(atc_api_clear_statistic(ATC_DIRECTION_RX, 100, 1, ATC_LLDP, ATC_SRC_NONE, nullptr), 0);
+    EXPECT_EQ(state()->protocol_cap_cnt, 9u);
+    rx_n(200, lldp(), 11, 100);
+    pass_seconds(10);
+    EXPECT_EQ(entry(11, 100, ATC_LLDP)->stat.cap_on, 1);
+    EXPECT_EQ(state()->protocol_cap_cnt, 10u);
+}
+
 TEST_F(EvaluationTest, NoMemoryForACaptureLeavesTheAlarmAndTheNextPeriodTriesAgain) {
     atc_api_set_fast_period_time(10);
     atc_api_set_protocol_cap_enable(ATC_LLDP, 1);

@@ -88,6 +88,20 @@ TEST_F(PipelineTest, NoMemoryForTheManualCaptureEndsThePacket) {
     EXPECT_EQ(state()->cap_count, 4u);
 }
 
+TEST_F(PipelineTest, AManualCaptureThatIsClearedBeginsANewFile) {
+    const atc_filter_rule_t any = {};
+    atc_api_set_cap_start(&any, 4);
+    rx_n(2, arp());
+    EXPECT_EQ(atc_api_set_cap_clear(), 0);
+    EXPECT_EQ(atc_api_get_cap_is_exist(), 0);
+    rx(arp());
+    EXPECT_EQ(atc_api_get_cap_is_exist(), 1);
+    EXPECT_EQ(state()->cap_len, 24 + 16 + arp().size());
+    rx_n(2, arp());
+    EXPECT_EQ(state()->cap_len, 24 + 2 * (16 + arp().size())) << "the budget was four";
+    EXPECT_EQ(state()->cap_enable, 0);
+}
+
 TEST_F(PipelineTest, AKnownFlowAllocatesNothing) {
     rx(arp(), 1, 1);
     tx(arp());
