@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
@@ -46,29 +48,74 @@ int64_t since_start() {
     return (the_clock().realtime_ns() - kStart) / kMs;
 }
 
+// Threads that hold it long enough for others to fall asleep, some of which give up: nobody is left behind.
 TEST(CardLive, MutexExcludesOtherThreads) {
     const uint32_t mutex = bep_semMCreateEx(1, __FILE__, __LINE__);
     uint32_t count = 0;  // unprotected but for the mutex
+    std::atomic<uint32_t> takes = 0;
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
+        threads.emplace_back([&, i] {
             for (int round = 0; round < 5000; ++round) {
-                EXPECT_EQ(take(mutex, -1), 0);
-                ++count;
-                EXPECT_EQ(give(mutex), 0);
+                const bool patient = i != 0 || round % 2 == 0;
+                const bool taken = take(mutex, patient ? -1 : 1) == 0;
+                EXPECT_TRUE(taken || !patient);
+                if (taken) {
+                    ++count;
+                    ++takes;
+                    if (round % 64 == 0) {
+                        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    }
+                    EXPECT_EQ(give(mutex), 0);
+                }
             }
         });
     }
     for (auto &thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(count, 20000u);
+    EXPECT_EQ(count, takes);
     ASSERT_EQ(take(mutex, 0), 0);
     std::thread([mutex] {
         EXPECT_EQ(take(mutex, 1), -1) << "held by another thread";
         EXPECT_EQ(give(mutex), -1) << "not its own";
     }).join();
     EXPECT_EQ(take(mutex, -1), -1) << "already its own";
+    EXPECT_EQ(give(mutex), 0);
+}
+
+// Two threads that give the mutex and take it again at once would keep the others out for as long as they like.
+TEST(CardLive, MutexIsHandedToWhoeverWaitsLong) {
+    const uint32_t mutex = bep_semMCreateEx(1, __FILE__, __LINE__);
+    std::atomic<bool> stop = false;
+    std::vector<std::thread> greedy;
+    for (int i = 0; i < 2; ++i) {
+        greedy.emplace_back([&] {
+            while (!stop) {
+                EXPECT_EQ(take(mutex, -1), 0);
+                for (int work = 0; work < 20000 && !stop; ++work) {
+                }
+                EXPECT_EQ(give(mutex), 0);
+            }
+        });
+    }
+    std::vector<std::thread> modest;
+    for (int i = 0; i < 3; ++i) {
+        modest.emplace_back([&] {
+            for (int round = 0; round < 20; ++round) {
+                EXPECT_EQ(take(mutex, -1), 0);
+                std::this_thread::yield();
+                EXPECT_EQ(give(mutex), 0);
+            }
+        });
+    }
+    for (auto &thread : modest) {
+        thread.join();
+    }
+    stop = true;
+    for (auto &thread : greedy) {
+        thread.join();
+    }
 }
 
 TEST(CardLive, QueueKeepsOrderAndBounds) {

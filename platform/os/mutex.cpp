@@ -1,0 +1,122 @@
+#include "os/mutex.h"
+
+#include <errno.h>
+#include <time.h>
+
+#include "clock/clock.h"
+
+namespace card {
+namespace {
+
+// Looks at a mutex that is taken, each after twice the pause of the one before: a packet takes less than all of them.
+constexpr uint32_t kLooks = 9;
+constexpr int64_t kPatienceNs = 1'000'000;
+
+void pause_processor(uint32_t times);
+int64_t system_time_ns();
+timespec as_timespec(int64_t ns);
+
+}  // namespace
+
+thread_local constinit uint32_t Mutex::own_number = 0;
+
+uint32_t Mutex::number_thread() {
+    static constinit std::atomic<uint32_t> last = 0;
+    while (own_number == 0) {
+        own_number = (last.fetch_add(1) + 1) & ~kWaiters;
+    }
+    return own_number;
+}
+
+bool Mutex::is_own() const {
+    return own_number != 0 && (holder_.load(std::memory_order_relaxed) & ~kWaiters) == own_number;
+}
+
+int Mutex::take_slowly(int ticks) {
+    number_thread();
+    if (is_own()) {
+        return -1;
+    }
+    return spin() || (ticks != 0 && sleep(ticks)) ? 0 : -1;
+}
+
+// The first look is at once: a thread's first take comes here with the mutex free.
+bool Mutex::spin() {
+    for (uint32_t look = 0; look < kLooks; ++look) {
+        uint32_t seen = holder_.load(std::memory_order_relaxed);
+        if (seen == kFree && holder_.compare_exchange_strong(seen, own_number, std::memory_order_acquire)) {
+            return true;
+        }
+        pause_processor(1u << look);
+    }
+    return false;
+}
+
+bool Mutex::sleep(int ticks) {
+    const int64_t start = system_time_ns();
+    const timespec end = as_timespec(start + static_cast<int64_t>(ticks) * (kNanosecondsPerSecond / kTicksPerSecond));
+    pthread_mutex_lock(&sleepers_);
+    ++sleeping_;
+    bool is_mine = take_or_announce(false);
+    bool is_late = false;
+    while (!is_mine && !is_late) {
+        is_late = ticks < 0 ? pthread_cond_wait(&given_, &sleepers_) != 0
+                            : pthread_cond_timedwait(&given_, &sleepers_, &end) == ETIMEDOUT;
+        is_mine = take_or_announce(true);
+        impatient_ = impatient_ || (!is_mine && !is_late && system_time_ns() - start > kPatienceNs);
+    }
+    --sleeping_;
+    pthread_mutex_unlock(&sleepers_);
+    return is_mine;
+}
+
+// Takes the mutex if this thread may, or else sees to it that it is told. With sleepers_ held and counted there.
+bool Mutex::take_or_announce(bool has_slept) {
+    uint32_t seen = holder_.load(std::memory_order_relaxed);
+    for (;;) {
+        const bool is_free = seen == kFree || (seen == kWaiters && has_slept);
+        const uint32_t next = is_free ? own_number | (sleeping_ > 1 ? kWaiters : 0) : seen | kWaiters;
+        if (holder_.compare_exchange_weak(seen, next, std::memory_order_acquire, std::memory_order_relaxed)) {
+            impatient_ = impatient_ && !is_free;
+            return is_free;
+        }
+    }
+}
+
+int Mutex::give_to_waiter() {
+    if (!is_own()) {
+        return -1;
+    }
+    pthread_mutex_lock(&sleepers_);
+    holder_.store(impatient_ && sleeping_ > 0 ? kWaiters : kFree, std::memory_order_release);
+    pthread_cond_signal(&given_);
+    pthread_mutex_unlock(&sleepers_);
+    return 0;
+}
+
+namespace {
+
+void pause_processor(uint32_t times) {
+    for (; times > 0; --times) {
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#else
+        std::atomic_signal_fence(std::memory_order_seq_cst);  // keeps the loop
+#endif
+    }
+}
+
+int64_t system_time_ns() {
+    const RealTimeScope system_time;
+    return Clock::instance().realtime_ns();
+}
+
+timespec as_timespec(int64_t ns) {
+    timespec time = {};
+    time.tv_sec = static_cast<time_t>(ns / kNanosecondsPerSecond);
+    time.tv_nsec = static_cast<long>(ns % kNanosecondsPerSecond);
+    return time;
+}
+
+}  // namespace
+}  // namespace card
