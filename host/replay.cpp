@@ -4,8 +4,6 @@
 #include <cstring>
 
 #include "anti_cpu/anti_cpu.h"
-#include "chip/chip.h"
-#include "clock/clock.h"
 #include "os/os.h"
 #include "services/services.h"
 
@@ -18,10 +16,15 @@ constexpr uint64_t kPacketsPerProgress = 1 << 16;
 }  // namespace
 
 Replay::Replay(CaptureSet &captures, EventLog &events, const ReplaySettings &settings)
-    : captures_(captures), events_(events), settings_(settings), flows_(settings.vlan, settings.device_mac()) {}
+    : captures_(captures),
+      events_(events),
+      clock_(card::Clock::instance()),
+      chip_(card::Chip::instance()),
+      settings_(settings),
+      flows_(settings.vlan, settings.device_mac()) {}
 
 Replay::~Replay() {
-    card::Clock::instance().set_driver_sleep(nullptr);
+    clock_.set_driver_sleep(nullptr);
 }
 
 void Replay::start() {
@@ -29,16 +32,15 @@ void Replay::start() {
     start_ns_ = pending_ ? next_.time_ns : 0;
     last_packet_ns_ = start_ns_;
     period_start_ns_ = start_ns_;
-    card::Clock &clock = card::Clock::instance();
-    clock.simulate(start_ns_);
-    clock.set_driver_sleep([this](int64_t length_ns) { run_for(length_ns); });
+    clock_.simulate(start_ns_);
+    clock_.set_driver_sleep([this](int64_t length_ns) { run_for(length_ns); });
     card::set_device_mac(settings_.device_mac());
     atc_init();
 }
 
 void Replay::run_until(int64_t realtime_ns) {
     feed(realtime_ns, false);
-    card::Clock::instance().run_until(realtime_ns);
+    clock_.run_until(realtime_ns);
 }
 
 void Replay::run_for(int64_t length_ns) {
@@ -81,7 +83,7 @@ bool Replay::trunk_change(uint32_t trunk, uint32_t member, bool joins) {
 }
 
 int64_t Replay::now_ns() const {
-    return card::Clock::instance().realtime_ns();
+    return clock_.realtime_ns();
 }
 
 PortCounts Replay::received() const {
@@ -97,12 +99,11 @@ PortCounts Replay::received() const {
 
 void Replay::feed(int64_t end_ns, bool stop_at_alarm) {
     const card::BudgetScope budget_for_packets(true);
-    card::Clock &clock = card::Clock::instance();
     const uint64_t alarms = events_.alarms();
     while (pending_ && next_.time_ns < end_ns) {
         if (stop_at_alarm) {
             // In steps of the module's own: a silence before the next packet shall not be run through.
-            clock.run_until(std::min(next_.time_ns, now_ns() + card::kNanosecondsPerSecond));
+            clock_.run_until(std::min(next_.time_ns, now_ns() + card::kNanosecondsPerSecond));
             if (events_.alarms() != alarms) {
                 return;
             }
@@ -110,7 +111,7 @@ void Replay::feed(int64_t end_ns, bool stop_at_alarm) {
                 continue;
             }
         } else {
-            clock.run_until(next_.time_ns);
+            clock_.run_until(next_.time_ns);
         }
         deliver(next_);
         last_packet_ns_ = next_.time_ns;
@@ -137,7 +138,7 @@ void Replay::deliver(const Packet &packet) {
         look_up(packet.port);
     }
     last_counts_->offered++;
-    if (card::Chip::instance().denies(packet.data, packet.len, packet.port, settings_.vlan)) {
+    if (chip_.denies(packet.data, packet.len, packet.port, settings_.vlan)) {
         last_counts_->stopped++;
         flows_.stopped(packet, last_logical_);
     } else if (atc_api_receive_packet(packet.data, packet.len, last_logical_, settings_.vlan) != 0) {

@@ -15,6 +15,8 @@
 
 #include "addresses.h"
 #include "capture_reader.h"
+#include "chip/chip.h"
+#include "clock/clock.h"
 #include "event_log.h"
 #include "flow_verdicts.h"
 
@@ -93,6 +95,8 @@ private:
 
     CaptureSet &captures_;
     EventLog &events_;
+    card::Clock &clock_;
+    card::Chip &chip_;
     ReplaySettings settings_;
     Packet next_{};
     bool pending_ = false;  // next_ holds a packet

@@ -58,7 +58,6 @@ struct Rule {
 
 struct Chip::State {
     mutable RuleMutex mutex;  // exclusive to change the rules, shared to look at them
-    std::atomic<size_t> rule_count{0};
     size_t capacity = kDefaultCapacity;
     uint32_t next_entry_id = kFirstEntryId;
     uint32_t next_stat_id = kFirstStatId;
@@ -82,10 +81,7 @@ void Chip::set_capacity(size_t rules) {
     state_->capacity = rules;
 }
 
-bool Chip::denies(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan) {
-    if (state_->rule_count.load(std::memory_order_acquire) == 0) {
-        return false;
-    }
+bool Chip::matches_deny(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan) {
     const KeyBits key = frame_key(frame, len, vlan);
     const std::shared_lock lock(state_->mutex);
     bool is_counted = false;
@@ -117,7 +113,7 @@ std::vector<ChipRule> Chip::rules() const {
 
 void Chip::reset() {
     const std::unique_lock lock(state_->mutex);
-    state_->rule_count.store(0, std::memory_order_release);
+    rule_count_.store(0, std::memory_order_release);
     state_->rules.clear();
     state_->capacity = kDefaultCapacity;
     state_->next_entry_id = kFirstEntryId;
@@ -136,7 +132,7 @@ int Chip::install(Description description) {
         std::make_unique<Rule>(state_->next_entry_id, state_->next_stat_id, std::move(description)));
     ++state_->next_entry_id;
     ++state_->next_stat_id;
-    state_->rule_count.store(state_->rules.size(), std::memory_order_release);
+    rule_count_.store(state_->rules.size(), std::memory_order_release);
     return 0;
 }
 
@@ -147,7 +143,7 @@ int Chip::remove(const Description &description) {
         return kUnknown;
     }
     state_->rules.erase(place);
-    state_->rule_count.store(state_->rules.size(), std::memory_order_release);
+    rule_count_.store(state_->rules.size(), std::memory_order_release);
     return 0;
 }
 

@@ -9,6 +9,7 @@
 // Threads: any; packet threads share the rules, an installation or removal excludes them.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -49,7 +50,9 @@ public:
     // True when a deny rule matches the frame of 'len' bytes, which came in on 'port' and was put into 'vlan' there
     // (its own outermost tag goes first). Counts it at the first deny rule and at the first counting rule that match,
     // in order of entry id. Without rules: one load. 'frame' may be null with 'len' 0.
-    bool denies(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan);
+    bool denies(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan) {
+        return rule_count_.load(std::memory_order_acquire) != 0 && matches_deny(frame, len, port, vlan);
+    }
 
     // Every rule, in order of entry id.
     std::vector<ChipRule> rules() const;
@@ -69,8 +72,11 @@ public:
     Chip &operator=(const Chip &) = delete;
 
 private:
+    bool matches_deny(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan);
+
     struct State;
     std::unique_ptr<State> state_;
+    std::atomic<size_t> rule_count_{0};  // follows state_->rules
 };
 
 }  // namespace card

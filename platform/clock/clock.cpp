@@ -15,6 +15,7 @@
 #include <condition_variable>
 #include <limits>
 #include <mutex>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -31,8 +32,8 @@ struct Waiter {
     int64_t deadline_ns;                 // CLOCK_MONOTONIC as the thread sees it; kNever = no limit
     const std::function<bool()> *ready;  // null for a sleep
     bool real_time;                      // waits on system time even in a simulation
-    bool released;
-    bool counted;  // released into the rendezvous: 'running' has it
+    std::atomic<bool> released;          // written under the mutex
+    bool counted;                        // released into the rendezvous: 'running' has it
     std::condition_variable wake;
 };
 
@@ -40,7 +41,7 @@ struct Rendezvous {
     std::mutex mutex;
     std::condition_variable idle;  // 'running' has reached 0; the driver waits for it
     std::vector<Waiter *> waiters;
-    uint32_t running = 0;
+    std::atomic<uint32_t> running = 0;                // written under the mutex
     std::function<void(int64_t)> driver_sleep;        // the driver's own
     std::atomic<int64_t> next_deadline_ns = kNever;   // written under the mutex
     std::atomic<bool> attention = false;              // notified, or a thread was started, since the last drive
@@ -59,6 +60,8 @@ struct Participation {
 };
 thread_local Participation participation;
 
+template <typename Done>
+void look_a_while(std::unique_lock<std::mutex> &lock, Done done);
 int64_t later(int64_t now_ns, int64_t length_ns);
 bool is_ready(const Waiter &waiter);
 bool on_system_time(const Waiter &waiter);
@@ -202,6 +205,7 @@ void drive(int64_t target_ns) {
         return of_a < of_b;
     };
     for (;;) {
+        look_a_while(lock, all_wait);
         g.idle.wait(lock, all_wait);
         if (g.attention.exchange(false)) {
             const auto found = std::ranges::find_if(
@@ -242,6 +246,7 @@ bool wait(int64_t timeout_ns, const std::function<bool()> *ready) {
         g.next_deadline_ns = std::min<int64_t>(g.next_deadline_ns, self.deadline_ns);
         leave_running(&participation.counted);
     }
+    look_a_while(lock, [&self] { return self.released.load(); });
     while (!self.released) {
         if (!on_system_time(self) || self.deadline_ns == kNever) {
             self.wake.wait(lock);
@@ -255,6 +260,21 @@ bool wait(int64_t timeout_ns, const std::function<bool()> *ready) {
     }
     participation.counted = participation.counted || self.counted;
     return is_ready(self);
+}
+
+// Lets go of the lock until 'done' holds, for some microseconds at most: in a simulation the other side is through in
+// less than it takes a thread to fall asleep and be woken, and a day of idle seconds is that many turns.
+template <typename Done>
+void look_a_while(std::unique_lock<std::mutex> &lock, Done done) {
+    constexpr int kLooks = 50;
+    if (!g_simulation.on || done()) {
+        return;
+    }
+    lock.unlock();
+    for (int look = 0; look < kLooks && !done(); ++look) {
+        std::this_thread::yield();
+    }
+    lock.lock();
 }
 
 void release(Waiter *waiter) {
