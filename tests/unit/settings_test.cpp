@@ -115,7 +115,7 @@ TEST_F(SettingsOnFlows, OnlyZeroEndsADeny) {
     const struct {
         set_t set;
         uint32_t value;
-        std::vector<uint16_t> left;
+        std::vector<uint8_t> left;
     } rows[] = {{atc_api_set_protocol_deny_enable, 0, {0, 1, 1, 1}},
                 {atc_api_set_protocol_src_deny_enable, 0, {1, 0, 1, 1}},
                 {atc_api_set_protocol_deny_enable, 2, {1, 1, 1, 1}},

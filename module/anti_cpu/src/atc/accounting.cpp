@@ -14,8 +14,8 @@ constexpr int DROP = -1;
 // One kind of period of a block, fast or long.
 struct period_t {
     uint32_t *last;
-    uint16_t *head;
-    uint16_t *cur;
+    uint8_t *head;
+    uint8_t *cur;
     uint32_t *ring;
     uint32_t *peak;
     char *peak_time;
@@ -37,7 +37,7 @@ int account_source(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const at
     ATC_REQUIRES(g_atc_lock);
 int account_flow(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info)
     ATC_REQUIRES(g_atc_lock);
-uint16_t next_slot(const period_t &period);
+uint8_t next_slot(const period_t &period);
 void close_period(uint32_t total, const period_t &period) ATC_REQUIRES(g_atc_lock);
 const char *time_text() ATC_REQUIRES(g_atc_lock);
 void clear_period(const period_t &period);
@@ -59,16 +59,24 @@ int atc_stat_info_process(const uint8_t *buf, uint32_t len, const atc_pkt_info_t
 
 int atc_stat_info_rx_process(const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info) {
     g_atc_global.rx_stat.count++;
-    if (!count(atc_vlan_obtain(info->vlan))) {
-        return DROP;
+    const atc_flood_t *flood = &g_atc_global.recall.flood;
+    atc_entry_t *flow = flood->flow;
+    if (flood->key == atc_flow_key(info->port, info->vlan, info->protocol)) {
+        flood->vlan->stat.count++;
+        flood->port->stat.count++;
+        flood->protocol->stat.count++;
+    } else {
+        if (!count(atc_vlan_obtain(info->vlan))) {
+            return DROP;
+        }
+        if (info->vlan == ATC_VLAN_UNTRACKED) {
+            return PASS;
+        }
+        if (!count(atc_port_obtain(info->port)) || !count(atc_protocol_obtain(ATC_DIRECTION_RX, info->protocol))) {
+            return DROP;
+        }
+        flow = atc_flow_obtain(info->port, info->vlan, info->protocol);
     }
-    if (info->vlan == ATC_VLAN_UNTRACKED) {
-        return PASS;
-    }
-    if (!count(atc_port_obtain(info->port)) || !count(atc_protocol_obtain(ATC_DIRECTION_RX, info->protocol))) {
-        return DROP;
-    }
-    atc_entry_t *flow = atc_flow_obtain(info->port, info->vlan, info->protocol);
     return flow != nullptr ? account_flow(flow, buf, len, info) : DROP;
 }
 
@@ -151,12 +159,15 @@ int account_flow(atc_entry_t *flow, const uint8_t *buf, uint32_t len, const atc_
     if (info->src_type == ATC_SRC_NONE || (!over && flow->stat.fp_alarm != 1)) {
         return verdict;
     }
+    if (flow != g_atc_global.recall.flood.flow) {
+        atc_flood_remember(flow);
+    }
     return account_source(flow, buf, len, info, verdict);
 }
 
 // Chooses the ring slot of a period that closes. While only zeros were recorded, slot 0 is written again.
-uint16_t next_slot(const period_t &period) {
-    const auto step = [](uint16_t slot) { return static_cast<uint16_t>((slot + 1) % ATC_RING_SLOTS); };
+uint8_t next_slot(const period_t &period) {
+    const auto step = [](uint8_t slot) { return static_cast<uint8_t>((slot + 1) % ATC_RING_SLOTS); };
     if (*period.head == 0 && *period.cur == 0 && period.ring[0] == 0) {
         return 0;
     }

@@ -3,10 +3,14 @@
 #include <stdint.h>
 #include <string.h>
 
+#include <bit>
+
 #include "atc/capture.h"
 #include "atc/hw_deny.h"
 
 namespace {
+
+constexpr bool IS_LITTLE_ENDIAN = std::endian::native == std::endian::little;
 
 // A source address as two words: its bytes as they lie in memory.
 struct address_t {
@@ -19,22 +23,26 @@ static_assert(sizeof(address_t) == ATC_SRC_ADDR_SIZE);
 template <typename number_t>
 int compare_numbers(number_t a, number_t b);
 const atc_entry_key_t *entry_key(const void *record);
-address_t address_of(const void *bytes, uint32_t len);
+uint64_t mac_word(const uint8_t *mac);
+uint64_t ipv4_word(uint32_t ipv4);
+address_t address_of(const void *bytes);
 address_t source_address(const atc_pkt_info_t *info);
 atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) ATC_REQUIRES(g_atc_lock);
-[[gnu::noinline, gnu::cold]] atc_entry_t *remember(atc_entry_t **remembered, atc_avl_tree_t *tree,
-                                                   const atc_entry_key_t &key) ATC_REQUIRES(g_atc_lock);
-[[gnu::noinline, gnu::cold]] atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint32_t hash)
+[[gnu::noinline, gnu::cold]] atc_entry_t *obtain_vlan(uint16_t vlan) ATC_REQUIRES(g_atc_lock);
+[[gnu::noinline, gnu::cold]] atc_entry_t *obtain_port(uint32_t port) ATC_REQUIRES(g_atc_lock);
+[[gnu::noinline, gnu::cold]] atc_entry_t *obtain_protocol(uint32_t direction, uint16_t protocol)
+    ATC_REQUIRES(g_atc_lock);
+[[gnu::noinline, gnu::cold]] atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint64_t tag)
     ATC_REQUIRES(g_atc_lock);
 [[gnu::noinline, gnu::cold]] atc_src_entry_t *obtain_source(atc_entry_t *flow, uint32_t src_type,
-                                                            const address_t *address, uint32_t hash, bool *is_full)
+                                                            const address_t *address, uint64_t tag, bool *is_full)
     ATC_REQUIRES(g_atc_lock);
 atc_entry_t *create_entry(atc_avl_tree_t *tree, const atc_entry_key_t *key, atc_avl_where_t where)
     ATC_REQUIRES(g_atc_lock);
 atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t *key, atc_avl_where_t where)
     ATC_REQUIRES(g_atc_lock);
-uint32_t flow_hash(uint32_t port, uint16_t vlan, uint16_t protocol) ATC_REQUIRES(g_atc_lock);
-uint32_t source_hash(const atc_entry_t *flow, uint32_t src_type, const address_t *address) ATC_REQUIRES(g_atc_lock);
+uint64_t flow_tag(uint32_t port, uint16_t vlan, uint16_t protocol) ATC_REQUIRES(g_atc_lock);
+uint64_t source_tag(const atc_entry_t *flow, uint32_t src_type, const address_t *address) ATC_REQUIRES(g_atc_lock);
 void forget_aggregate(const atc_avl_tree_t *tree, const atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
 
 }  // namespace
@@ -98,51 +106,65 @@ atc_src_entry_t *atc_src_entry_get(uint32_t direction, uint32_t vlan, uint32_t p
 }
 
 atc_entry_t *atc_vlan_obtain(uint16_t vlan) {
-    atc_entry_t **remembered = &g_atc_global.recall.vlans[vlan % ATC_VLANS];
-    return *remembered != nullptr ? *remembered
-                                  : remember(remembered, &g_atc_global.vlan_tree, {{}, ATC_DIRECTION_RX, 0, vlan, 0});
+    atc_entry_t *remembered = g_atc_global.recall.vlans[vlan % ATC_VLANS];
+    return remembered != nullptr ? remembered : obtain_vlan(vlan);
 }
 
 atc_entry_t *atc_port_obtain(uint32_t port) {
-    atc_entry_t *unremembered = nullptr;
-    atc_entry_t **remembered = port < ATC_RECALL_PORTS ? &g_atc_global.recall.ports[port] : &unremembered;
-    return *remembered != nullptr ? *remembered
-                                  : remember(remembered, &g_atc_global.port_tree, {{}, ATC_DIRECTION_RX, port, 0, 0});
+    atc_entry_t *remembered = port < ATC_RECALL_PORTS ? g_atc_global.recall.ports[port] : nullptr;
+    return remembered != nullptr ? remembered : obtain_port(port);
 }
 
 atc_entry_t *atc_protocol_obtain(uint32_t direction, uint16_t protocol) {
-    const bool received = direction == ATC_DIRECTION_RX;
-    atc_entry_t **remembered =
-        &(received ? g_atc_global.recall.rx_protocols : g_atc_global.recall.tx_protocols)[protocol];
-    atc_avl_tree_t *tree = received ? &g_atc_global.rx_protocol_tree : &g_atc_global.tx_protocol_tree;
-    return *remembered != nullptr ? *remembered : remember(remembered, tree, {{}, direction, 0, 0, protocol});
+    const atc_recall_t *recall = &g_atc_global.recall;
+    atc_entry_t *remembered = (direction == ATC_DIRECTION_RX ? recall->rx_protocols : recall->tx_protocols)[protocol];
+    return remembered != nullptr ? remembered : obtain_protocol(direction, protocol);
 }
 
 atc_entry_t *atc_flow_obtain(uint32_t port, uint16_t vlan, uint16_t protocol) {
-    const uint32_t hash = flow_hash(port, vlan, protocol);
-    auto *flow = atc_recall_find<atc_entry_t>(&g_atc_global.recall.flows, hash, [=](const atc_entry_t *seen) {
-        return seen->port == port && seen->vlan == vlan && seen->protocol == protocol;
-    });
-    return flow != nullptr ? flow : obtain_flow({{}, ATC_DIRECTION_RX, port, vlan, protocol}, hash);
+    // The whole key is in the word that is mixed: a flow is known by its tag alone.
+    const uint64_t tag = flow_tag(port, vlan, protocol);
+    auto *flow =
+        atc_recall_find<atc_entry_t>(&g_atc_global.recall.flows, tag, [](const atc_entry_t *) { return true; });
+    return flow != nullptr ? flow : obtain_flow({{}, ATC_DIRECTION_RX, port, vlan, protocol}, tag);
 }
 
 atc_src_entry_t *atc_source_obtain(atc_entry_t *flow, const atc_pkt_info_t *info, bool *is_full) {
+    atc_recall_t *recall = &g_atc_global.recall;
     const address_t address = source_address(info);
-    const uint32_t hash = source_hash(flow, info->src_type, &address);
-    auto *src = atc_recall_find<atc_src_entry_t>(
-        &g_atc_global.recall.sources, hash, [flow, info, &address](const atc_src_entry_t *seen) {
-            const address_t other = address_of(seen->src_addr, ATC_SRC_ADDR_SIZE);
-            return other.low == address.low && other.high == address.high && seen->entry == flow &&
-                   seen->src_type == info->src_type;
-        });
+    const auto is_sender = [flow, info, &address](const atc_src_entry_t *seen) {
+        const address_t other = address_of(seen->src_addr);
+        return other.low == address.low && other.high == address.high && seen->entry == flow &&
+               seen->src_type == info->src_type;
+    };
     *is_full = false;
-    return src != nullptr ? src : obtain_source(flow, info->src_type, &address, hash, is_full);
+    atc_src_entry_t *last = recall->flood.src;
+    if (last != nullptr && is_sender(last)) {
+        return last;
+    }
+    const uint64_t tag = source_tag(flow, info->src_type, &address);
+    auto *src = atc_recall_find<atc_src_entry_t>(&recall->sources, tag, is_sender);
+    recall->flood.src = src;
+    return src != nullptr ? src : obtain_source(flow, info->src_type, &address, tag, is_full);
+}
+
+void atc_flood_remember(atc_entry_t *flow) {
+    atc_recall_t *recall = &g_atc_global.recall;
+    if (flow->port < ATC_RECALL_PORTS) {
+        recall->flood = {atc_flow_key(flow->port, flow->vlan, flow->protocol),
+                         flow,
+                         recall->vlans[flow->vlan % ATC_VLANS],
+                         recall->ports[flow->port],
+                         recall->rx_protocols[flow->protocol],
+                         nullptr};
+    }
 }
 
 void atc_src_entry_discard(atc_src_entry_t *src) {
     atc_hw_filter_delete_by_spro(src);
-    const address_t address = address_of(src->src_addr, ATC_SRC_ADDR_SIZE);
-    atc_recall_remove(&g_atc_global.recall.sources, source_hash(src->entry, src->src_type, &address), src);
+    const address_t address = address_of(src->src_addr);
+    g_atc_global.recall.flood = {};
+    atc_recall_remove(&g_atc_global.recall.sources, source_tag(src->entry, src->src_type, &address), src);
     atc_avl_remove(&src->entry->src_tree, src);
     atc_capture_auto_release(&src->stat);
     atc_free(src);
@@ -151,7 +173,8 @@ void atc_src_entry_discard(atc_src_entry_t *src) {
 void atc_flow_discard(atc_entry_t *flow) {
     atc_tree_each<atc_src_entry_t>(&flow->src_tree, atc_src_entry_discard);
     atc_hw_filter_delete_by_pro(flow);
-    atc_recall_remove(&g_atc_global.recall.flows, flow_hash(flow->port, flow->vlan, flow->protocol), flow);
+    g_atc_global.recall.flood = {};
+    atc_recall_remove(&g_atc_global.recall.flows, flow_tag(flow->port, flow->vlan, flow->protocol), flow);
     atc_avl_remove(&g_atc_global.entry_tree, flow);
     atc_capture_auto_release(&flow->stat);
     atc_free(flow);
@@ -196,22 +219,35 @@ const atc_entry_key_t *entry_key(const void *record) {
     return static_cast<const atc_entry_key_t *>(record);
 }
 
-// The bytes of an address, zeros behind them.
-address_t address_of(const void *bytes, uint32_t len) {
-    address_t address = {};
-    memcpy(&address, bytes, len);
+// The word that begins with the bytes of an address, zeros behind them. The parser wrote a MAC address as a long and a
+// short word, so it is read as they are: a processor that reads in one word what it wrote in two waits for the writes.
+uint64_t mac_word(const uint8_t *mac) {
+    uint32_t first;
+    uint16_t last;
+    memcpy(&first, mac, sizeof(first));
+    memcpy(&last, mac + sizeof(first), sizeof(last));
+    return IS_LITTLE_ENDIAN ? first | (uint64_t{last} << 32) : (uint64_t{first} << 32) | (uint64_t{last} << 16);
+}
+
+uint64_t ipv4_word(uint32_t ipv4) {
+    return IS_LITTLE_ENDIAN ? ipv4 : uint64_t{ipv4} << 32;
+}
+
+address_t address_of(const void *bytes) {
+    address_t address;
+    memcpy(&address, bytes, sizeof(address));
     return address;
 }
 
-// The address by which a packet's sender is known. Each length is a constant, so the copies are plain loads.
+// The address by which a packet's sender is known.
 address_t source_address(const atc_pkt_info_t *info) {
     switch (info->src_type) {
         case ATC_SRC_MAC:
-            return address_of(info->src_mac, sizeof(info->src_mac));
+            return {mac_word(info->src_mac), 0};
         case ATC_SRC_IPV4:
-            return address_of(&info->src_ipv4, sizeof(info->src_ipv4));
+            return {ipv4_word(info->src_ipv4), 0};
         default:
-            return address_of(info->src_ipv6, sizeof(info->src_ipv6));
+            return address_of(info->src_ipv6);
     }
 }
 
@@ -222,14 +258,30 @@ atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) {
     return found != nullptr ? static_cast<atc_entry_t *>(found) : create_entry(tree, key, where);
 }
 
-// The same for an entry that has a place of its own to be remembered in.
-atc_entry_t *remember(atc_entry_t **remembered, atc_avl_tree_t *tree, const atc_entry_key_t &key) {
-    *remembered = obtain(tree, &key);
-    return *remembered;
+// The same for entries that have a place of their own to be remembered in.
+atc_entry_t *obtain_vlan(uint16_t vlan) {
+    const atc_entry_key_t key = {{}, ATC_DIRECTION_RX, 0, vlan, 0};
+    return g_atc_global.recall.vlans[vlan % ATC_VLANS] = obtain(&g_atc_global.vlan_tree, &key);
+}
+
+atc_entry_t *obtain_port(uint32_t port) {
+    const atc_entry_key_t key = {{}, ATC_DIRECTION_RX, port, 0, 0};
+    atc_entry_t *entry = obtain(&g_atc_global.port_tree, &key);
+    if (port < ATC_RECALL_PORTS) {
+        g_atc_global.recall.ports[port] = entry;
+    }
+    return entry;
+}
+
+atc_entry_t *obtain_protocol(uint32_t direction, uint16_t protocol) {
+    const atc_entry_key_t key = {{}, direction, 0, 0, protocol};
+    const bool received = direction == ATC_DIRECTION_RX;
+    atc_entry_t *entry = obtain(received ? &g_atc_global.rx_protocol_tree : &g_atc_global.tx_protocol_tree, &key);
+    return (received ? g_atc_global.recall.rx_protocols : g_atc_global.recall.tx_protocols)[protocol] = entry;
 }
 
 // Finds a flow that is not remembered in its index, or creates it.
-atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint32_t hash) {
+atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint64_t tag) {
     atc_entry_t *flow = obtain(&g_atc_global.entry_tree, &key);
     if (flow == nullptr) {
         return nullptr;
@@ -239,12 +291,12 @@ atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint32_t hash) {
         flow->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.lp_limit[key.protocol]);
         atc_avl_create(&flow->src_tree, atc_src_tree_compare, sizeof(atc_src_entry_t), 0);
     }
-    atc_recall_add(&g_atc_global.recall.flows, hash, flow);
+    atc_recall_add(&g_atc_global.recall.flows, tag, flow);
     return flow;
 }
 
 // The same for a source.
-atc_src_entry_t *obtain_source(atc_entry_t *flow, uint32_t src_type, const address_t *address, uint32_t hash,
+atc_src_entry_t *obtain_source(atc_entry_t *flow, uint32_t src_type, const address_t *address, uint64_t tag,
                                bool *is_full) {
     atc_src_key_t key = {};
     key.src_type = src_type;
@@ -256,7 +308,7 @@ atc_src_entry_t *obtain_source(atc_entry_t *flow, uint32_t src_type, const addre
         src = *is_full ? nullptr : create_source(flow, &key, where);
     }
     if (src != nullptr) {
-        atc_recall_add(&g_atc_global.recall.sources, hash, src);
+        atc_recall_add(&g_atc_global.recall.sources, tag, src);
     }
     return src;
 }
@@ -285,18 +337,19 @@ atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t *key, atc_
     return src;
 }
 
-uint32_t flow_hash(uint32_t port, uint16_t vlan, uint16_t protocol) {
-    return atc_recall_hash(&g_atc_global.recall, (uint64_t{port} << 32) | (uint64_t{vlan} << 16) | protocol);
+uint64_t flow_tag(uint32_t port, uint16_t vlan, uint16_t protocol) {
+    return atc_recall_tag(g_atc_global.recall.secret, atc_flow_key(port, vlan, protocol));
 }
 
-uint32_t source_hash(const atc_entry_t *flow, uint32_t src_type, const address_t *address) {
-    const atc_recall_t *recall = &g_atc_global.recall;
+uint64_t source_tag(const atc_entry_t *flow, uint32_t src_type, const address_t *address) {
+    const uint64_t secret = g_atc_global.recall.secret;
     const uint64_t owner = reinterpret_cast<uintptr_t>(flow) + src_type;
-    return atc_recall_hash(recall, atc_recall_mix(recall, owner ^ address->high, address->low));
+    return atc_recall_tag(secret, atc_recall_fold(secret, owner ^ address->high, address->low)) | 1;
 }
 
 void forget_aggregate(const atc_avl_tree_t *tree, const atc_entry_t *entry) {
     atc_recall_t *recall = &g_atc_global.recall;
+    recall->flood = {};
     if (tree == &g_atc_global.vlan_tree) {
         recall->vlans[entry->vlan % ATC_VLANS] = nullptr;
     } else if (tree == &g_atc_global.port_tree) {

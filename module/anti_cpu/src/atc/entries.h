@@ -36,6 +36,10 @@ atc_entry_t *atc_flow_obtain(uint32_t port, uint16_t vlan, uint16_t protocol) AT
 atc_src_entry_t *atc_source_obtain(atc_entry_t *flow, const atc_pkt_info_t *info, bool *is_full)
     ATC_REQUIRES(g_atc_lock);
 
+// Remembers the flood that this flow is part of, in place of the one before. The flow's VLAN, port and protocol have
+// their entries.
+void atc_flood_remember(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
+
 // Take a source out of its flow, a flow out of entry_tree with all its sources, an entry of another index out of it:
 // its hardware rules are withdrawn first, its capture is freed, then the record.
 void atc_src_entry_discard(atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);

@@ -20,9 +20,11 @@ constexpr uint32_t SRC_MAC_END = 12;
 constexpr uint32_t VLAN_ID_MASK = 0xfff;  // IEEE 802.1Q 9.6
 
 bool is_own_packet(const uint8_t *buf, uint32_t len, uint32_t direction) ATC_REQUIRES(g_atc_lock);
-int process(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan, uint32_t direction);
-bool has_rules() ATC_REQUIRES(g_atc_lock);
-int rule_verdict(const atc_pkt_info_t *info, int verdict) ATC_REQUIRES(g_atc_lock);
+[[gnu::noinline]] int process(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan, uint32_t direction);
+bool is_watched() ATC_REQUIRES(g_atc_lock);
+[[gnu::noinline, gnu::cold]] bool watch(const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info)
+    ATC_REQUIRES(g_atc_lock);
+[[gnu::noinline, gnu::cold]] int rule_verdict(const atc_pkt_info_t *info, int verdict) ATC_REQUIRES(g_atc_lock);
 
 }  // namespace
 
@@ -35,24 +37,19 @@ int atc_api_global_send_packet(const uint8_t *buf, uint32_t len) {
 }
 
 int atc_packet_process(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan, uint32_t direction) {
-    atc_pkt_info_t info = {};
-    info.direction = static_cast<uint8_t>(direction);
-    info.port = port;
-    info.vlan = static_cast<uint16_t>(vlan & VLAN_ID_MASK);
+    atc_pkt_info_t info;
+    atc_packet_begin(&info, direction, port, vlan & VLAN_ID_MASK);
     if (is_own_packet(buf, len, direction)) {
         info.protocol = ATC_SELF;
     } else {
         atc_packet_parser(buf, len, &info);
     }
-
-    if (g_atc_global.debug_enable != 0 && atc_debug_check(&info) == 1) {
-        atc_debug_packet(buf, len, &info);
-    }
-    if (g_atc_global.cap_enable != 0 && atc_cap_check(&info) == 1 && atc_capture_manual(buf, len) != 0) {
+    const bool watched = is_watched();
+    if (watched && !watch(buf, len, &info)) {
         return DROP;
     }
     const int verdict = atc_stat_info_process(buf, len, &info);
-    return has_rules() ? rule_verdict(&info, verdict) : verdict;
+    return watched ? rule_verdict(&info, verdict) : verdict;
 }
 
 namespace {
@@ -71,8 +68,17 @@ int process(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan, uint
     return atc_packet_process(buf, len, port, vlan, direction);
 }
 
-bool has_rules() {
-    return !atc_list_is_empty(&g_atc_global.filter_list[0]) || !atc_list_is_empty(&g_atc_global.filter_list[1]);
+// Whether a trace, a manual capture or rules look at packets. Hardly ever, so it is asked once.
+bool is_watched() {
+    return (g_atc_global.debug_enable | g_atc_global.cap_enable | g_atc_global.has_rules) != 0;
+}
+
+// Trace and manual capture. Returns false when a packet that is to be recorded finds no memory.
+bool watch(const uint8_t *buf, uint32_t len, const atc_pkt_info_t *info) {
+    if (atc_debug_check(info) == 1) {
+        atc_debug_packet(buf, len, info);
+    }
+    return atc_cap_check(info) != 1 || atc_capture_manual(buf, len) == 0;
 }
 
 // Permit beats deny, and both beat the limiter.

@@ -88,6 +88,7 @@ bool rule_store(const atc_filter_rule_t *rule, uint32_t list_type) {
     }
     record->rule = *rule;
     atc_list_insert_after(&g_atc_global.filter_list[list_index(list_type)], &record->link);
+    g_atc_global.has_rules = 1;
     return true;
 }
 
@@ -98,6 +99,8 @@ int rule_delete(uint32_t id, uint32_t list_type) {
     }
     atc_list_remove(&record->link);
     atc_free(record);
+    g_atc_global.has_rules =
+        !atc_list_is_empty(&g_atc_global.filter_list[0]) || !atc_list_is_empty(&g_atc_global.filter_list[1]);
     return 0;
 }
 

@@ -44,6 +44,7 @@ struct atc_global_t {
     atc_filter_rule_t cap_filter;
     uint8_t debug_enable;  // 1 while a trace is armed
     uint8_t cap_enable;    // 1 while the manual capture records
+    uint8_t has_rules;     // 1 while filter_list holds a rule
     uint16_t debug_count;  // packets still to be traced
     uint32_t cap_count;    // packets still to be recorded
     uint32_t cap_len;      // bytes used in cap_buf

@@ -7,18 +7,17 @@
 
 namespace {
 
-constexpr uint32_t MIN_BITS = 4;
-constexpr uint32_t MAX_BITS = 26;  // a table of 64 million slots fits the card's 32-bit sizes
+constexpr uint64_t FIRST_SECRET = 0xd1342543de82ef95;  // mixes what the secret is made of; odd, without a pattern
 
-constexpr uint64_t GOLDEN_RATIO = 0x9e3779b97f4a7c15;  // 2^64 / phi: spreads keys that differ in few bits
-
-constexpr uint32_t SLOT_SIZE = sizeof(uint32_t) + sizeof(void *);  // bytes
+constexpr uint32_t TAG_BITS = 64;
+constexpr uint32_t MIN_SLOTS = 16;
+constexpr uint32_t MAX_SLOTS = 1u << 26;  // their bytes fit the card's 32-bit sizes
 
 uint32_t slots_of(const atc_recall_table_t *table);
 bool has_room(const atc_recall_table_t *table, uint32_t records);
-bool resize(atc_recall_table_t *table, uint32_t bits);
-void put(atc_recall_table_t *table, uint32_t hash, void *record);
-void close_gap(atc_recall_table_t *table, uint32_t gap);
+void resize(atc_recall_table_t *table, uint32_t slots);
+void put(atc_recall_table_t *table, const atc_recall_slot_t &slot);
+void close_gap(atc_recall_table_t *table, uint64_t gap);
 
 }  // namespace
 
@@ -27,99 +26,93 @@ void atc_recall_init(atc_recall_t *recall) {
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
     const uint64_t seed = reinterpret_cast<uintptr_t>(recall) ^ (static_cast<uint64_t>(now.tv_nsec) << 32);
-    recall->secret = ((seed * GOLDEN_RATIO) ^ GOLDEN_RATIO) | 1;
+    recall->secret = atc_recall_tag(FIRST_SECRET, seed) | 1;
 }
 
-void atc_recall_add(atc_recall_table_t *table, uint32_t hash, void *record) {
+void atc_recall_add(atc_recall_table_t *table, uint64_t tag, void *record) {
     if (!has_room(table, table->used + 1)) {
-        resize(table, table->hashes == nullptr ? MIN_BITS : table->bits + 1);
+        resize(table, table->slots == nullptr ? MIN_SLOTS : slots_of(table) * 2);
     }
     // Without memory a table fills up further; one slot stays free, so that every search ends.
-    if (table->hashes != nullptr && table->used + 1 < slots_of(table)) {
-        put(table, hash, record);
+    if (table->used + 1 < slots_of(table)) {
+        put(table, {tag, record});
         table->used++;
     }
 }
 
-void atc_recall_remove(atc_recall_table_t *table, uint32_t hash, const void *record) {
-    if (table->hashes == nullptr) {
+void atc_recall_remove(atc_recall_table_t *table, uint64_t tag, const void *record) {
+    if (table->slots == nullptr) {
         return;
     }
-    const uint32_t mask = slots_of(table) - 1;
-    for (uint32_t slot = hash >> (32 - table->bits); table->hashes[slot] != 0; slot = (slot + 1) & mask) {
-        if (table->records[slot] == record) {
-            close_gap(table, slot);
+    for (uint64_t at = tag >> table->shift; table->slots[at].tag != 0; at = (at + 1) & table->mask) {
+        if (table->slots[at].record == record) {
+            close_gap(table, at);
             table->used--;
             break;
         }
     }
     if (table->used == 0) {
-        atc_free(table->hashes);
+        atc_free(table->slots);
         *table = {};
-    } else if (table->bits > MIN_BITS && table->used < slots_of(table) / 8) {
-        resize(table, table->bits - 1);
+    } else if (slots_of(table) > MIN_SLOTS && table->used < slots_of(table) / 8) {
+        resize(table, slots_of(table) / 2);
     }
 }
 
 namespace {
 
 uint32_t slots_of(const atc_recall_table_t *table) {
-    return 1u << table->bits;
+    return table->slots == nullptr ? 0 : table->mask + 1;
 }
 
-// At most three quarters of the slots are taken.
+// At most five eighths of the slots are taken: a search looks into one or two of them.
 bool has_room(const atc_recall_table_t *table, uint32_t records) {
-    return table->hashes != nullptr && records <= slots_of(table) / 4 * 3;
+    return records <= slots_of(table) / 8 * 5;
 }
 
-// Moves everything into a table of 1 << bits slots. Without memory for one the table stays as it is.
-bool resize(atc_recall_table_t *table, uint32_t bits) {
-    if (bits > MAX_BITS) {
-        return false;
+// Moves everything into a table of 'slots' slots, a power of two. Without memory for one the table stays as it is.
+void resize(atc_recall_table_t *table, uint32_t slots) {
+    if (slots > MAX_SLOTS) {
+        return;
     }
-    const uint32_t slots = 1u << bits;
-    auto *hashes = static_cast<uint32_t *>(atc_calloc(slots * SLOT_SIZE));
-    if (hashes == nullptr) {
-        return false;
+    auto *room = static_cast<atc_recall_slot_t *>(atc_calloc(slots * static_cast<uint32_t>(sizeof(atc_recall_slot_t))));
+    if (room == nullptr) {
+        return;
     }
     const atc_recall_table_t old = *table;
-    table->hashes = hashes;
-    table->records = reinterpret_cast<void **>(hashes + slots);
-    table->bits = bits;
-    for (uint32_t slot = 0; old.hashes != nullptr && slot < slots_of(&old); slot++) {
-        if (old.hashes[slot] != 0) {
-            put(table, old.hashes[slot], old.records[slot]);
+    table->slots = room;
+    table->mask = slots - 1;
+    table->shift = TAG_BITS - static_cast<uint32_t>(__builtin_ctz(slots));
+    for (uint32_t at = 0; at < slots_of(&old); at++) {
+        if (old.slots[at].tag != 0) {
+            put(table, old.slots[at]);
         }
     }
-    if (old.hashes != nullptr) {
-        atc_free(old.hashes);
+    if (old.slots != nullptr) {
+        atc_free(old.slots);
     }
-    return true;
 }
 
-void put(atc_recall_table_t *table, uint32_t hash, void *record) {
-    const uint32_t mask = slots_of(table) - 1;
-    uint32_t slot = hash >> (32 - table->bits);
-    while (table->hashes[slot] != 0) {
-        slot = (slot + 1) & mask;
+void put(atc_recall_table_t *table, const atc_recall_slot_t &slot) {
+    uint64_t at = slot.tag >> table->shift;
+    while (table->slots[at].tag != 0) {
+        at = (at + 1) & table->mask;
     }
-    table->hashes[slot] = hash;
-    table->records[slot] = record;
+    table->slots[at] = slot;
 }
 
 // Frees a slot and moves back what was pushed behind it, up to the next free slot.
-void close_gap(atc_recall_table_t *table, uint32_t gap) {
-    const uint32_t mask = slots_of(table) - 1;
-    for (uint32_t slot = (gap + 1) & mask; table->hashes[slot] != 0; slot = (slot + 1) & mask) {
-        const uint32_t wanted = table->hashes[slot] >> (32 - table->bits);
+void close_gap(atc_recall_table_t *table, uint64_t gap) {
+    const uint64_t mask = table->mask;
+    for (uint64_t at = (gap + 1) & mask; table->slots[at].tag != 0; at = (at + 1) & mask) {
+        const uint64_t wanted = table->slots[at].tag >> table->shift;
         // The record may move to the gap unless that is before the slot that it asks for.
-        if (((slot - wanted) & mask) >= ((slot - gap) & mask)) {
-            table->hashes[gap] = table->hashes[slot];
-            table->records[gap] = table->records[slot];
-            gap = slot;
+        if (((at - wanted) & mask) >= ((at - gap) & mask)) {
+            table->slots[gap] = table->slots[at];
+            gap = at;
         }
     }
-    table->hashes[gap] = 0;
+    table->slots[gap].tag = 0;
 }
 
 }  // namespace

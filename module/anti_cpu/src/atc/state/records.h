@@ -18,28 +18,30 @@ constexpr uint32_t ATC_TRUNK_MEMBERS = 8;      // members that a trunk can have
 
 // The statistics block: what is counted about one entry or source.
 struct atc_stat_t {
-    // What a packet touches, and a period end that has nothing to say, together in one or two lines of cache.
+    // What a packet touches: 16 bytes, which lie in one line of cache.
     uint32_t count;         // packets since creation or the last clear; wraps
     uint32_t fp_last;       // count when the last fast period was closed
     uint32_t fp_threshold;  // packets allowed per fast period; this and the following in flows and sources only
-    uint16_t fp_alarm;      // 1 = over the fast limit
-    uint16_t lp_alarm;      // 1 = over the long limit
-    uint16_t sw_deny_on;    // 1 = its packets are dropped in software
-    uint16_t cap_on;        // 1 = the automatic capture records
+    uint8_t fp_alarm;       // 1 = over the fast limit
+    uint8_t lp_alarm;       // 1 = over the long limit
+    uint8_t sw_deny_on;     // 1 = its packets are dropped in software
+    uint8_t cap_on;         // 1 = the automatic capture records
+
+    // What else a period end without news reads.
     uint32_t hw_deny_on;    // 1 = a rule in the switching chip denies it
     uint32_t lp_last;       // count when the last long period was closed
     uint32_t lp_threshold;  // packets allowed per long period
 
     // Fast periods.
-    uint16_t fp_head;                  // slot of the oldest period
-    uint16_t fp_cur;                   // slot of the newest period
+    uint8_t fp_head;  // slot of the oldest period
+    uint8_t fp_cur;   // slot of the newest period
+    uint8_t lp_head;  // the same two of the long periods; here, so that the block has no gaps
+    uint8_t lp_cur;
     uint32_t fp_peak;                  // greatest packets per period
     uint32_t fp_ring[ATC_RING_SLOTS];  // packets per closed period
     char fp_peak_time[ATC_NAME_SIZE];  // when the peak was recorded
 
     // Long periods, member by member the same.
-    uint16_t lp_head;
-    uint16_t lp_cur;
     uint32_t lp_peak;
     uint32_t lp_ring[ATC_RING_SLOTS];
     char lp_peak_time[ATC_NAME_SIZE];
@@ -57,11 +59,13 @@ struct atc_entry_key_t {
     uint16_t protocol;  // class 0..58
 };
 
+static_assert(offsetof(atc_stat_t, hw_deny_on) == 16);
+
 // One entry: a flow in entry_tree, or the sum of a port, VLAN or protocol in its index (the members that are not part
 // of that key are then 0).
 struct atc_entry_t : atc_entry_key_t {
+    atc_stat_t stat;          // beside the key: a packet touches both
     atc_avl_tree_t src_tree;  // the sources; initialised in flows only
-    atc_stat_t stat;
 };
 
 // The head of a source, and the value to search one by.
