@@ -18,7 +18,8 @@ constexpr uint32_t kPackets = 16'384;  // of an input that is shorter; others ar
 constexpr char kUsage[] =
     "bench_instructions INPUT path|floor|lock\n"
     "\n"
-    "Warms INPUT (one-flow, mix, sources, new-flow, million) up, sends its packets once through the module's packet "
+    "Warms INPUT (one-flow, mix, half-mix, sources, new-flow, million) up, sends its packets once through the module's "
+    "packet "
     "path\n"
     "or through the floor or the mutex alone, and prints how many there were. Meant to run under callgrind: see "
     "bench/instructions.sh.\n";

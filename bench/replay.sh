@@ -56,7 +56,7 @@ smallest() { awk -v c="$2" 'NR == 1 || $c < min { min = $c } END { print min }' 
 
 measure() {
     local input run
-    for input in one-flow mix sources; do
+    for input in one-flow mix half-mix sources; do
         "$build/bench_capture" "$input" "$packets" "$work/$input.pcap"
         for ((run = 0; run < runs; run++)); do
             timed "$work/$input.replay" "$build/anti-cpu" replay --quiet "$work/$input.pcap"

@@ -84,12 +84,17 @@ Workload one_flow() {
     return workload;
 }
 
-Workload mix() {
+Workload mix(Mix which) {
     constexpr uint32_t kVlans = 200;
     Workload workload;
     workload.limit = kNoLimit;
     std::mt19937 random(1);
-    std::vector<uint32_t> order = numbers(kVlans * ATC_PROTOCOL_COUNT);
+    std::vector<uint32_t> order;
+    for (uint32_t key = 0; key < kVlans * ATC_PROTOCOL_COUNT; ++key) {
+        if (which == Mix::kFull || (key / ATC_PROTOCOL_COUNT + key % ATC_PROTOCOL_COUNT) % 2 == 0) {
+            order.push_back(key);
+        }
+    }
     std::vector<Key> keys;
     for (int pass = 0; pass < 4; ++pass) {
         shuffle(&order, &random);
@@ -98,7 +103,7 @@ Workload mix() {
             keys.push_back({1 + vlan % kPorts, vlan, static_cast<uint16_t>(1 + key % ATC_PROTOCOL_COUNT)});
         }
     }
-    workload.records = int64_t{kVlans} * ATC_PROTOCOL_COUNT + add_keys(&workload, keys);
+    workload.records = static_cast<int64_t>(order.size()) + add_keys(&workload, keys);
     return workload;
 }
 
@@ -162,7 +167,10 @@ Workload packet_workload(std::string_view name) {
         return one_flow();
     }
     if (name == "mix") {
-        return mix();
+        return mix(Mix::kFull);
+    }
+    if (name == "half-mix") {
+        return mix(Mix::kHalf);
     }
     if (name == "sources") {
         return sources(kSources);
