@@ -1,6 +1,7 @@
 #include "atc/rule_match.h"
 
 #include <arpa/inet.h>
+#include <string.h>
 
 #include "atc/state/context.h"
 
@@ -9,7 +10,8 @@ namespace {
 constexpr uint32_t BITS_MAX = 128;  // of the longest address
 
 bool any_rule_matches(uint32_t action, const atc_pkt_info_t *pkt) ATC_REQUIRES(g_atc_lock);
-bool prefix_matches(const uint8_t *rule, const uint8_t *pkt, uint32_t size, uint32_t bits);
+template <uint32_t size>
+bool prefix_matches(const uint8_t (&rule)[size], const uint8_t *pkt, uint32_t bits);
 bool ipv4_matches(uint32_t rule, uint32_t pkt, uint32_t bits);
 uint8_t partial_mask(uint32_t bits);
 
@@ -29,12 +31,12 @@ bool atc_rule_match(const atc_filter_rule_t *rule, const atc_pkt_info_t *pkt) {
     return value_matches(rule->direction, pkt->direction) && value_matches(rule->vlan, pkt->vlan) &&
            value_matches(rule->port, pkt->port) && value_matches(rule->protocol, pkt->protocol) &&
            value_matches(rule->eth_type, pkt->eth_type) && value_matches(rule->aux_match, pkt->aux_match) &&
-           prefix_matches(rule->src_mac, pkt->src_mac, sizeof(rule->src_mac), rule->src_mac_masklen) &&
-           prefix_matches(rule->dst_mac, pkt->dst_mac, sizeof(rule->dst_mac), rule->dst_mac_masklen) &&
+           prefix_matches(rule->src_mac, pkt->src_mac, rule->src_mac_masklen) &&
+           prefix_matches(rule->dst_mac, pkt->dst_mac, rule->dst_mac_masklen) &&
            ipv4_matches(rule->src_ipv4, pkt->src_ipv4, rule->src_ipv4_masklen) &&
            ipv4_matches(rule->dst_ipv4, pkt->dst_ipv4, rule->dst_ipv4_masklen) &&
-           prefix_matches(rule->src_ipv6, pkt->src_ipv6, sizeof(rule->src_ipv6), rule->src_ipv6_masklen) &&
-           prefix_matches(rule->dst_ipv6, pkt->dst_ipv6, sizeof(rule->dst_ipv6), rule->dst_ipv6_masklen) &&
+           prefix_matches(rule->src_ipv6, pkt->src_ipv6, rule->src_ipv6_masklen) &&
+           prefix_matches(rule->dst_ipv6, pkt->dst_ipv6, rule->dst_ipv6_masklen) &&
            value_matches(rule->dst_port, pkt->dst_port) && value_matches(rule->src_port, pkt->src_port);
 }
 
@@ -101,12 +103,10 @@ bool any_rule_matches(uint32_t action, const atc_pkt_info_t *pkt) {
 
 // An address of all zero bytes matches any, whatever its mask; a mask of 0 bits asks for the whole address; one that is
 // longer than the address matches nothing.
-bool prefix_matches(const uint8_t *rule, const uint8_t *pkt, uint32_t size, uint32_t bits) {
-    uint8_t any = 0;
-    for (uint32_t i = 0; i < size; i++) {
-        any |= rule[i];
-    }
-    if (any == 0) {
+template <uint32_t size>
+bool prefix_matches(const uint8_t (&rule)[size], const uint8_t *pkt, uint32_t bits) {
+    static constexpr uint8_t any[size] = {};
+    if (memcmp(rule, any, size) == 0) {
         return true;
     }
     if (bits > size * 8) {
@@ -119,10 +119,10 @@ bool ipv4_matches(uint32_t rule, uint32_t pkt, uint32_t bits) {
     if (rule == 0) {
         return true;
     }
-    const uint32_t rule_bytes = htonl(rule);
-    const uint32_t pkt_bytes = htonl(pkt);
-    return prefix_matches(reinterpret_cast<const uint8_t *>(&rule_bytes), reinterpret_cast<const uint8_t *>(&pkt_bytes),
-                          sizeof(rule_bytes), bits);
+    const uint32_t numbers[] = {htonl(rule), htonl(pkt)};
+    uint8_t bytes[2][sizeof(uint32_t)];
+    memcpy(bytes, numbers, sizeof(bytes));
+    return prefix_matches(bytes[0], bytes[1], bits);
 }
 
 // The mask of the bits that are left over behind the whole bytes: 0x00, 0x80, 0xC0 ... 0xFE.
