@@ -1,5 +1,6 @@
 // state_check.cpp: whether trees, timers and the module's whole state are consistent; see fixture.h.
 #include <algorithm>
+#include <array>
 #include <set>
 #include <sstream>
 
@@ -58,6 +59,7 @@ public:
             return out_.str();
         }
         blocks();
+        remembered();
         deny_records();
         cfg_filters();
         chip();
@@ -93,19 +95,55 @@ private:
         block(global_.tx_stat);
         for (atc_avl_tree_t *index :
              {&global_.port_tree, &global_.vlan_tree, &global_.rx_protocol_tree, &global_.tx_protocol_tree}) {
-            atc_tree_each<atc_entry_t>(index, [&](atc_entry_t *entry) { block(entry->stat); });
+            atc_tree_each<atc_entry_t>(index, [&](atc_entry_t *entry) {
+                sums_.insert(entry);
+                block(entry->stat);
+            });
         }
         atc_tree_each<atc_entry_t>(&global_.entry_tree, [&](atc_entry_t *entry) {
+            flows_.insert(entry);
             block(entry->stat);
             check(entry->direction == ATC_DIRECTION_RX, "a flow that was not received");
             tree(entry->src_tree);
             check(atc_avl_numnodes(&entry->src_tree) <= ATC_SOURCES_PER_FLOW, "too many sources in a flow");
             atc_tree_each<atc_src_entry_t>(&entry->src_tree, [&](atc_src_entry_t *src) {
+                sources_.insert(src);
                 block(src->stat);
                 check(src->entry == entry, "a source of another flow");
             });
         });
         check(buffers_ == global_.protocol_cap_cnt, "protocol_cap_cnt is not the number of capture buffers");
+    }
+
+    // Nothing is remembered that an index does not hold, wherever it is remembered.
+    void remembered() {
+        const atc_recall_t &recall = global_.recall;
+        const auto table = [&](const atc_recall_table_t &slots, const std::set<const void *> &linked) {
+            uint32_t used = 0;
+            for (uint32_t at = 0; slots.slots != nullptr && at <= slots.mask; at++) {
+                used += slots.slots[at].tag != 0 ? 1 : 0;
+                check(slots.slots[at].tag == 0 || linked.contains(slots.slots[at].record), "a record is gone");
+            }
+            check(used == slots.used && used <= linked.size(), "the records remembered are counted wrong");
+        };
+        table(recall.flows, flows_);
+        table(recall.sources, sources_);
+        check(recall.linked_sources == sources_.size(), "linked_sources is not the number of sources");
+        const auto sums = [&](const auto &entries) {
+            for (const atc_entry_t *entry : entries) {
+                check(entry == nullptr || sums_.contains(entry), "a sum is gone");
+            }
+        };
+        sums(recall.ports);
+        sums(recall.vlans);
+        sums(recall.rx_protocols);
+        sums(recall.tx_protocols);
+        const atc_flood_t &flood = recall.flood;
+        check(flood.key == 0 || flows_.contains(flood.flow), "the flood's flow is gone");
+        check(flood.src == nullptr || sources_.contains(flood.src), "the flood's source is gone");
+        if (flood.key != 0) {
+            sums(std::array{flood.vlan, flood.port, flood.protocol});
+        }
     }
 
     // The links of a list; visit(link) for each.
@@ -186,6 +224,9 @@ private:
 
     atc_global_t &global_;
     std::ostringstream out_;
+    std::set<const void *> flows_;
+    std::set<const void *> sources_;
+    std::set<const void *> sums_;
     uint32_t buffers_ = 0;
     uint32_t deny_records_ = 0;
     uint32_t cfg_filters_ = 0;

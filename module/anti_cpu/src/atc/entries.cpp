@@ -27,7 +27,7 @@ uint64_t mac_word(const uint8_t *mac);
 uint64_t ipv4_word(uint32_t ipv4);
 address_t address_of(const void *bytes);
 address_t source_address(const atc_pkt_info_t *info);
-atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) ATC_REQUIRES(g_atc_lock);
+atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t &key, bool is_new) ATC_REQUIRES(g_atc_lock);
 [[gnu::noinline, gnu::cold]] atc_entry_t *obtain_vlan(uint16_t vlan) ATC_REQUIRES(g_atc_lock);
 [[gnu::noinline, gnu::cold]] atc_entry_t *obtain_port(uint32_t port) ATC_REQUIRES(g_atc_lock);
 [[gnu::noinline, gnu::cold]] atc_entry_t *obtain_protocol(uint32_t direction, uint16_t protocol)
@@ -37,10 +37,7 @@ atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) ATC_REQUIR
 [[gnu::noinline, gnu::cold]] atc_src_entry_t *obtain_source(atc_entry_t *flow, uint32_t src_type,
                                                             const address_t *address, uint64_t tag, bool *is_full)
     ATC_REQUIRES(g_atc_lock);
-atc_entry_t *create_entry(atc_avl_tree_t *tree, const atc_entry_key_t *key, atc_avl_where_t where)
-    ATC_REQUIRES(g_atc_lock);
-atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t *key, atc_avl_where_t where)
-    ATC_REQUIRES(g_atc_lock);
+atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t &key) ATC_REQUIRES(g_atc_lock);
 uint64_t flow_tag(uint32_t port, uint16_t vlan, uint16_t protocol) ATC_REQUIRES(g_atc_lock);
 uint64_t source_tag(const atc_entry_t *flow, uint32_t src_type, const address_t *address) ATC_REQUIRES(g_atc_lock);
 void forget_aggregate(const atc_avl_tree_t *tree, const atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
@@ -166,6 +163,7 @@ void atc_src_entry_discard(atc_src_entry_t *src) {
     g_atc_global.recall.flood = {};
     atc_recall_remove(&g_atc_global.recall.sources, source_tag(src->entry, src->src_type, &address), src);
     atc_avl_remove(&src->entry->src_tree, src);
+    g_atc_global.recall.linked_sources--;
     atc_capture_auto_release(&src->stat);
     atc_free(src);
 }
@@ -251,38 +249,46 @@ address_t source_address(const atc_pkt_info_t *info) {
     }
 }
 
-// Finds or creates an entry in its index.
-atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t *key) {
-    atc_avl_where_t where;
-    void *found = atc_avl_find(tree, key, &where);
-    return found != nullptr ? static_cast<atc_entry_t *>(found) : create_entry(tree, key, where);
+// Finds or creates an entry in its index; all zero but for its head when it is new. An entry that is known not to be
+// there gets its memory before its place is looked for: what a flood of new keys is refused should cost little.
+atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t &key, bool is_new) {
+    void *found = is_new ? nullptr : atc_avl_find(tree, &key, nullptr);
+    auto *entry = static_cast<atc_entry_t *>(found != nullptr ? found : atc_calloc(sizeof(atc_entry_t)));
+    if (found == nullptr && entry != nullptr) {
+        static_cast<atc_entry_key_t &>(*entry) = key;
+        atc_avl_add(tree, entry);
+    }
+    return entry;
 }
 
-// The same for entries that have a place of their own to be remembered in.
+// The same for entries that have a place of their own to be remembered in: one that is not remembered is not there.
 atc_entry_t *obtain_vlan(uint16_t vlan) {
-    const atc_entry_key_t key = {{}, ATC_DIRECTION_RX, 0, vlan, 0};
-    return g_atc_global.recall.vlans[vlan % ATC_VLANS] = obtain(&g_atc_global.vlan_tree, &key);
+    atc_entry_t **remembered = &g_atc_global.recall.vlans[vlan % ATC_VLANS];
+    return *remembered = obtain(&g_atc_global.vlan_tree, {{}, ATC_DIRECTION_RX, 0, vlan, 0}, true);
 }
 
 atc_entry_t *obtain_port(uint32_t port) {
-    const atc_entry_key_t key = {{}, ATC_DIRECTION_RX, port, 0, 0};
-    atc_entry_t *entry = obtain(&g_atc_global.port_tree, &key);
-    if (port < ATC_RECALL_PORTS) {
+    const bool has_place = port < ATC_RECALL_PORTS;
+    atc_entry_t *entry = obtain(&g_atc_global.port_tree, {{}, ATC_DIRECTION_RX, port, 0, 0}, has_place);
+    if (has_place) {
         g_atc_global.recall.ports[port] = entry;
     }
     return entry;
 }
 
 atc_entry_t *obtain_protocol(uint32_t direction, uint16_t protocol) {
-    const atc_entry_key_t key = {{}, direction, 0, 0, protocol};
     const bool received = direction == ATC_DIRECTION_RX;
-    atc_entry_t *entry = obtain(received ? &g_atc_global.rx_protocol_tree : &g_atc_global.tx_protocol_tree, &key);
-    return (received ? g_atc_global.recall.rx_protocols : g_atc_global.recall.tx_protocols)[protocol] = entry;
+    atc_recall_t *recall = &g_atc_global.recall;
+    atc_entry_t **remembered = &(received ? recall->rx_protocols : recall->tx_protocols)[protocol];
+    atc_avl_tree_t *tree = received ? &g_atc_global.rx_protocol_tree : &g_atc_global.tx_protocol_tree;
+    return *remembered = obtain(tree, {{}, direction, 0, 0, protocol}, true);
 }
 
 // Finds a flow that is not remembered in its index, or creates it.
 atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint64_t tag) {
-    atc_entry_t *flow = obtain(&g_atc_global.entry_tree, &key);
+    atc_avl_tree_t *tree = &g_atc_global.entry_tree;
+    atc_recall_table_t *remembered = &g_atc_global.recall.flows;
+    atc_entry_t *flow = obtain(tree, key, atc_recall_is_complete(remembered, atc_avl_numnodes(tree)));
     if (flow == nullptr) {
         return nullptr;
     }
@@ -291,48 +297,42 @@ atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint64_t tag) {
         flow->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.lp_limit[key.protocol]);
         atc_avl_create(&flow->src_tree, atc_src_tree_compare, sizeof(atc_src_entry_t), 0);
     }
-    atc_recall_add(&g_atc_global.recall.flows, tag, flow);
+    atc_recall_add(remembered, tag, flow);
     return flow;
 }
 
-// The same for a source.
+// The same for a source. A flow that is full costs a new sender no walk either.
 atc_src_entry_t *obtain_source(atc_entry_t *flow, uint32_t src_type, const address_t *address, uint64_t tag,
                                bool *is_full) {
+    atc_recall_t *recall = &g_atc_global.recall;
     atc_src_key_t key = {};
     key.src_type = src_type;
     memcpy(key.src_addr, address, sizeof(key.src_addr));
-    atc_avl_where_t where;
-    auto *src = static_cast<atc_src_entry_t *>(atc_avl_find(&flow->src_tree, &key, &where));
+    atc_src_entry_t *src = nullptr;
+    if (!atc_recall_is_complete(&recall->sources, recall->linked_sources)) {
+        src = static_cast<atc_src_entry_t *>(atc_avl_find(&flow->src_tree, &key, nullptr));
+    }
     if (src == nullptr) {
         *is_full = atc_avl_numnodes(&flow->src_tree) >= ATC_SOURCES_PER_FLOW;
-        src = *is_full ? nullptr : create_source(flow, &key, where);
+        src = *is_full ? nullptr : create_source(flow, key);
     }
     if (src != nullptr) {
-        atc_recall_add(&g_atc_global.recall.sources, tag, src);
+        atc_recall_add(&recall->sources, tag, src);
     }
     return src;
 }
 
-// Creates the entry of 'key', which must not exist, all zero but for its head. Returns null when there is no memory.
-atc_entry_t *create_entry(atc_avl_tree_t *tree, const atc_entry_key_t *key, atc_avl_where_t where) {
-    auto *entry = static_cast<atc_entry_t *>(atc_calloc(sizeof(atc_entry_t)));
-    if (entry != nullptr) {
-        static_cast<atc_entry_key_t &>(*entry) = *key;
-        atc_avl_insert(tree, entry, where);
-    }
-    return entry;
-}
-
-// The same for a source of 'flow'.
-atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t *key, atc_avl_where_t where) {
+// Creates the source of 'key', which must not exist. Returns null when there is no memory.
+atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t &key) {
     auto *src = static_cast<atc_src_entry_t *>(atc_calloc(sizeof(atc_src_entry_t)));
     if (src != nullptr) {
         const uint16_t protocol = flow->protocol;
-        static_cast<atc_src_key_t &>(*src) = *key;
+        static_cast<atc_src_key_t &>(*src) = key;
         src->entry = flow;
         src->stat.fp_threshold = atc_threshold(g_atc_global.fast_period_time, g_atc_global.src_fp_limit[protocol]);
         src->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.src_lp_limit[protocol]);
-        atc_avl_insert(&flow->src_tree, src, where);
+        atc_avl_add(&flow->src_tree, src);
+        g_atc_global.recall.linked_sources++;
     }
     return src;
 }

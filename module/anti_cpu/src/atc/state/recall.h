@@ -44,6 +44,7 @@ struct atc_recall_t {
     uint64_t secret;  // odd; keeps senders from choosing keys that collide
     atc_recall_table_t flows;
     atc_recall_table_t sources;
+    uint32_t linked_sources;               // of all flows
     atc_entry_t *ports[ATC_RECALL_PORTS];  // by number; null = not remembered
     atc_entry_t *vlans[ATC_VLANS];
     atc_entry_t *rx_protocols[ATC_PROTOCOL_COUNT + 1];
