@@ -36,14 +36,15 @@ using atc_avl_where_t = uintptr_t;
 void atc_avl_create(atc_avl_tree_t *tree, atc_avl_compare_t compare, uint32_t size, uint32_t offset);
 void atc_avl_destroy(atc_avl_tree_t *tree);  // does nothing: the caller empties the tree first
 
+// What finds and adds is hot although those who call it are out of the way of known keys: a flood of new ones is not.
 // Returns the record that compares equal to 'value', or null with '*where' (when given) set for atc_avl_insert.
-void *atc_avl_find(const atc_avl_tree_t *tree, const void *value, atc_avl_where_t *where);
+[[gnu::hot]] void *atc_avl_find(const atc_avl_tree_t *tree, const void *value, atc_avl_where_t *where);
 
-void atc_avl_insert(atc_avl_tree_t *tree, void *record, atc_avl_where_t where);
+[[gnu::hot]] void atc_avl_insert(atc_avl_tree_t *tree, void *record, atc_avl_where_t where);
 // Inserts right before (direction 0) or right after (1) the record 'here', without calling compare.
 void atc_avl_insert_here(atc_avl_tree_t *tree, void *record, void *here, int direction);
 // Find and insert; a record equal to one in the tree is not linked.
-void atc_avl_add(atc_avl_tree_t *tree, void *record);
+[[gnu::hot]] void atc_avl_add(atc_avl_tree_t *tree, void *record);
 void atc_avl_remove(atc_avl_tree_t *tree, void *record);
 
 void *atc_avl_first(const atc_avl_tree_t *tree);

@@ -61,7 +61,7 @@ inline uint64_t atc_flow_key(uint32_t port, uint16_t vlan, uint16_t protocol) {
 void atc_recall_init(atc_recall_t *recall);
 
 // Remember a record under its tag, which is not 0, and forget it again.
-void atc_recall_add(atc_recall_table_t *table, uint64_t tag, void *record);
+[[gnu::hot]] void atc_recall_add(atc_recall_table_t *table, uint64_t tag, void *record);
 void atc_recall_remove(atc_recall_table_t *table, uint64_t tag, const void *record);
 
 // True when the table holds every record of an index of 'records' records.
