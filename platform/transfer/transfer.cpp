@@ -6,8 +6,6 @@
 // password is in a URL or in a message. Lock: one mutex around the options.
 #include "transfer/transfer.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -19,10 +17,12 @@
 #include "anti_cpu/platform.h"
 #include "clock/clock.h"
 #include "services/log.h"
+#include "transfer/curl_library.h"
 #include "transfer/server_address.h"
 
 namespace {
 
+using card::CurlLibrary;
 using card::TransferOptions;
 
 struct Protocol {
@@ -52,14 +52,24 @@ struct Options {
     TransferOptions values;
 };
 
-using Handle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
+// One transfer of libcurl's.
+struct Transfer {
+    const CurlLibrary &library;
+    CURL *handle;
+
+    template <typename Value>
+    bool set(CURLoption option, Value value) const {
+        return library.easy_setopt(handle, option, value) == CURLE_OK;
+    }
+};
 
 Options &the_options();
 std::string upload(Upload *upload);
-std::string reason_of(CURL *curl, CURLcode result, std::string_view detail);
-std::string url_of(CURL *curl, const Upload &upload);
-bool describe(CURL *curl, const std::string &url, Upload *upload, const TransferOptions &options);
-bool describe_trust(CURL *curl, uint32_t ftp_type, const TransferOptions &options);
+std::string perform(const Transfer &curl, Upload *upload);
+std::string reason_of(const Transfer &curl, CURLcode result, std::string_view detail);
+std::string url_of(const Transfer &curl, const Upload &upload);
+bool describe(const Transfer &curl, const std::string &url, Upload *upload, const TransferOptions &options);
+bool describe_trust(const Transfer &curl, uint32_t ftp_type, const TransferOptions &options);
 size_t read_data(char *buffer, size_t size, size_t count, void *upload);
 
 }  // namespace
@@ -92,18 +102,22 @@ namespace {
 
 // Returns why it failed; nothing when the file has arrived.
 std::string upload(Upload *upload) {
-    static const CURLcode started = curl_global_init(CURL_GLOBAL_DEFAULT);
     if (upload->ftp_type >= kProtocols.size()) {
         return "unknown transfer type " + std::to_string(upload->ftp_type) + " (0 FTP, 1 TFTP, 2 SFTP, 3 FTPS)";
     }
     if (*upload->file_name == '\0') {
         return "no file name";
     }
-    const Handle curl(started == CURLE_OK ? curl_easy_init() : nullptr, curl_easy_cleanup);
-    if (curl == nullptr) {
-        return "libcurl does not start";
+    const CurlLibrary *library = card::curl_library();
+    if (library == nullptr) {
+        return "libcurl is not installed, or does not start";
     }
-    const std::string url = url_of(curl.get(), *upload);
+    const std::unique_ptr<CURL, decltype(library->easy_cleanup)> handle(library->easy_init(), library->easy_cleanup);
+    return handle != nullptr ? perform({*library, handle.get()}, upload) : "libcurl has no memory";
+}
+
+std::string perform(const Transfer &curl, Upload *upload) {
+    const std::string url = url_of(curl, *upload);
     if (url.empty()) {
         return "not a server address";
     }
@@ -113,32 +127,32 @@ std::string upload(Upload *upload) {
         options = the_options().values;
     }
     char reason[CURL_ERROR_SIZE] = "";
-    curl_easy_setopt(curl.get(), CURLOPT_ERRORBUFFER, reason);
-    if (!describe(curl.get(), url, upload, options)) {
+    if (!curl.set(CURLOPT_ERRORBUFFER, reason) || !describe(curl, url, upload, options)) {
         return "libcurl lacks an option that this transfer needs";
     }
-    const CURLcode result = curl_easy_perform(curl.get());
+    const CURLcode result = curl.library.easy_perform(curl.handle);
     // Of a TFTP transfer libcurl's only detail is that a datagram socket has no peer.
-    return result == CURLE_OK ? "" : reason_of(curl.get(), result, upload->ftp_type == kTftp ? "" : reason);
+    return result == CURLE_OK ? "" : reason_of(curl, result, upload->ftp_type == kTftp ? "" : reason);
 }
 
 // Kind and detail, since the detail alone may be of an attempt on the way; and an FTP server's refusal by its number,
 // since libcurl calls a 421 ("service not available", RFC 959) a time-out.
-std::string reason_of(CURL *curl, CURLcode result, std::string_view detail) {
+std::string reason_of(const Transfer &curl, CURLcode result, std::string_view detail) {
     constexpr long first_refusal = 400;
-    std::string reason = curl_easy_strerror(result);
+    std::string reason = curl.library.easy_strerror(result);
     if (!detail.empty() && detail != reason) {
         reason.append(": ").append(detail);
     }
     long answer = 0;
-    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &answer);
+    curl.library.easy_getinfo(curl.handle, CURLINFO_RESPONSE_CODE, &answer);
     return answer < first_refusal ? reason : reason + " (the server answered " + std::to_string(answer) + ")";
 }
 
 // Empty when the server text is none.
-std::string url_of(CURL *curl, const Upload &upload) {
+std::string url_of(const Transfer &curl, const Upload &upload) {
     const auto authority = card::url_authority(upload.server);
-    const std::unique_ptr<char, decltype(&curl_free)> name(curl_easy_escape(curl, upload.file_name, 0), curl_free);
+    const std::unique_ptr<char, decltype(curl.library.free)> name(
+        curl.library.easy_escape(curl.handle, upload.file_name, 0), curl.library.free);
     if (!authority || name == nullptr) {
         return "";
     }
@@ -146,11 +160,9 @@ std::string url_of(CURL *curl, const Upload &upload) {
     return std::string(protocol.scheme) + "://" + *authority + protocol.folder + name.get();
 }
 
-bool describe(CURL *curl, const std::string &url, Upload *upload, const TransferOptions &options) {
+bool describe(const Transfer &curl, const std::string &url, Upload *upload, const TransferOptions &options) {
     bool ok = true;
-    const auto set = [curl, &ok](CURLoption option, auto value) {
-        ok = curl_easy_setopt(curl, option, value) == CURLE_OK && ok;
-    };
+    const auto set = [&curl, &ok](CURLoption option, auto value) { ok = curl.set(option, value) && ok; };
     set(CURLOPT_URL, url.c_str());
     set(CURLOPT_PROTOCOLS_STR, "ftp,tftp,sftp");
     set(CURLOPT_PROXY, "");  // whatever the environment says
@@ -172,11 +184,9 @@ bool describe(CURL *curl, const std::string &url, Upload *upload, const Transfer
     return describe_trust(curl, upload->ftp_type, options) && ok;
 }
 
-bool describe_trust(CURL *curl, uint32_t ftp_type, const TransferOptions &options) {
+bool describe_trust(const Transfer &curl, uint32_t ftp_type, const TransferOptions &options) {
     bool ok = true;
-    const auto set = [curl, &ok](CURLoption option, auto value) {
-        ok = curl_easy_setopt(curl, option, value) == CURLE_OK && ok;
-    };
+    const auto set = [&curl, &ok](CURLoption option, auto value) { ok = curl.set(option, value) && ok; };
     if (ftp_type == kFtps) {
         set(CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
         set(CURLOPT_FTPSSLAUTH, static_cast<long>(CURLFTPAUTH_TLS));

@@ -2,9 +2,11 @@
 """Uploads by the card to servers that misbehave: each ends, as a failure, with a reason. Usage:
 bad_server_test.py BadServers UPLOAD_FILE"""
 import contextlib
+import os
 import socket
 import struct
 import threading
+import unittest.mock
 
 import support
 from support import CAPTURE, FTP, FTPS, SFTP, TFTP
@@ -79,6 +81,11 @@ class BadServers(support.Upload):
         self.assert_fails("", CAPTURE, *LIMITS, port=server.port, type_=FTPS)
         self.assertIn(b"AUTH", server.heard)
         self.assertFalse({b"USER", b"PASS"} & set(server.heard))
+
+    def test_without_the_library(self):
+        (self.work / "libcurl.so.4").touch()
+        with unittest.mock.patch.dict(os.environ, LD_LIBRARY_PATH=str(self.work)):
+            self.assert_fails("libcurl is not installed", CAPTURE, port=9)
 
 
 if __name__ == "__main__":
