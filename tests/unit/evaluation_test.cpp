@@ -8,6 +8,7 @@
 #include <random>
 
 #include "atc/accounting.h"
+#include "atc/text.h"
 #include "fixture.h"
 #include "frames.h"
 
@@ -58,6 +59,47 @@ TEST_F(EvaluationTest, AFloodIsReportedOnceHoweverLongItLasts) {
                      "anti-cpu rx port 3 vlan 100 protocol lldp restore fast period limit,receive/limit:1/12(pps)",
                      "anti-cpu rx port 3 vlan 100 protocol lldp src mac 00:11:22:33:44:55 restore fast period "
                      "limit,receive/limit:1/12(pps)"}));
+}
+
+// However many have something to say, they say it in the order of the indexes; and each block is closed once.
+TEST_F(EvaluationTest, AlarmsComeInOrderFromFewAndFromMany) {
+    atc_api_set_fast_period_time(10);
+    atc_api_set_protocol_fp_limit(ATC_LLDP, 1);
+    atc_api_set_protocol_src_fp_limit(ATC_LLDP, 1);
+    for (const uint32_t noisy : {3u, 1200u}) {
+        atc_api_clear_statistic_all();
+        for (const uint32_t port : {5u, 4u}) {
+            rx_n(10, lldp().from(1), port, 100);
+            for (uint32_t source = noisy; source > 0; source--) {
+                rx_n(11, lldp().from(source), port, 100);
+                rx(lldp().from(2000 + source % 400), port, 100);
+            }
+        }
+        rx(lldp(), 6, 100);
+        pass_seconds(10);
+        Lines expected;
+        atc_tree_each<atc_entry_t>(&state()->entry_tree, [&](atc_entry_t *flow) {
+            EXPECT_EQ(flow->stat.fp_cur, 0) << "closed twice";
+            const std::string who = "anti-cpu rx port " + std::to_string(flow->port) + " vlan 100 protocol lldp ";
+            if (flow->port != 6) {
+                expected.push_back(who + "over");
+            }
+            atc_tree_each<atc_src_entry_t>(&flow->src_tree, [&](atc_src_entry_t *src) {
+                EXPECT_EQ(src->stat.fp_cur, 0) << "closed twice";
+                char name[ATC_NAME_SIZE];
+                atc_src_text(src->src_type, src->src_addr, name, sizeof(name));
+                if (src->stat.count > 10) {
+                    expected.push_back(who + "src " + name + " over");
+                }
+            });
+        });
+        Lines told = alarms();
+        for (std::string &line : told) {
+            line.resize(std::min(line.size(), line.find(" over") + 5));
+        }
+        EXPECT_EQ(expected.size(), 2 + 2 * noisy);
+        EXPECT_EQ(told, expected);
+    }
 }
 
 TEST_F(EvaluationTest, SourcesAreNamedByTheirKind) {

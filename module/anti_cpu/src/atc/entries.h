@@ -55,10 +55,12 @@ uint32_t atc_threshold(uint32_t seconds, uint32_t limit);
 // Packets per second of 'packets' in 'seconds', truncated; 0 for a period of 0.
 uint32_t atc_rate(uint32_t packets, uint32_t seconds);
 
-// Calls visit(flow) for every flow, in any order; 'visit' must not discard. Much faster than in order when there are
-// many.
+// Call visit(record) for every flow, or for every source of all flows, in any order; 'visit' must not discard. Much
+// faster than in order when there are many.
 template <typename visit_t>
 inline void atc_flows_each(visit_t visit) ATC_REQUIRES(g_atc_lock);
+template <typename visit_t>
+inline void atc_sources_each(visit_t visit) ATC_REQUIRES(g_atc_lock);
 
 // Calls visit(record) for every record of an index, in order. 'visit' may discard the record it is given, and no other.
 template <typename record_t, typename visit_t>
@@ -77,5 +79,17 @@ inline void atc_flows_each(visit_t visit) {
         atc_recall_each<atc_entry_t>(remembered, visit);
     } else {
         atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, visit);
+    }
+}
+
+template <typename visit_t>
+inline void atc_sources_each(visit_t visit) {
+    const atc_recall_t *recall = &g_atc_global.recall;
+    if (atc_recall_is_complete(&recall->sources, recall->linked_sources)) {
+        atc_recall_each<atc_src_entry_t>(&recall->sources, visit);
+    } else {
+        atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, [&visit](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
+            atc_tree_each<atc_src_entry_t>(&flow->src_tree, visit);
+        });
     }
 }

@@ -27,15 +27,33 @@ constexpr const char *WORDING[2][2][2] = {
       "anti-cpu rx port %d vlan %d protocol %s src %s restore long period limit,receive/limit:%d/%d(pps)\r\n"}},
 };
 
+// What a pass has something to say about: a flow ('src' null), or one of its sources.
+struct notable_t {
+    atc_entry_t *flow;
+    atc_src_entry_t *src;
+};
+
+constexpr uint32_t NOTABLES_MAX = 1024;
+notable_t notables[NOTABLES_MAX] ATC_GUARDED_BY(g_atc_lock);
+uint32_t notables_count ATC_GUARDED_BY(g_atc_lock);  // also of those that did not fit
+
+bool is_before(const notable_t &a, const notable_t &b);
 void log_alarm(const atc_entry_t *flow, const atc_src_entry_t *src, atc_period_t period, event_t event,
                uint32_t packets, uint32_t threshold) ATC_REQUIRES(g_atc_lock);
 void evaluate_fast(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat_t *stat) ATC_REQUIRES(g_atc_lock);
 void evaluate_long(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat_t *stat) ATC_REQUIRES(g_atc_lock);
 template <typename visit_t>
 void each_aggregate_tree(visit_t visit) ATC_REQUIRES(g_atc_lock);
+void begin_pass() ATC_REQUIRES(g_atc_lock);
+void close_or_note(atc_entry_t *flow, atc_src_entry_t *src, atc_stat_t *stat, atc_period_t period)
+    ATC_REQUIRES(g_atc_lock);
+void note(atc_entry_t *flow, atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
 template <typename evaluate_t>
-void run_pass(atc_period_t period, evaluate_t evaluate) ATC_REQUIRES(g_atc_lock);
-bool is_quiet(const atc_entry_t *flow, atc_period_t period) ATC_REQUIRES(g_atc_lock);
+bool evaluate_notables(evaluate_t evaluate) ATC_REQUIRES(g_atc_lock);
+void end_pass(atc_period_t period) ATC_REQUIRES(g_atc_lock);
+void evaluate_rest(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
+void evaluate_whole(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
+bool is_quiet(const atc_stat_t *stat, atc_period_t period);
 void close_aggregates(atc_period_t period) ATC_REQUIRES(g_atc_lock);
 void sweep_source(atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
 void sweep_flow(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
@@ -43,19 +61,42 @@ void sweep_flow(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
 }  // namespace
 
 int atc_fp_expire(uintptr_t, uintptr_t, uintptr_t) {
-    run_pass(ATC_PERIOD_FAST, [](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
-        atc_fp_expire_process(flow);
-        atc_tree_each<atc_src_entry_t>(&flow->src_tree, atc_fp_expire_src_process);
+    begin_pass();
+    atc_sources_each([](atc_src_entry_t *src)
+                         ATC_REQUIRES(g_atc_lock) { close_or_note(src->entry, src, &src->stat, ATC_PERIOD_FAST); });
+    atc_flows_each([](atc_entry_t *flow)
+                       ATC_REQUIRES(g_atc_lock) { close_or_note(flow, nullptr, &flow->stat, ATC_PERIOD_FAST); });
+    const bool done = evaluate_notables([](const notable_t &notable) ATC_REQUIRES(g_atc_lock) {
+        notable.src != nullptr ? atc_fp_expire_src_process(notable.src) : atc_fp_expire_process(notable.flow);
     });
+    if (!done) {
+        atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, evaluate_rest);
+    }
+    end_pass(ATC_PERIOD_FAST);
     atc_fp_arm();
     return 0;
 }
 
+// Sources are walked in order here, because those that have aged go.
 int atc_lp_expire(uintptr_t, uintptr_t, uintptr_t) {
-    run_pass(ATC_PERIOD_LONG, [](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
-        atc_lp_expire_process(flow);
-        atc_tree_each<atc_src_entry_t>(&flow->src_tree, atc_lp_expire_src_process);
+    begin_pass();
+    atc_flows_each([](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
+        if (!atc_avl_is_empty(&flow->src_tree)) {
+            note(flow, nullptr);
+        } else {
+            close_or_note(flow, nullptr, &flow->stat, ATC_PERIOD_LONG);
+        }
     });
+    const bool done =
+        evaluate_notables([](const notable_t &notable) ATC_REQUIRES(g_atc_lock) { evaluate_whole(notable.flow); });
+    if (!done) {
+        atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, [](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
+            if (!atc_avl_is_empty(&flow->src_tree) || !is_quiet(&flow->stat, ATC_PERIOD_LONG)) {
+                evaluate_whole(flow);
+            }
+        });
+    }
+    end_pass(ATC_PERIOD_LONG);
     atc_lp_arm();
     return 0;
 }
@@ -185,44 +226,73 @@ void each_aggregate_tree(visit_t visit) {
     visit(&g_atc_global.tx_protocol_tree);
 }
 
-// Closes a period of everything. Flows about which there is nothing to say are closed in any order, which is many times
-// faster; those with an alarm, sources or too many packets are evaluated in the order of their index, so that what is
-// logged and captured does not depend on where they lie in memory.
-template <typename evaluate_t>
-void run_pass(atc_period_t period, evaluate_t evaluate) {
-    constexpr uint32_t NOTABLE_MAX = 1024;
-    static atc_entry_t *notable[NOTABLE_MAX];  // under the mutex like everything here
-    uint32_t notables = 0;
+void begin_pass() {
+    notables_count = 0;
     atc_stat_pass(true);
-    atc_flows_each([&](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
-        if (is_quiet(flow, period)) {
-            atc_stat_process(&flow->stat, period);
-        } else if (notables++ < NOTABLE_MAX) {
-            notable[notables - 1] = flow;
-        }
-    });
-    if (notables <= NOTABLE_MAX) {
-        std::sort(notable, notable + notables,
-                  [](const atc_entry_t *a, const atc_entry_t *b) { return atc_tree_compare(a, b) < 0; });
-        std::for_each(notable, notable + notables, evaluate);
+}
+
+// Closes a period of a flow ('src' null) or of a source about which there is nothing to say, in whatever order they
+// come, which is many times faster than in that of the indexes. The others are noted.
+void close_or_note(atc_entry_t *flow, atc_src_entry_t *src, atc_stat_t *stat, atc_period_t period) {
+    if (is_quiet(stat, period)) {
+        atc_stat_process(stat, period);
     } else {
-        // A flow that has been closed stays quiet, so it is not closed twice.
-        atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, [=](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
-            if (!is_quiet(flow, period)) {
-                evaluate(flow);
-            }
-        });
+        note(flow, src);
     }
+}
+
+void note(atc_entry_t *flow, atc_src_entry_t *src) {
+    if (notables_count < NOTABLES_MAX) {
+        notables[notables_count] = {flow, src};
+    }
+    notables_count++;
+}
+
+// Calls evaluate(notable) for what has been noted, in the order of the indexes, so that what is logged and captured
+// does not depend on where it lies in memory. Returns false when there was more than could be noted: then nothing is
+// done.
+template <typename evaluate_t>
+bool evaluate_notables(evaluate_t evaluate) {
+    if (notables_count > NOTABLES_MAX) {
+        return false;
+    }
+    std::sort(notables, notables + notables_count, is_before);
+    std::for_each(notables, notables + notables_count, evaluate);
+    return true;
+}
+
+// A flow comes before its sources.
+bool is_before(const notable_t &a, const notable_t &b) {
+    if (a.flow != b.flow) {
+        return atc_tree_compare(a.flow, b.flow) < 0;
+    }
+    return b.src != nullptr && (a.src == nullptr || atc_src_tree_compare(a.src, b.src) < 0);
+}
+
+void end_pass(atc_period_t period) {
     close_aggregates(period);
     atc_stat_pass(false);
 }
 
-// True when closing this period of the flow raises and clears nothing, and it has no sources.
-bool is_quiet(const atc_entry_t *flow, atc_period_t period) {
-    const atc_stat_t *stat = &flow->stat;
-    if (atc_avl_numnodes(&flow->src_tree) != 0) {
-        return false;
+// A fast period of a flow and its sources, but for what has been closed: that stays quiet.
+void evaluate_rest(atc_entry_t *flow) {
+    if (!is_quiet(&flow->stat, ATC_PERIOD_FAST)) {
+        atc_fp_expire_process(flow);
     }
+    atc_tree_each<atc_src_entry_t>(&flow->src_tree, [](atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock) {
+        if (!is_quiet(&src->stat, ATC_PERIOD_FAST)) {
+            atc_fp_expire_src_process(src);
+        }
+    });
+}
+
+void evaluate_whole(atc_entry_t *flow) {
+    atc_lp_expire_process(flow);
+    atc_tree_each<atc_src_entry_t>(&flow->src_tree, atc_lp_expire_src_process);
+}
+
+// True when closing this period raises and clears nothing.
+bool is_quiet(const atc_stat_t *stat, atc_period_t period) {
     return period == ATC_PERIOD_FAST ? stat->fp_alarm == 0 && stat->count - stat->fp_last <= stat->fp_threshold
                                      : stat->lp_alarm == 0 && stat->count - stat->lp_last <= stat->lp_threshold;
 }
