@@ -3,6 +3,23 @@
 bench_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 bench_page=$bench_root/docs/performance.md
 
+# What the options that most scripts share say.
+build=$bench_root/build/bench
+built=no
+markdown=no
+
+# take_option WORD...: takes --build DIR, --built or --markdown from the front of a command line. $taken is how many
+# words that was, 0 for another option.
+take_option() {
+    taken=1
+    case $1 in
+        --markdown) markdown=yes ;;
+        --build) build=${2:?--build needs a directory}; taken=2 ;;
+        --built) built=yes ;;
+        *) taken=0 ;;
+    esac
+}
+
 # build_programs DIR [TARGET...]: builds the benchmarks, or these targets, of the release preset in DIR.
 build_programs() {
     local dir=$1

@@ -15,14 +15,10 @@ Builds the release preset when needed, measures and prints one table a question.
 TEXT
 }
 
-markdown=no
-built=no
-build=$here/../build/bench
 while [ $# -gt 0 ]; do
+    take_option "$@"
+    [ "$taken" = 0 ] || { shift "$taken"; continue; }
     case $1 in
-        --markdown) markdown=yes ;;
-        --build) build=${2:?--build needs a directory}; shift ;;
-        --built) built=yes ;;
         --help) usage; exit 0 ;;
         *) usage >&2; exit 2 ;;
     esac

@@ -19,15 +19,11 @@ TEXT
 }
 
 runs=9
-markdown=no
-built=no
-build=$here/../build/bench
 while [ $# -gt 0 ]; do
+    take_option "$@"
+    [ "$taken" = 0 ] || { shift "$taken"; continue; }
     case $1 in
         --runs) runs=${2:?--runs needs a number}; shift ;;
-        --markdown) markdown=yes ;;
-        --build) build=${2:?--build needs a directory}; shift ;;
-        --built) built=yes ;;
         --help) usage; exit 0 ;;
         *) usage >&2; exit 2 ;;
     esac
