@@ -12,8 +12,7 @@ namespace {
 
 constexpr int64_t kNanoseconds = 1'000'000'000;
 constexpr int64_t kLatestSecond = 1LL << 33;  // in the year 2242; what is behind it is no time of a packet
-constexpr size_t kReadBuffer =
-    32 << 10;  // bytes; more would push the module's entries out of the caches       // bytes
+constexpr size_t kReadBuffer = 32 << 10;      // bytes; more would push the module's entries out of the caches
 
 const uint8_t kNoBytes[1] = {0};
 

@@ -47,10 +47,8 @@ FlowVerdicts::Denied &FlowVerdicts::denied(const Packet &packet, uint32_t port) 
 
 // As the module takes a received packet.
 FlowKey FlowVerdicts::flow_of(const Packet &packet, uint32_t port) const {
-    atc_pkt_info_t info = {};
-    info.direction = ATC_DIRECTION_RX;
-    info.port = port;
-    info.vlan = static_cast<uint16_t>(vlan_ & kVlanMask);
+    atc_pkt_info_t info;
+    atc_packet_begin(&info, ATC_DIRECTION_RX, port, vlan_ & kVlanMask);
     if (packet.len >= kSourceOffset + device_.size() &&
         std::memcmp(packet.data + kSourceOffset, device_.data(), device_.size()) == 0) {
         info.protocol = ATC_SELF;

@@ -1,7 +1,10 @@
 #include "os/mutex.h"
 
 #include <errno.h>
+#include <linux/futex.h>
+#include <sys/syscall.h>
 #include <time.h>
+#include <unistd.h>
 
 #include "clock/clock.h"
 
@@ -12,9 +15,10 @@ namespace {
 constexpr uint32_t kLooks = 9;
 constexpr int64_t kPatienceNs = 1'000'000;
 
+constexpr int64_t kNever = INT64_MAX;
+
 void pause_processor(uint32_t times);
 int64_t system_time_ns();
-timespec as_timespec(int64_t ns);
 
 }  // namespace
 
@@ -54,20 +58,36 @@ bool Mutex::spin() {
 
 bool Mutex::sleep(int ticks) {
     const int64_t start = system_time_ns();
-    const timespec end = as_timespec(start + static_cast<int64_t>(ticks) * (kNanosecondsPerSecond / kTicksPerSecond));
+    const int64_t end =
+        ticks < 0 ? kNever : start + static_cast<int64_t>(ticks) * (kNanosecondsPerSecond / kTicksPerSecond);
     pthread_mutex_lock(&sleepers_);
     ++sleeping_;
     bool is_mine = take_or_announce(false);
     bool is_late = false;
     while (!is_mine && !is_late) {
-        is_late = ticks < 0 ? pthread_cond_wait(&given_, &sleepers_) != 0
-                            : pthread_cond_timedwait(&given_, &sleepers_, &end) == ETIMEDOUT;
+        is_late = !wait_for_give(end);
         is_mine = take_or_announce(true);
         impatient_ = impatient_ || (!is_mine && !is_late && system_time_ns() - start > kPatienceNs);
     }
     --sleeping_;
     pthread_mutex_unlock(&sleepers_);
     return is_mine;
+}
+
+// Lets go of sleepers_ until the mutex is given, or something else wakes the thread. False when the end has come. A
+// give that comes before the thread sleeps has changed the word by then, and the system does not let it sleep.
+bool Mutex::wait_for_give(int64_t end_ns) {
+    const uint32_t seen = gives_.load(std::memory_order_relaxed);
+    pthread_mutex_unlock(&sleepers_);
+    const int64_t left = end_ns == kNever ? 0 : end_ns - system_time_ns();
+    timespec length = {};
+    length.tv_sec = static_cast<time_t>(left / kNanosecondsPerSecond);
+    length.tv_nsec = static_cast<long>(left % kNanosecondsPerSecond);
+    const bool is_late = left < 0 || (syscall(SYS_futex, &gives_, FUTEX_WAIT_PRIVATE, seen,
+                                              end_ns == kNever ? nullptr : &length, nullptr, 0) != 0 &&
+                                      errno == ETIMEDOUT);
+    pthread_mutex_lock(&sleepers_);
+    return !is_late;
 }
 
 // Takes the mutex if this thread may, or else sees to it that it is told. With sleepers_ held and counted there.
@@ -89,8 +109,9 @@ int Mutex::give_to_waiter() {
     }
     pthread_mutex_lock(&sleepers_);
     holder_.store(impatient_ && sleeping_ > 0 ? kWaiters : kFree, std::memory_order_release);
-    pthread_cond_signal(&given_);
+    gives_.fetch_add(1, std::memory_order_relaxed);
     pthread_mutex_unlock(&sleepers_);
+    syscall(SYS_futex, &gives_, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
     return 0;
 }
 
@@ -109,13 +130,6 @@ void pause_processor(uint32_t times) {
 int64_t system_time_ns() {
     const RealTimeScope system_time;
     return Clock::instance().realtime_ns();
-}
-
-timespec as_timespec(int64_t ns) {
-    timespec time = {};
-    time.tv_sec = static_cast<time_t>(ns / kNanosecondsPerSecond);
-    time.tv_nsec = static_cast<long>(ns % kNanosecondsPerSecond);
-    return time;
 }
 
 }  // namespace

@@ -1,8 +1,9 @@
 // mutex.h: one mutex that knows its owner, and costs a compare-and-swap each way while nobody waits for it.
 //
 // Inside os/ only. One word says who holds it and whether others wait. A thread that finds it taken looks again for a
-// few microseconds, as long as a packet is on its way, and then sleeps on a POSIX condition. Giving and taking again at
-// once beats a thread that has yet to wake up; so whoever has slept for kPatienceNs is handed the mutex, and nobody
+// few microseconds, as long as a packet is on its way, and then sleeps on a futex (not on a condition: the C library's
+// can lose a signal, and whoever waits for that one sleeps for ever). Giving and taking again at
+// once beats a thread that has yet to wake up; so whoever has slept for a millisecond is handed the mutex, and nobody
 // starves.
 #pragma once
 
@@ -52,15 +53,16 @@ private:
     [[gnu::noinline, gnu::cold]] int give_to_waiter();
     bool spin();
     bool sleep(int ticks);
+    bool wait_for_give(int64_t end_ns);
     bool take_or_announce(bool has_slept);
 
     std::atomic<uint32_t> holder_ = kFree;  // number of the thread, kWaiters
 
     // Threads that sleep, and what they and who wakes them agree on.
     pthread_mutex_t sleepers_ = PTHREAD_MUTEX_INITIALIZER;
-    pthread_cond_t given_ = PTHREAD_COND_INITIALIZER;
-    uint32_t sleeping_ = 0;   // threads in sleep()
-    bool impatient_ = false;  // one of them has slept long enough: hand it over
+    std::atomic<uint32_t> gives_ = 0;  // to threads that sleep; what they sleep on
+    uint32_t sleeping_ = 0;            // threads in sleep()
+    bool impatient_ = false;           // one of them has slept long enough: hand it over
 };
 
 }  // namespace card

@@ -1,6 +1,6 @@
 // curl_library.h: libcurl, loaded by the first transfer.
 //
-// It brings some forty libraries along. Loading them takes longer than all else that a process does at its start, and
+// It brings some thirty libraries along. Loading them takes longer than all else that a process does at its start, and
 // most processes never transfer a file. Inside transfer/ only. Thread: any.
 #pragma once
 

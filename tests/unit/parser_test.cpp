@@ -279,6 +279,18 @@ std::string growth(const Frame &whole) {
     return text + "hdr-offset=" + std::to_string(old.hdr_offset);
 }
 
+TEST(parser, an_ip_version_of_neither_leaves_the_class_alone) {
+    const Frame frame = ipv4(89).ip_version(5);
+    for (const auto layer : {atc_packet_parser_eth, atc_packet_parser_ip}) {
+        atc_pkt_info_t info = {};
+        info.eth_type = 0x0800;
+        info.hdr_offset = 14;
+        info.protocol = ATC_LLDP;
+        EXPECT_EQ(layer(frame.data(), frame.size(), &info), 0);
+        EXPECT_EQ(info.protocol, ATC_LLDP);
+    }
+}
+
 TEST(parser, members_are_there_as_soon_as_their_bytes_are) {
     const std::string macs = "6 dst-mac=020000000001 12 src-mac=001122334455 src-type=1 ";
     EXPECT_EQ(growth(lldp().to(OWN_MAC)), macs + "14 eth-type=35020 hdr-offset=14");

@@ -89,6 +89,7 @@ view_t behind(view_t frame, uint32_t offset);
 uint16_t read16(const uint8_t *at);
 uint32_t read32(const uint8_t *at);
 void set_offset(atc_pkt_info_t *info, uint32_t offset);
+uint16_t store(uint16_t protocol, atc_pkt_info_t *info);
 
 }  // namespace
 
@@ -118,28 +119,24 @@ int atc_packet_parser(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info) {
         return 0;
     }
     info->eth_type = type;
-    info->protocol = parse_eth(frame, offset, type, info);
+    store(parse_eth(frame, offset, type, info), info);
     return 0;
 }
 
 uint16_t atc_packet_parser_eth(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info) {
-    info->protocol = parse_eth({buf, len}, info->hdr_offset, info->eth_type, info);
-    return info->protocol;
+    return store(parse_eth({buf, len}, info->hdr_offset, info->eth_type, info), info);
 }
 
 uint16_t atc_packet_parser_ip(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info) {
-    info->protocol = parse_ip({buf, len}, info->hdr_offset, info->eth_type, info);
-    return info->protocol;
+    return store(parse_ip({buf, len}, info->hdr_offset, info->eth_type, info), info);
 }
 
 uint16_t atc_packet_parser_tcp(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info) {
-    info->protocol = parse_tcp({buf, len}, info->hdr_offset, info);
-    return info->protocol;
+    return store(parse_tcp({buf, len}, info->hdr_offset, info), info);
 }
 
 uint16_t atc_packet_parser_udp(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info) {
-    info->protocol = parse_udp({buf, len}, info->hdr_offset, info);
-    return info->protocol;
+    return store(parse_udp({buf, len}, info->hdr_offset, info), info);
 }
 
 namespace {
@@ -247,11 +244,10 @@ uint16_t parse_ipv4(view_t frame, uint32_t offset, atc_pkt_info_t *info) {
     const view_t ip = behind(frame, offset);
     offset += (ip.at[0] & 0x0Fu) * 4;
     set_offset(info, offset);
+    read_ipv4(ip, info);
     if (ip.left < IPV4_HEADER_SIZE) {
-        read_ipv4(ip, info);
         return ATC_UNKNOWN_IPV4;
     }
-    read_ipv4(ip, info);
     if (info->ip_protocol == NEXT_TCP) {
         return parse_tcp(frame, offset, info);
     }
@@ -297,11 +293,10 @@ uint16_t parse_ipv6(view_t frame, uint32_t offset, atc_pkt_info_t *info) {
 uint16_t parse_tcp(view_t frame, uint32_t offset, atc_pkt_info_t *info) {
     const view_t tcp = behind(frame, offset);
     set_offset(info, offset + TCP_HEADER_SIZE);
+    read_ports(tcp, info);
     if (tcp.left <= TCP_FLAGS_OFFSET) {
-        read_ports(tcp, info);
         return ATC_UNKNOWN_TCP;
     }
-    read_ports(tcp, info);
     return (tcp.at[TCP_FLAGS_OFFSET] & TCP_SYN) != 0 ? uint16_t{ATC_TCP_SYN}
                                                      : port_class(info, &atc_l4_port_t::tcp, ATC_UNKNOWN_TCP);
 }
@@ -391,6 +386,14 @@ uint32_t read32(const uint8_t *at) {
 
 void set_offset(atc_pkt_info_t *info, uint32_t offset) {
     info->hdr_offset = static_cast<uint16_t>(offset);
+}
+
+// No class, which an IP version other than 4 and 6 gives, leaves the member alone.
+uint16_t store(uint16_t protocol, atc_pkt_info_t *info) {
+    if (protocol != 0) {
+        info->protocol = protocol;
+    }
+    return protocol;
 }
 
 }  // namespace

@@ -50,6 +50,8 @@ struct atc_stat_t {
     uint8_t *cap_buf;  // ATC_CAPTURE_SIZE bytes, or null; owned by the block, counted in protocol_cap_cnt
 };
 
+static_assert(offsetof(atc_stat_t, hw_deny_on) == 16, "what a packet touches");
+
 // The head of an entry, and the value to search one by: the indexes compare nothing else.
 struct atc_entry_key_t {
     atc_avl_node_t link;  // first member
@@ -58,8 +60,6 @@ struct atc_entry_key_t {
     uint16_t vlan;
     uint16_t protocol;  // class 0..58
 };
-
-static_assert(offsetof(atc_stat_t, hw_deny_on) == 16);
 
 // One entry: a flow in entry_tree, or the sum of a port, VLAN or protocol in its index (the members that are not part
 // of that key are then 0).
