@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -21,6 +22,7 @@ using SourceBytes = std::array<uint8_t, ATC_SRC_ADDR_SIZE>;
 struct Source {
     uint32_t type = ATC_SRC_NONE;
     SourceBytes bytes{};
+    auto operator<=>(const Source &) const = default;
 };
 
 // An address, perhaps with the length of a prefix in bits.

@@ -6,12 +6,6 @@ namespace host {
 
 namespace {
 
-// The part of an alarm's text that neither its restoration nor another message has.
-bool raises_alarm(std::string_view text) {
-    return text.find(" over fast period limit,") != std::string_view::npos ||
-           text.find(" over long period limit,") != std::string_view::npos;
-}
-
 bool tells_of_full_capture(std::string_view text) {
     return text.starts_with("anti-cpu port ") && text.ends_with(" diagnose buffer is overflow");
 }
@@ -32,8 +26,8 @@ std::vector<std::string> EventLog::take_full_captures() {
 }
 
 void EventLog::take(const card::LogMessage &message) {
-    if (raises_alarm(message.text)) {
-        alarms_.fetch_add(1, std::memory_order_relaxed);
+    if (const auto alarm = read_alarm(message)) {
+        alarms_.take(*alarm);
     }
     if (tells_of_full_capture(message.text)) {
         full_.emplace_back(message.text);

@@ -3,7 +3,7 @@
 // The card calls it with the module's mutex held, from the packet's or the monitor task's thread, one call at a time:
 // it prints and remembers, nothing else. Everything that the host prints goes through stdio, as the module's own dumps
 // and traces do, so that lines stay in order. Used by: replay (alarm stop), main, report (events as data). Uses:
-// services.h.
+// alarm_book, services.h.
 #pragma once
 
 #include <atomic>
@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "alarm_book.h"
 #include "services/services.h"
 
 namespace host {
@@ -35,8 +36,8 @@ public:
     EventLog(const EventLog &) = delete;
     EventLog &operator=(const EventLog &) = delete;
 
-    // Alarms raised so far (not the restorations).
-    uint64_t alarms() const { return alarms_.load(std::memory_order_relaxed); }
+    const AlarmBook &alarms() const { return alarms_; }
+    AlarmBook &alarms() { return alarms_; }
 
     // Messages about automatic captures that have filled their buffers, since the last call.
     bool has_full_captures() const { return has_full_.load(std::memory_order_relaxed); }
@@ -50,7 +51,7 @@ private:
     std::FILE *terminal_;
     std::FILE *file_;
     Keep keep_;
-    std::atomic<uint64_t> alarms_ = 0;
+    AlarmBook alarms_;
     std::vector<Event> events_;
     std::atomic<bool> has_full_ = false;
     std::vector<std::string> full_;

@@ -6,13 +6,12 @@
 // driving one.
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "addresses.h"
+#include "flow_key.h"
 
 namespace host {
 
@@ -43,13 +42,6 @@ struct FlowRow {
 std::vector<TableRow> table_rows(int (*report)(char **text));
 
 std::vector<FlowRow> flow_rows();
-
-struct FlowKey {
-    uint32_t port = 0;
-    uint32_t vlan = 0;
-    uint32_t protocol = 0;
-    auto operator<=>(const FlowKey &) const = default;
-};
 
 // How many packets the module counted for each received flow since it was cleared. Packets without a class are counted
 // with those of unknown protocol: the module shows both under one name.

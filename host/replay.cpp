@@ -48,13 +48,13 @@ void Replay::run_for(int64_t length_ns) {
 }
 
 bool Replay::run_until_alarm() {
-    const uint64_t before = events_.alarms();
+    const uint64_t before = events_.alarms().raised();
     feed(INT64_MAX, true);
-    if (events_.alarms() == before) {
+    if (events_.alarms().raised() == before) {
         // The last packets may have raised one that the end of their period only shows.
         run_for(fast_period_rest_ns());
     }
-    return events_.alarms() != before;
+    return events_.alarms().raised() != before;
 }
 
 void Replay::run_to_end() {
@@ -99,12 +99,12 @@ PortCounts Replay::received() const {
 
 void Replay::feed(int64_t end_ns, bool stop_at_alarm) {
     const card::BudgetScope budget_for_packets(true);
-    const uint64_t alarms = events_.alarms();
+    const uint64_t alarms = events_.alarms().raised();
     while (pending_ && next_.time_ns < end_ns) {
         if (stop_at_alarm) {
             // In steps of the module's own: a silence before the next packet shall not be run through.
             clock_.run_until(std::min(next_.time_ns, now_ns() + card::kNanosecondsPerSecond));
-            if (events_.alarms() != alarms) {
+            if (events_.alarms().raised() != alarms) {
                 return;
             }
             if (now_ns() < next_.time_ns) {

@@ -88,7 +88,7 @@ Json summary_json(const Summary &summary) {
     json["dropped_in_software"] = received.dropped + replay.sent_dropped();
     json["refused_by_reader"] = summary.captures.refused();
     json["shortened_in_capture"] = summary.captures.shortened();
-    json["alarms_raised"] = summary.events.alarms();
+    json["alarms_raised"] = summary.events.alarms().raised();
     json["start"] = card::time_text(replay.start_ns());
     json["end"] = card::time_text(replay.now_ns());
     json["simulated_seconds"] = seconds(replay.now_ns() - replay.start_ns());
@@ -130,7 +130,7 @@ void print_summary(std::FILE *out, const Summary &summary) {
     if (summary.captures.shortened() > 0) {
         std::fprintf(out, "cut short when captured %12" PRIu64 "\n", summary.captures.shortened());
     }
-    std::fprintf(out, "alarms raised           %12" PRIu64 "\n", summary.events.alarms());
+    std::fprintf(out, "alarms raised           %12" PRIu64 "\n", summary.events.alarms().raised());
     std::fprintf(out, "simulated time          %14.1f s, %s to %s UTC\n", seconds(length_ns),
                  card::time_text(replay.start_ns()).c_str(), card::time_text(replay.now_ns()).c_str());
     std::fprintf(out, "real time               %15.2f s, %.0f packets a second\n", summary.real_time_s,

@@ -1,0 +1,28 @@
+// flow_key.h: the names of what the module counts and judges: a received flow, or one of its sources.
+//
+// In the order of the module's indexes, so that a walk here and a listing of the module come in the same order.
+// Used by: everything of the host that speaks of flows. Pure.
+#pragma once
+
+#include <compare>
+#include <cstdint>
+
+#include "addresses.h"
+
+namespace host {
+
+struct FlowKey {
+    uint32_t port = 0;
+    uint32_t vlan = 0;
+    uint32_t protocol = 0;  // 0: its packets have no class (the module names it like the class of unknown packets)
+    auto operator<=>(const FlowKey &) const = default;
+};
+
+// A flow (source type 0), or one of its sources.
+struct Subject {
+    FlowKey flow;
+    Source source;
+    auto operator<=>(const Subject &) const = default;
+};
+
+}  // namespace host
