@@ -27,6 +27,11 @@ extern "C" {
 #define ATC_PRINTF(format_index, first_argument)
 #endif
 
+/* The library looks these functions up in the process, so they stay visible whatever -fvisibility says. */
+#if defined(__GNUC__)
+#pragma GCC visibility push(default)
+#endif
+
 /* ---- Memory [lock at times] ------------------------------------------------------------------------------------- */
 
 /* Allocates 'size' bytes, aligned for any object. Returns null when there is no memory. */
@@ -151,6 +156,10 @@ uint32_t get_bakup_core_card_cardnumber(void);
 /* Writes the textual form (RFC 5952) of the 16 address bytes into 'text' of 'size' bytes [lock at times].
  * Returns 'text', or null when it does not fit. */
 const char *inet_ntop6(const void *address, char *text, uint32_t size);
+
+#if defined(__GNUC__)
+#pragma GCC visibility pop
+#endif
 
 #ifdef __cplusplus
 }
