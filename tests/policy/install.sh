@@ -10,7 +10,7 @@ trap 'rm -rf "$work"' EXIT
 example=$tree/docs/example/card.c
 
 cmake --install "$build" --prefix "$work/usr" >/dev/null
-for installed in include/anti_cpu/{anti_cpu,platform,types}.h bin/anti-cpu share/man/man1/anti-cpu.1; do
+for installed in include/anti_cpu/{anti_cpu,platform,protocols,types}.h bin/anti-cpu share/man/man1/anti-cpu.1; do
     [ -f "$work/usr/$installed" ] || { echo "$installed is not installed" >&2; exit 1; }
 done
 

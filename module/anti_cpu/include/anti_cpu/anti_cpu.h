@@ -8,13 +8,13 @@
  *      allows them.
  *  (2) Results: 0 = success, -1 = failure; uint32_t results fail with all bits set. The packet entry points return
  *      0 = let the packet go on, -1 = drop it.
- *  (3) Protocol ids are 1..58; an operation given another id fails and changes nothing.
+ *  (3) Protocol ids are 1..58 (protocols.h); an operation given another id fails and changes nothing.
  *  (4) Directions are ATC_DIRECTION_RX and ATC_DIRECTION_TX. One flow is named by direction, VLAN, port and protocol,
  *      in that order; one of its sources by source type and address besides (see ATC_SRC_*). A null address goes with
  *      source type 0 only.
  *  (5) Numbers and IPv4 addresses are in the processor's byte order; MAC and IPv6 addresses as in the packet.
  *  (6) Counters are 32 bits and wrap. Rates are packets per second, a period's count divided by its length in whole
- *      seconds, truncated.
+ *      seconds, truncated. Texts print both as signed numbers: 2^31 and more come out negative.
  *  (7) Text and capture data that an operation hands out belong to the caller, who frees them with atc_api_free_buffer.
  *  (8) Unless said otherwise an operation may be called from any thread after atc_init, and takes the module's mutex
  *      itself. It must not be called from within a function of platform.h.
@@ -43,9 +43,9 @@ extern "C" {
 ATC_API int atc_init(void);
 
 /* Judges one frame that the switching chip sent up to the CPU. 'buf' is the frame from its destination MAC address on,
- * 'len' its length in bytes, 'port' the logical port, 'vlan' the VLAN it came in on (its low 12 bits count; the frame's
- * own outermost tag goes before it). Returns 0 or -1; 0 while the module is not started or not enabled, and for null.
- * Ownership: nothing of the frame is kept. */
+ * 'len' its length in bytes, 'port' the logical port (of a trunk's member the trunk's id), 'vlan' the VLAN it came in
+ * on (its low 12 bits count; the frame's own outermost tag goes before it). Returns 0 or -1; 0 while the module is not
+ * started or not enabled, and for null. Ownership: nothing of the frame is kept. */
 ATC_API int atc_api_receive_packet(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan);
 
 /* Judges one frame that the CPU sends. As atc_api_receive_packet, with port 0 and VLAN 0 unless the frame is tagged. */
@@ -57,8 +57,9 @@ ATC_API int atc_api_global_send_packet(const uint8_t *buf, uint32_t len);
  * "unknown-packet" for an id outside 1..57. 20 bytes hold every name. */
 ATC_API void atc_protocol_id_to_name(uint32_t id, char *buf, uint32_t size);
 
-/* Stores the id of the first protocol whose name or alias equals 'name' in its first 'len' characters through 'id'.
- * Leaves '*id' alone when there is none. */
+/* Stores the id of the first protocol whose name or alias equals 'name' in its first 'len' characters, compared as by
+ * strncmp, through 'id': strlen(name) + 1 asks for that name, less for the first one that begins so. Leaves '*id' alone
+ * when there is none, so set it to 0 before. */
 ATC_API void atc_protocol_name_to_id(uint32_t *id, const char *name, uint32_t len);
 
 /* ---- Settings --------------------------------------------------------------------------------------------------- */

@@ -88,7 +88,8 @@ int bep_taskDelayEx(uint32_t ticks);
 uint32_t bep_sysClkRateGetEx(void);
 
 /* Starts a task that runs entry(). The module starts one: "atc-mon", priority 30, options 8, stack of 65536 bytes, all
- * arguments 0. It runs for the life of the process. Returns 0 or a task id. */
+ * arguments 0. It runs for the life of the process, and may run before this call returns. Returns 0 or a task id, or a
+ * negative number when there is no task; the module reads neither, so a card that cannot start it says so itself. */
 int norv_task_spawn(const char *name, int priority, int options, uint32_t stack_size, int (*entry)(void), uintptr_t a1,
                     uintptr_t a2, uintptr_t a3, uintptr_t a4, uintptr_t a5, uintptr_t a6, uintptr_t a7, uintptr_t a8,
                     uintptr_t a9, uintptr_t a10, uintptr_t a11);
@@ -101,7 +102,8 @@ uint32_t modInitRegister(const char *name, uint32_t a, uint32_t b, uint32_t c, u
 /* Records the version text of a module; 'kind' is 1. Returns 0. */
 int setModVersion(uint32_t mod_id, uint32_t kind, const char *version);
 
-/* Logs one message [lock]. 'level' is 11 (alarms and errors) or 13 (notices); the text ends in "\r\n". */
+/* Logs one message [lock, but for two: an upload that failed, a trunk change that the queue refused]. 'level' is 11
+ * (alarms and errors) or 13 (notices); the text ends in "\r\n". The result is not read. */
 int ulogPrintf(uint32_t mod_id, uint32_t level, const char *format, ...) ATC_PRINTF(3, 4);
 
 /* Writes the present time as text, at most 'size' bytes with its terminator [lock]. */
@@ -117,10 +119,28 @@ int xftp_upload_base(const char *server, const char *user, const char *passwd, c
 
 /* ---- Switching chip [lock] -------------------------------------------------------------------------------------- */
 
-/* A rule is identified by its whole description: the match list, the operation list and the ports of the port list (see
- * driver_lists.h for the bytes). 'a' and 'b' are 0. */
+/* A rule is identified by its whole description: the match list, the operation list and the ports of the port list,
+ * byte for byte the same in every call about it; only the kind of the port list tells a removal (0) from the others
+ * (1). 'a' and 'b' are 0. A chip that has no room, or knows no such rule, says so by its result and stays as it was.
+ *
+ * The three buffers. Numbers are 16 bits in processor byte order, IP addresses as in the packet, unused bytes 0:
+ *   match list      number of items; for each: field code, flag 0, value length, mask length 32, 32 bytes of value,
+ *                   32 bytes of mask (a 1 bit must match), 16 bytes of 0
+ *   field codes     0, 1 source and destination MAC address; 2, 3 source and destination IP address, 4 or 16 bytes;
+ *                   4 VLAN; 5 EtherType, SNAP type or DSAP; 6 IP protocol or next header; 9, 10 source and
+ *                   destination port (9 with ICMPv6: type * 256 + code)
+ *   operation list  number of operations; for each: code, number of values; for each value: length, 16 bytes
+ *   port list       kind; number of ports; the low 16 bits of each logical port
+ * What the operations ask of the chip:
+ *   100             deny: a frame that matches does not reach the CPU
+ *   121             goes with every automatic deny, whose matches the chip counts; beyond that it is the chip's own
+ *   113             names what the rule is for, in one value of 4 bytes: 80001 an automatic deny (100, 121, 113),
+ *                   80002 to 80004 an operator's filter of action 1 to 3 (100, 101 or 106, then 113)
+ *   101, 106        the operator's actions 2 and 3: what they do is the chip's own (platform/chip counts the frames)
+ * The bytes of a real rule stand in docs/formats.md. */
 
-/* Installs a rule. Returns 0, or a negative number when the chip refuses it. */
+/* Installs a rule. Returns 0; a negative number when the chip refuses it, or has a rule of this description already. A
+ * positive number is taken for a refusal of an automatic rule, which is then removed again. */
 int hw_driver_set_stream_qos_item(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
                                   uint32_t op_len, const void *port, uint32_t port_len, void *unused);
 
@@ -129,13 +149,15 @@ int hw_driver_delete_qos_item_by_stream(uint32_t a, uint32_t b, const void *matc
                                         uint32_t op_len, const void *port, uint32_t port_len, void *unused);
 
 /* Write the entry id, or the statistics id, of the rule of this description; leave the word alone when there is none.
- */
+ * Entry ids are not 0, and no two rules share one: operators clear rules by them. Return 0, or a negative number; the
+ * module reads the word only. */
 int hw_driver_lookup_entry_by_stream(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
                                      uint32_t op_len, const void *port, uint32_t port_len, uint32_t *entry_id);
 int hw_driver_lookup_stat_id_by_stream(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
                                        uint32_t op_len, const void *port, uint32_t port_len, uint32_t *stat_id);
 
-/* Fills '*stat' with the counters of a rule; leaves it alone when there is no such rule. */
+/* Fills '*stat' with the counters of a rule, which count since its installation; leaves it alone when there is no such
+ * rule. Returns 0, or a negative number; the module reads the record only. */
 int hw_driver_get_stat_by_stat_id(uint32_t stat_id, atc_stat_hw_t *stat);
 
 /* ---- Card ------------------------------------------------------------------------------------------------------- */
@@ -144,7 +166,10 @@ int hw_driver_get_stat_by_stat_id(uint32_t stat_id, atc_stat_hw_t *stat);
 void hss_get_device_mac(uint8_t *mac);
 
 /* Registers the function that the card calls on every trunk membership change: 'op' 1 when 'member' joins 'trunk',
- * anything else when it leaves. Returns 0. */
+ * anything else when it leaves. The module knows only what it is told here: no change is left out, and the members that
+ * trunks have already are told right after registration. Packets that come in on a member are handed over with the
+ * trunk's id as their port: by the member's they would be counted, and denied, beside the trunk. The handler may be
+ * called from any thread, without the module's mutex. Returns 0. */
 int hal_register_trunk_handler(int (*handler)(uint32_t unused, uint32_t trunk, uint32_t member, uint32_t op));
 
 /* Turns a logical port into its slot and its port on that slot [lock at times]. Returns 0 when translated. */
