@@ -6,7 +6,11 @@ cd "$(dirname "$0")"
 
 preset=${1:-debug}
 [ $# -eq 0 ] || shift
-scripts/install-packages.sh
+scripts/install-packages.sh scripts/packages.txt scripts/packages-test.txt
 cmake --preset "$preset" --log-level=WARNING
 cmake --build --preset "$preset" -j"$(nproc)"
-ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j"$(nproc)" "$@"
+status=0
+ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j"$(nproc)" "$@" || status=$?
+# Why a test could not run here.
+sed -n 's/^skipped: /&/p' "build/$preset/Testing/Temporary/LastTest.log" | sort -u
+exit $status

@@ -18,6 +18,19 @@ if [ "$(id -u)" -ne 0 ]; then
     command -v sudo >/dev/null || { echo "Missing packages need root to install: ${missing[*]}" >&2; exit 1; }
     root=(sudo)
 fi
-export DEBIAN_FRONTEND=noninteractive
+
+# A server that comes is for the tests, which start it in a network of its own: it must not serve this machine besides,
+# neither now nor after the next start. What was there before stays as it is.
+services() { ls /etc/init.d 2>/dev/null || true; }
+before=$(services)
+policy=/usr/sbin/policy-rc.d
+if [ ! -e $policy ]; then
+    trap '"${root[@]}" rm -f $policy' EXIT
+    printf '#!/bin/sh\nexit 101\n' | "${root[@]}" tee $policy >/dev/null
+    "${root[@]}" chmod +x $policy
+fi
 "${root[@]}" apt-get update -q=2
 "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -q=2 -y --no-install-recommends "${missing[@]}" >/dev/null
+for service in $(comm -13 <(sort <<<"$before") <(services | sort)); do
+    "${root[@]}" update-rc.d "$service" disable 2>/dev/null  # which complains of a service that is a script only
+done
