@@ -3,8 +3,10 @@
 // Called by os/ and services/ (waits), the host (drives). Uses time_source.h for the time itself.
 // Invariants, under g.mutex: (1) 'waiters' holds every waiting thread, longest wait first. (2) 'running' counts the
 // threads that take part and do not wait, the driver not among them; simulated time moves only while it is 0.
-// (3) 'next_deadline' is not later than the earliest deadline of a simulated waiter. (4) After a drive, no simulated
-// waiter is ready or due unless 'attention' is set.
+// (3) 'next_deadline' is not later than the earliest deadline of a simulated waiter. (4) After a drive that nothing has
+// stopped, no simulated waiter is ready or due unless 'attention' is set.
+// While the driver drives, the last thread that runs moves time to its own deadline itself where the driver would do
+// nothing else: a task that looks around each second costs no hand-over between threads while nothing happens.
 // Waiters on system time (nothing simulated, or in a RealTimeScope) stand in the same list, outside the rendezvous.
 #include "clock/clock.h"
 
@@ -27,14 +29,21 @@ namespace {
 using time_source::g_simulation;
 
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
+constexpr int64_t kNobodyDrives = std::numeric_limits<int64_t>::min();
 
-struct Waiter {
+// What a thread waits for.
+struct Wait {
     int64_t deadline_ns;                 // CLOCK_MONOTONIC as the thread sees it; kNever = no limit
     const std::function<bool()> *ready;  // null for a sleep
-    bool real_time;                      // waits on system time even in a simulation
-    std::atomic<bool> released;          // written under the mutex
-    bool counted;                        // released into the rendezvous: 'running' has it
-    std::condition_variable wake;
+    bool real_time;                      // on system time even in a simulation
+};
+
+// A thread that stands still.
+struct Waiter {
+    Wait &wait;
+    std::atomic<bool> released = false;  // written under the mutex
+    bool counted = false;                // released into the rendezvous: 'running' has it
+    std::condition_variable wake = {};
 };
 
 struct Rendezvous {
@@ -46,6 +55,8 @@ struct Rendezvous {
     std::atomic<int64_t> next_deadline_ns = kNever;   // written under the mutex
     std::atomic<bool> attention = false;              // notified, or a thread was started, since the last drive
     std::atomic<const void *> driver_mark = nullptr;  // &thread_mark of the driver
+    int64_t target_ns = kNobodyDrives;                // of the drive that is on, CLOCK_MONOTONIC
+    const std::function<bool()> *stop = nullptr;      // ends that drive early
 };
 
 // Never destroyed: tasks wait here until the process has gone.
@@ -63,12 +74,17 @@ thread_local Participation participation;
 template <typename Done>
 void look_a_while(std::unique_lock<std::mutex> &lock, Done done);
 int64_t later(int64_t now_ns, int64_t length_ns);
-bool is_ready(const Waiter &waiter);
-bool on_system_time(const Waiter &waiter);
+bool is_ready(const Wait &wait);
+bool is_due(const Wait &wait);
+bool on_system_time(const Wait &wait);
+int64_t simulated_deadline(const Waiter *waiter);
+void move_time(int64_t monotonic_ns);
 void leave_running(bool *counted);
 void release(Waiter *waiter);
 void unlink(Waiter *waiter);
-void drive(int64_t target_ns);
+bool drive(int64_t target_ns, const std::function<bool()> *stop = nullptr);
+bool step_alone(const Wait &self);
+void stand_in_line(std::unique_lock<std::mutex> &lock, Wait &wait);
 bool wait(int64_t timeout_ns, const std::function<bool()> *ready);
 
 }  // namespace
@@ -89,9 +105,9 @@ void Clock::simulate(int64_t realtime_ns) {
     g.driver_mark = &thread_mark;
     g.attention = true;
     for (Waiter *waiter : g.waiters) {
-        if (!waiter->real_time) {
-            if (waiter->deadline_ns != kNever) {
-                waiter->deadline_ns += shift;
+        if (!waiter->wait.real_time) {
+            if (waiter->wait.deadline_ns != kNever) {
+                waiter->wait.deadline_ns += shift;
             }
             waiter->wake.notify_one();  // it may be waiting on system time
         }
@@ -113,6 +129,11 @@ void Clock::run_until(int64_t realtime_ns) {
         return;
     }
     drive(target_ns);
+}
+
+bool Clock::run_until(int64_t realtime_ns, const std::function<bool()> &stop) {
+    assert(is_driver());
+    return drive(realtime_ns - g_simulation.realtime_offset_ns.load(std::memory_order_relaxed), &stop);
 }
 
 void Clock::settle() {
@@ -162,7 +183,7 @@ void Clock::notify() {
     g.attention.store(true, std::memory_order_release);
     for (size_t i = 0; i < g.waiters.size();) {
         Waiter *waiter = g.waiters[i];
-        if (on_system_time(*waiter) && is_ready(*waiter)) {
+        if (on_system_time(waiter->wait) && is_ready(waiter->wait)) {
             release(waiter);  // unlinks it
         } else {
             ++i;
@@ -195,71 +216,100 @@ bool Clock::is_driver() const {
 
 namespace {
 
-// Moves time to 'target_ns' (CLOCK_MONOTONIC), releasing one thread after the other on the way.
-void drive(int64_t target_ns) {
+// Moves time to 'target_ns' (CLOCK_MONOTONIC), releasing one thread after the other on the way. False when stop() has
+// ended it before.
+bool drive(int64_t target_ns, const std::function<bool()> *stop) {
     std::unique_lock lock(g.mutex);
+    g.target_ns = target_ns;
+    g.stop = stop;
+    bool stopped = false;
     const auto all_wait = [] { return g.running == 0; };
-    const auto earlier = [](const Waiter *a, const Waiter *b) {
-        const int64_t of_a = on_system_time(*a) ? kNever : a->deadline_ns;
-        const int64_t of_b = on_system_time(*b) ? kNever : b->deadline_ns;
-        return of_a < of_b;
-    };
     for (;;) {
         look_a_while(lock, all_wait);
         g.idle.wait(lock, all_wait);
         if (g.attention.exchange(false)) {
-            const auto found = std::ranges::find_if(
-                g.waiters, [](const Waiter *waiter) { return !on_system_time(*waiter) && is_ready(*waiter); });
+            const auto found = std::ranges::find_if(g.waiters, [](const Waiter *waiter) {
+                return !on_system_time(waiter->wait) && is_ready(waiter->wait);
+            });
             if (found != g.waiters.end()) {
                 g.attention = true;  // there may be more
                 release(*found);
                 continue;
             }
         }
-        const auto first = std::ranges::min_element(g.waiters, earlier);
-        const bool limited = first != g.waiters.end() && !on_system_time(**first);
-        g.next_deadline_ns = limited ? (*first)->deadline_ns : kNever;
-        if (g.next_deadline_ns == kNever || g.next_deadline_ns > target_ns) {
+        const auto first = std::ranges::min_element(g.waiters, {}, simulated_deadline);
+        g.next_deadline_ns = first != g.waiters.end() ? simulated_deadline(*first) : kNever;
+        stopped = stop != nullptr && (*stop)();
+        if (stopped || g.next_deadline_ns == kNever || g.next_deadline_ns > target_ns) {
             break;
         }
-        g_simulation.monotonic_ns = std::max<int64_t>(g_simulation.monotonic_ns, g.next_deadline_ns);
+        move_time(g.next_deadline_ns);
         release(*first);
     }
-    g_simulation.monotonic_ns = std::max<int64_t>(g_simulation.monotonic_ns, target_ns);
+    g.target_ns = kNobodyDrives;
+    if (!stopped) {
+        move_time(target_ns);
+    }
+    return !stopped;
 }
 
-// The wait of everybody but the driver.
+// The wait of everybody but the driver. A thread that is released because it is ready and finds that another one was
+// faster goes on waiting.
 bool wait(int64_t timeout_ns, const std::function<bool()> *ready) {
     std::unique_lock lock(g.mutex);
-    Waiter self{kNever, ready, time_source::in_real_time_scope(), false, false, {}};
-    if (is_ready(self)) {
-        return true;
-    }
-    if (timeout_ns == 0) {
-        return false;
-    }
-    if (timeout_ns > 0) {
+    Wait self{kNever, ready, time_source::in_real_time_scope()};
+    if (timeout_ns >= 0) {
         self.deadline_ns = later(Clock::instance().monotonic_ns(), timeout_ns);
     }
+    for (;;) {
+        if (is_ready(self)) {
+            return true;
+        }
+        if (is_due(self)) {
+            return false;
+        }
+        if (!step_alone(self)) {
+            stand_in_line(lock, self);
+        }
+    }
+}
+
+// Does what the driver would do next if this thread waited: nothing but moving time to the thread's deadline.
+bool step_alone(const Wait &self) {
+    if (on_system_time(self) || !participation.counted || g.running != 1 || g.attention ||
+        self.deadline_ns > g.target_ns || (g.stop != nullptr && (*g.stop)())) {
+        return false;
+    }
+    for (const Waiter *other : g.waiters) {
+        if (simulated_deadline(other) <= self.deadline_ns) {
+            return false;
+        }
+    }
+    move_time(self.deadline_ns);
+    return true;
+}
+
+// Waits until the thread is released, or due on system time.
+void stand_in_line(std::unique_lock<std::mutex> &lock, Wait &wait) {
+    Waiter self{wait};
     g.waiters.push_back(&self);
-    if (!on_system_time(self)) {
-        g.next_deadline_ns = std::min<int64_t>(g.next_deadline_ns, self.deadline_ns);
+    if (!on_system_time(wait)) {
+        g.next_deadline_ns = std::min<int64_t>(g.next_deadline_ns, wait.deadline_ns);
         leave_running(&participation.counted);
     }
     look_a_while(lock, [&self] { return self.released.load(); });
     while (!self.released) {
-        if (!on_system_time(self) || self.deadline_ns == kNever) {
+        if (!on_system_time(wait) || wait.deadline_ns == kNever) {
             self.wake.wait(lock);
-        } else if (time_source::system_monotonic_ns() < self.deadline_ns) {
+        } else if (!is_due(wait)) {
             self.wake.wait_until(lock,
-                                 std::chrono::steady_clock::time_point(std::chrono::nanoseconds(self.deadline_ns)));
+                                 std::chrono::steady_clock::time_point(std::chrono::nanoseconds(wait.deadline_ns)));
         } else {
             unlink(&self);
             self.released = true;
         }
     }
     participation.counted = participation.counted || self.counted;
-    return is_ready(self);
 }
 
 // Lets go of the lock until 'done' holds, for some microseconds at most: in a simulation the other side is through in
@@ -280,7 +330,7 @@ void look_a_while(std::unique_lock<std::mutex> &lock, Done done) {
 void release(Waiter *waiter) {
     unlink(waiter);
     waiter->released = true;
-    waiter->counted = !on_system_time(*waiter);
+    waiter->counted = !on_system_time(waiter->wait);
     g.running += waiter->counted ? 1 : 0;
     waiter->wake.notify_one();  // under the mutex: the waiter lives on its thread's stack
 }
@@ -300,12 +350,28 @@ Participation::~Participation() {
     leave_running(&counted);
 }
 
-bool on_system_time(const Waiter &waiter) {
-    return waiter.real_time || !g_simulation.on;
+bool on_system_time(const Wait &wait) {
+    return wait.real_time || !g_simulation.on;
 }
 
-bool is_ready(const Waiter &waiter) {
-    return waiter.ready != nullptr && (*waiter.ready)();
+bool is_ready(const Wait &wait) {
+    return wait.ready != nullptr && (*wait.ready)();
+}
+
+bool is_due(const Wait &wait) {
+    return wait.deadline_ns != kNever &&
+           wait.deadline_ns <= (on_system_time(wait) ? time_source::system_monotonic_ns()
+                                                     : g_simulation.monotonic_ns.load(std::memory_order_relaxed));
+}
+
+// What the driver looks at: it does not wait for those on system time.
+int64_t simulated_deadline(const Waiter *waiter) {
+    return on_system_time(waiter->wait) ? kNever : waiter->wait.deadline_ns;
+}
+
+// Never back.
+void move_time(int64_t monotonic_ns) {
+    g_simulation.monotonic_ns = std::max<int64_t>(g_simulation.monotonic_ns, monotonic_ns);
 }
 
 int64_t later(int64_t now_ns, int64_t length_ns) {

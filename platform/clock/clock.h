@@ -41,6 +41,9 @@ public:
     // Driver only. Moves simulated time to 'realtime_ns', running everything that is ready and then everything that
     // falls due on the way; a time that is not later than now only settles. A few nanoseconds when there is nothing.
     void run_until(int64_t realtime_ns);
+    // The same, but ends at the time reached when stop() holds behind something that ran. Returns whether it has come
+    // to its end. stop() may be called on any thread, as ready() of wait_for is.
+    bool run_until(int64_t realtime_ns, const std::function<bool()> &stop);
     // Lets everybody handle what is ready now (posted messages), without moving time. Called by anybody but the driver,
     // or when nothing is simulated, it does nothing.
     void settle();

@@ -15,9 +15,9 @@ namespace time_source {
 
 constinit Simulation g_simulation = {};
 
-namespace {
-
 constinit thread_local int real_time_scopes = 0;
+
+namespace {
 
 // The raw system call writes the kernel's words into the caller's record: the two must be the same.
 static_assert(sizeof(timespec) == 2 * sizeof(long));
@@ -72,14 +72,6 @@ int read_clock(clockid_t clock, timespec *time) {
 
 int64_t system_monotonic_ns() {
     return system_ns(CLOCK_MONOTONIC);
-}
-
-bool is_simulated_here() {
-    return g_simulation.on.load(std::memory_order_acquire) && !in_real_time_scope();
-}
-
-bool in_real_time_scope() {
-    return real_time_scopes != 0;
 }
 
 }  // namespace time_source

@@ -20,8 +20,16 @@ extern Simulation g_simulation;
 // The system's own CLOCK_MONOTONIC, whatever is simulated.
 int64_t system_monotonic_ns();
 
+// RealTimeScopes of the calling thread.
+extern constinit thread_local int real_time_scopes;
+
+inline bool in_real_time_scope() {
+    return real_time_scopes != 0;
+}
+
 // Whether the calling thread lives in simulated time: there is one, and no RealTimeScope.
-bool is_simulated_here();
-bool in_real_time_scope();
+inline bool is_simulated_here() {
+    return g_simulation.on.load(std::memory_order_acquire) && !in_real_time_scope();
+}
 
 }  // namespace card::time_source

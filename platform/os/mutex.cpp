@@ -79,13 +79,12 @@ bool Mutex::sleep(int ticks) {
 bool Mutex::wait_for_give(int64_t end_ns) {
     const uint32_t seen = gives_.load(std::memory_order_relaxed);
     pthread_mutex_unlock(&sleepers_);
-    const int64_t left = end_ns == kNever ? 0 : end_ns - system_time_ns();
-    timespec length = {};
-    length.tv_sec = static_cast<time_t>(left / kNanosecondsPerSecond);
-    length.tv_nsec = static_cast<long>(left % kNanosecondsPerSecond);
-    const bool is_late = left < 0 || (syscall(SYS_futex, &gives_, FUTEX_WAIT_PRIVATE, seen,
-                                              end_ns == kNever ? nullptr : &length, nullptr, 0) != 0 &&
-                                      errno == ETIMEDOUT);
+    timespec end = {};  // of CLOCK_MONOTONIC: what this operation of the futex compares with
+    end.tv_sec = static_cast<time_t>(end_ns / kNanosecondsPerSecond);
+    end.tv_nsec = static_cast<long>(end_ns % kNanosecondsPerSecond);
+    const bool is_late = syscall(SYS_futex, &gives_, FUTEX_WAIT_BITSET_PRIVATE, seen, end_ns == kNever ? nullptr : &end,
+                                 nullptr, FUTEX_BITSET_MATCH_ANY) != 0 &&
+                         errno == ETIMEDOUT;
     pthread_mutex_lock(&sleepers_);
     return !is_late;
 }
@@ -129,7 +128,7 @@ void pause_processor(uint32_t times) {
 
 int64_t system_time_ns() {
     const RealTimeScope system_time;
-    return Clock::instance().realtime_ns();
+    return Clock::instance().monotonic_ns();
 }
 
 }  // namespace

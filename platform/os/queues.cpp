@@ -111,16 +111,16 @@ bool within(int timeout, Attempt attempt, MaySucceed may_succeed) {
         return false;
     }
     Clock &clock = Clock::instance();
-    const int64_t end_ns = timeout < 0 ? -1 : clock.monotonic_ns() + timeout * kTickNs;
-    for (;;) {
-        const int64_t left_ns = timeout < 0 ? -1 : std::max<int64_t>(0, end_ns - clock.monotonic_ns());
-        if (!clock.wait_for(left_ns, may_succeed)) {
-            return false;
-        }
-        if (attempt()) {  // another thread may have been faster
+    int64_t left_ns = timeout < 0 ? -1 : timeout * kTickNs;
+    const int64_t end_ns = clock.monotonic_ns() + left_ns;
+    while (clock.wait_for(left_ns, may_succeed)) {
+        if (attempt()) {
             return true;
         }
+        // Another thread was faster: for what is left of the time.
+        left_ns = timeout < 0 ? -1 : std::max<int64_t>(0, end_ns - clock.monotonic_ns());
     }
+    return false;
 }
 
 Queue::Queue(uint32_t max_messages, uint32_t message_size)
@@ -152,6 +152,9 @@ bool Queue::put(const void *message, uint32_t priority) {
 }
 
 bool Queue::get(void *message) {
+    if (!has_message()) {  // most often, and the mutex is not for nothing
+        return false;
+    }
     const std::lock_guard lock(mutex_);
     if (entries_.empty()) {
         return false;

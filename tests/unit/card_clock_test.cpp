@@ -1,10 +1,16 @@
 // card_clock_test.cpp: the card's mutexes and queues, its clock, and its waits against what a replay relies on.
 // Tests of live time come first: once simulated, the process stays so. Threads of a simulation end before their test.
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <time.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -46,6 +52,21 @@ int64_t receive(uint32_t queue, int timeout = 0) {
 // Milliseconds.
 int64_t since_start() {
     return (the_clock().realtime_ns() - kStart) / kMs;
+}
+
+// The process dies when the calling thread asks for it: it may be set while somebody waits.
+void forbid_the_wall_clock() {
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clock_gettime, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, CLOCK_REALTIME, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{std::size(filter), filter};
+    EXPECT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+    EXPECT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
 }
 
 // Threads that hold it long enough for others to fall asleep, some of which give up: nobody is left behind.
@@ -90,6 +111,7 @@ TEST(CardLive, WaiterGetsTheMutexFromWhoTakesItAgainAtOnce) {
     ASSERT_EQ(take(mutex, -1), 0);
     std::atomic<bool> seen = false;
     std::thread modest([&] {
+        forbid_the_wall_clock();
         EXPECT_EQ(take(mutex, -1), 0);
         while (!seen) {
             std::this_thread::yield();
@@ -126,6 +148,32 @@ TEST(CardLive, QueueKeepsOrderAndBounds) {
     EXPECT_EQ(receive(queue, 2), -1) << "empty";
 }
 
+// A message wakes all three; two find that another one was faster, and wait on.
+TEST(CardLive, ReceiversWaitUntilTheirOwnTimeIsUp) {
+    constexpr int64_t kLast = 1000;
+    const uint32_t queue = new_queue(4);
+    std::atomic<int64_t> received = 0;
+    std::vector<std::thread> threads;
+    for (const int timeout : {-1, -1, 3600 * 1000}) {
+        threads.emplace_back([&, timeout] {
+            while (received < kLast) {
+                const int64_t message = receive(queue, timeout);
+                EXPECT_NE(message, -1) << "came back before its time-out of " << timeout;
+                ++received;
+            }
+        });
+    }
+    for (int64_t sent = 0; sent < kLast + 2; ++sent) {  // two more: the others shall end too
+        while (sent < kLast && received < sent) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(send(queue, 7), 0);
+    }
+    for (auto &thread : threads) {
+        thread.join();
+    }
+}
+
 TEST(CardClock, OwnsTheProcessTime) {
     the_clock().simulate(kStart);
     run(1500 * kMs);
@@ -141,21 +189,44 @@ TEST(CardClock, OwnsTheProcessTime) {
 }
 
 TEST(CardClock, WaitersRunInOrderOfTheirDeadlines) {
+    for (const int64_t step : {7, 140}) {
+        the_clock().simulate(kStart);
+        auto events = std::make_shared<std::string>();  // who, when; no lock: one thread at a time runs
+        for (const auto &[name, ticks, times] : {std::tuple("a", 30u, 4), {"b", 40u, 3}, {"c", 60u, 2}}) {
+            card::start_thread(name, 0, [=, name = name, ticks = ticks, times = times] {
+                for (int i = 0; i < times; ++i) {
+                    bep_taskDelayEx(ticks);
+                    *events += name + std::to_string(since_start()) + " ";
+                }
+            });
+        }
+        for (int64_t ms = step; ms <= 140; ms += step) {
+            the_clock().run_until(kStart + ms * kMs);
+            EXPECT_EQ(since_start(), ms);
+        }
+        EXPECT_EQ(*events, "a30 b40 c60 a60 b80 a90 c120 b120 a120 ") << "in steps of " << step;
+    }
+}
+
+// Who is asked whether to stop is who moves time.
+TEST(CardClock, IdleTaskNeedsNoDriver) {
     the_clock().simulate(kStart);
-    auto events = std::make_shared<std::string>();  // who, when; no lock: one thread at a time runs
-    for (const auto &[name, ticks, times] : {std::tuple("a", 30u, 4), {"b", 40u, 3}, {"c", 60u, 2}}) {
-        card::start_thread(name, 0, [=, name = name, ticks = ticks, times = times] {
-            for (int i = 0; i < times; ++i) {
-                bep_taskDelayEx(ticks);
-                *events += name + std::to_string(since_start()) + " ";
-            }
-        });
-    }
-    for (int64_t ms = 7; ms <= 140; ms += 7) {
-        the_clock().run_until(kStart + ms * kMs);
-        EXPECT_EQ(since_start(), ms);
-    }
-    EXPECT_EQ(*events, "a30 b40 c60 a60 b80 a90 c120 b120 a120 ");
+    const uint32_t queue = new_queue(1);
+    card::start_thread("idle", 0, [queue] {
+        while (receive(queue, 1000) == -1) {
+        }
+    });
+    int of_driver = 0, of_task = 0;
+    const auto stop = [&, driver = std::this_thread::get_id()] {
+        ++(std::this_thread::get_id() == driver ? of_driver : of_task);
+        return since_start() == 86'400'000;
+    };
+    EXPECT_FALSE(the_clock().run_until(kStart + 90'000'000 * kMs, stop));
+    EXPECT_EQ(since_start(), 86'400'000);
+    EXPECT_GE(of_task, 86'000);
+    EXPECT_LE(of_driver, 10);
+    send(queue, 1);
+    the_clock().settle();
 }
 
 TEST(CardClock, MessageIsHandledAtTheTimeItWasSent) {
