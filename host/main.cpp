@@ -7,6 +7,7 @@
 
 #include "console/help.h"
 #include "console/kinds.h"
+#include "deny_widths.h"
 #include "options.h"
 #include "replay_command.h"
 
@@ -71,12 +72,17 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
     std::string verb;
     add_replay(app, options);
     const CLI::App *reference = app.add_subcommand("reference", "Print the page on the operator's lines (Markdown)");
+    const CLI::App *denies = app.add_subcommand("denies", "Print the page on how wide deny rules are (Markdown)");
     CLI::App *help = app.add_subcommand("help", "List the operator's lines");
     help->add_option("VERB", verb, "Only those that begin so");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? kExitGood : kExitUsage;
+    }
+    if (denies->parsed()) {
+        std::fputs(denies_page().c_str(), stdout);
+        return kExitGood;
     }
     if (reference->parsed() || help->parsed()) {
         const std::string text = help->parsed() ? console::help_text(verb) : console::reference_page();

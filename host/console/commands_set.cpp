@@ -2,6 +2,7 @@
 #include "anti_cpu/anti_cpu.h"
 #include "chip/chip.h"
 #include "console/command_rows.h"
+#include "deny_widths.h"
 #include "options.h"
 #include "os/os.h"
 
@@ -52,6 +53,16 @@ Status set_reaction(Session &, const Arguments &arguments) {
     return done_if_zero(setter(arguments.number("protocol"), arguments.number("on|off")), kRefused);
 }
 
+// Tells what else such rules stop, to who reads it.
+Status set_hw_deny(Session &session, const Arguments &arguments) {
+    const Status status =
+        set_reaction<atc_api_set_protocol_hw_deny_enable, atc_api_set_protocol_src_hw_deny_enable>(session, arguments);
+    if (status == Status::kDone && arguments.number("on|off") == 1 && !session.json) {
+        std::fputs(deny_width_text(arguments.number("protocol"), arguments.has("source")).c_str(), stdout);
+    }
+    return status;
+}
+
 Status set_chip_rules(Session &, const Arguments &arguments) {
     card::Chip::instance().set_capacity(arguments.number("number"));
     return Status::kDone;
@@ -75,7 +86,7 @@ std::vector<Command> set_rows() {
         {"set deny <protocol> [source] <on|off>", "Drop what is over its fast limit, in software",
          set_reaction<atc_api_set_protocol_deny_enable, atc_api_set_protocol_src_deny_enable>},
         {"set hw-deny <protocol> [source] <on|off>", "Have the switching chip drop what is over its fast limit",
-         set_reaction<atc_api_set_protocol_hw_deny_enable, atc_api_set_protocol_src_hw_deny_enable>},
+         set_hw_deny},
         {"set capture <protocol> [source] <on|off>", "Capture what is over its fast limit",
          set_reaction<atc_api_set_protocol_cap_enable, atc_api_set_protocol_src_cap_enable>},
         {"set ipattack <number>", "A word that only \"show settings\" shows", set_number<atc_api_set_ipattack>},

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# reference.sh PROGRAM PAGE: the page on the operator's lines is what the program's own table says.
+# reference.sh PROGRAM COMMAND PAGE: a page that the program draws from its own tables is what it draws now.
 set -euo pipefail
-page=$("$1" reference; echo .)  # the last line end is kept
-if ! diff -u "$2" <(printf '%s' "${page%.}"); then
-    echo "$2 is not current. Write it again: anti-cpu reference > docs/console.md" >&2
+page=$("$1" "$2"; echo .)  # the last line end is kept
+if ! diff -u "$3" <(printf '%s' "${page%.}"); then
+    echo "$3 is not current. Write it again: anti-cpu $2 > $3" >&2
     exit 1
 fi

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "sample_frames.h"
+
 namespace {
 
 using Bytes = std::vector<uint8_t>;
@@ -322,26 +324,13 @@ Frame icmpv6(uint8_t type, uint8_t code) {
 }
 
 Frame frame_of_class(uint16_t protocol) {
-    static const Frame frames[] = {
-        // 1 stp, rstp, mstp, lldp, isis, arp, pppoe, dot1x, lacp, dot3ah, aps, erps, y1731
-        bpdu(0), bpdu(2), bpdu(3), lldp(), isis(), arp(), pppoe(), dot1x(), slow(1), slow(3), cfm(39), cfm(40), cfm(1),
-        // 14 unknown-ipv4, unknown-ipv6, unknown-ip-fragment, ospfv2, ospfv3, pim4, pim6
-        ipv4(50), ipv6(44), ipv4(50).more_fragments(), ipv4(89).dst_ip("224.0.0.5"), ipv6(89).dst_ip("ff02::5"),
-        ipv4(103).dst_ip("224.0.0.13"), ipv6(103).dst_ip("ff02::d"),
-        // 21 icmpv4, igmp, rsvp, vrrp, unknown-icmpv6, four of mld
-        icmp(), ipv4(2).dst_ip("224.0.0.1"), ipv4(46), ipv4(112).dst_ip("224.0.0.18"), icmpv6(1), icmpv6(130),
-        icmpv6(131), icmpv6(132), icmpv6(143),
-        // 30 icmpv6 request, reply, rs, ra, ns, na, redirect
-        icmpv6(128), icmpv6(129), icmpv6(133), icmpv6(134), icmpv6(135), icmpv6(136), icmpv6(137),
-        // 37 unknown-udp, ntp, radius, dhcp, dhcpv6, ldp, bfd, snmp, tftp
-        udp(), udp(123, 123), udp(40000, 1812), udp(68, 67), udp6(546, 547), udp(646, 646), udp(49152, 3784),
-        udp(40000, 161), udp(40000, 69),
-        // 46 tacacs, mplsoam, rip, ripng, dns
-        tcp(40000, 49), udp(40000, 3503), udp(520, 520), udp6(521, 521), udp(40000, 53),
-        // 51 unknown-tcp, tcp-syn, bgp, telnet, ssh, ftp, self, unknown-packet
-        tcp(), tcp(40000, 80, SYN), tcp(40000, 179), tcp(40000, 23), tcp(40000, 22), tcp(40000, 21),
-        arp().from(OWN_MAC), eth(0x1234)};
-    static_assert(std::size(frames) == 58);
-    require(protocol >= 1 && protocol <= std::size(frames), "protocol classes are 1..58");
-    return frames[protocol - 1];
+    const host::SampleFrame sample = host::sample_frame(protocol);
+    require(sample.protocol != 0, "protocol classes are 1..58");
+    Frame frame(sample.bytes);
+    const bool is_llc = frame.bytes_[12] < 6;
+    const bool is_ip = frame.bytes_[12] == 0x08 && frame.bytes_[13] == 0x00;
+    const bool is_ipv6 = frame.bytes_[12] == 0x86;
+    frame.payload_ = is_llc ? 17 : 14;
+    frame.l4_ = is_ip ? 34 : is_ipv6 ? 54 : 0;
+    return frame;
 }

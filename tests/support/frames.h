@@ -82,6 +82,7 @@ private:
     friend Frame llc(uint8_t dsap, std::vector<uint8_t> payload);
     friend Frame ipv4(uint8_t proto, std::vector<uint8_t> payload);
     friend Frame ipv6(uint8_t next_header, std::vector<uint8_t> payload);
+    friend Frame frame_of_class(uint16_t protocol);
 
     bool is_ipv6() const;
     Frame &mac(uint32_t offset, std::string_view text);
@@ -120,5 +121,5 @@ Frame tcp6(uint16_t sport = 40000, uint16_t dport = 40001, uint8_t flags = ACK);
 Frame icmp(uint8_t type = 8, uint8_t code = 0);
 Frame icmpv6(uint8_t type, uint8_t code = 0);
 
-// One frame of every protocol class 1..58. That of class 57 ("self") is an ARP request from OWN_MAC.
+// The sample frame of a protocol class 1..58. That of class 57 ("self") is an ARP request from OWN_MAC.
 Frame frame_of_class(uint16_t protocol);
