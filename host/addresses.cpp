@@ -10,14 +10,6 @@
 
 namespace host {
 
-namespace {
-
-constexpr uint32_t address_bits(uint32_t type) {
-    return type == ATC_SRC_MAC ? 48 : type == ATC_SRC_IPV4 ? 32 : 128;
-}
-
-}  // namespace
-
 std::optional<MacAddress> parse_mac(std::string_view text) {
     constexpr size_t mac_text_size = 17;
     MacAddress mac{};
@@ -101,6 +93,10 @@ uint32_t ipv4_number(const Source &source) {
     uint32_t number = 0;
     std::memcpy(&number, source.bytes.data(), sizeof(number));
     return number;
+}
+
+uint32_t address_bits(uint32_t type) {
+    return type == ATC_SRC_MAC ? 48 : type == ATC_SRC_IPV4 ? 32 : 128;
 }
 
 std::string protocol_name(uint32_t id) {

@@ -23,6 +23,9 @@ struct Source {
     uint32_t type = ATC_SRC_NONE;
     SourceBytes bytes{};
     auto operator<=>(const Source &) const = default;
+
+    // As the module's operations take it: null where there is none.
+    const void *address() const { return type == ATC_SRC_NONE ? nullptr : bytes.data(); }
 };
 
 // An address, perhaps with the length of a prefix in bits.
@@ -47,6 +50,9 @@ std::optional<uint32_t> parse_number(std::string_view text, uint32_t highest);
 std::string source_text(const Source &source);
 
 uint32_t ipv4_number(const Source &source);
+
+// Bits of an address of this type of source.
+uint32_t address_bits(uint32_t type);
 
 // What atc_protocol_id_to_name gives.
 std::string protocol_name(uint32_t id);

@@ -1,5 +1,6 @@
 #include "captures_folder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -22,46 +23,53 @@ std::string numbered(const std::string &name, uint32_t number) {
 
 // Calls use(name, data, len) when this flow or source holds an automatic capture.
 template <typename Use>
-void use_capture(uint32_t vlan, uint32_t port, uint32_t protocol, const Source &source, Use use) {
+void use_capture(const Subject &subject, Use use) {
+    const auto &[flow, source] = subject;
     void *data = nullptr;
     uint32_t len = 0;
-    const void *address = source.type == ATC_SRC_NONE ? nullptr : source.bytes.data();
-    if (atc_api_get_port_capture(ATC_DIRECTION_RX, vlan, port, protocol, source.type, address, &data, &len) == 0) {
-        use(capture_name(ATC_DIRECTION_RX, vlan, port, protocol, source), data, len);
+    if (atc_api_get_port_capture(ATC_DIRECTION_RX, flow.vlan, flow.port, flow.protocol, source.type, source.address(),
+                                 &data, &len) == 0) {
+        use(capture_name(subject), data, len);
         atc_api_free_buffer(data);
     }
 }
 
+// Calls use(line) for each flow and source that holds one.
 template <typename Use>
-void for_each_capture(Use use) {
-    for (const FlowRow &flow : flow_rows()) {
-        use_capture(flow.vlan, flow.port, flow.protocol, Source{}, use);
-        for (const SourceRow &row : flow.sources) {
-            use_capture(flow.vlan, flow.port, flow.protocol, row.source, use);
+void each_holder(FlowAccount &account, Use use) {
+    each_flow_row(account, {}, [&use](const FlowRow &row) {
+        if (row.flow.capture_bytes > 0) {
+            use(row.flow);
         }
-    }
+        for (const FlowLine &line : row.sources) {
+            if (line.capture_bytes > 0) {
+                use(line);
+            }
+        }
+    });
 }
 
 }  // namespace
 
-std::string capture_name(uint32_t direction, uint32_t vlan, uint32_t port, uint32_t protocol, const Source &source) {
-    std::string name = std::string("atc-") + (direction == ATC_DIRECTION_RX ? "rx" : "tx") + "-" +
-                       std::to_string(port) + "-" + std::to_string(vlan) + "-" + protocol_name(protocol);
+std::string capture_name(const Subject &subject) {
+    const auto &[flow, source] = subject;
+    std::string name =
+        "atc-rx-" + std::to_string(flow.port) + "-" + std::to_string(flow.vlan) + "-" + protocol_name(flow.protocol);
     if (source.type != ATC_SRC_NONE) {
         std::string address = source_text(source);
         if (source.type == ATC_SRC_MAC) {
-            for (char &c : address) {
-                c = c == ':' ? '-' : c;
-            }
+            std::ranges::replace(address, ':', '-');
         }
         name += "-(" + address + ")";
     }
     return name + ".cap";
 }
 
-std::vector<HeldCapture> held_captures() {
+std::vector<HeldCapture> held_captures(FlowAccount &account) {
     std::vector<HeldCapture> held;
-    for_each_capture([&held](const std::string &name, const void *, uint32_t len) { held.push_back({name, len}); });
+    each_holder(account, [&held](const FlowLine &line) {
+        held.push_back({capture_name(line.subject), line.capture_bytes});
+    });
     return held;
 }
 
@@ -98,8 +106,11 @@ bool CapturesFolder::write(const std::string &name, const void *data, uint32_t l
     }
 }
 
-void CapturesFolder::write_all() {
-    for_each_capture([this](const std::string &name, const void *data, uint32_t len) { write(name, data, len); });
+void CapturesFolder::write_all(FlowAccount &account) {
+    each_holder(account, [this](const FlowLine &line) {
+        use_capture(line.subject,
+                    [this](const std::string &name, const void *data, uint32_t len) { write(name, data, len); });
+    });
 }
 
 // "anti-cpu port 3 vlan 100 protocol arp src mac 02:00:00:00:00:07 diagnose buffer is overflow"
@@ -114,7 +125,7 @@ void CapturesFolder::write_full(const std::string &message) {
     constexpr int of_source = 4;
     const auto source = found == of_source ? parse_source(address) : Source{};
     if (found >= of_flow && source) {
-        use_capture(vlan, port, parse_protocol(name), *source,
+        use_capture({{port, vlan, parse_protocol(name)}, *source},
                     [this](const std::string &file, const void *data, uint32_t len) { write(file, data, len); });
     }
 }

@@ -11,20 +11,20 @@
 #include <string>
 #include <vector>
 
-#include "addresses.h"
+#include "flow_account.h"
 #include "problems.h"
 
 namespace host {
 
 // The module's name for the capture of a received flow (source type 0) or of one of its sources.
-std::string capture_name(uint32_t direction, uint32_t vlan, uint32_t port, uint32_t protocol, const Source &source);
+std::string capture_name(const Subject &subject);
 
 // An automatic capture that the module holds now.
 struct HeldCapture {
     std::string name;
     uint32_t bytes;
 };
-std::vector<HeldCapture> held_captures();
+std::vector<HeldCapture> held_captures(FlowAccount &account);
 
 class CapturesFolder {
 public:
@@ -38,7 +38,7 @@ public:
     bool write(const std::string &name, const void *data, uint32_t len);
 
     // Every automatic capture that the module holds now.
-    void write_all();
+    void write_all(FlowAccount &account);
     // The one of which the module has logged that it is full: it may be gone before the end.
     void write_full(const std::string &message);
 

@@ -1,26 +1,25 @@
 // flow_verdicts.h: what became of the packets of each flow that had one stopped in the chip or dropped in software.
 //
 // A packet that passes costs nothing here: how many there were is the module's count of the flow, less those dropped.
-// So only stopped and dropped packets are looked into, by the module's own parser. What a clear of the module's counts
-// takes away is kept here; packets that pass while the module is off are counted by nobody.
-// Used by: replay (packets), the console (clears), report (rows). Uses: the module's parser, module_tables. Thread: the
-// driving one.
+// So only stopped and dropped packets are looked into. What a clear of the module's counts takes away is kept here;
+// packets that pass while the module is off are counted by nobody.
+// Used by: replay (packets), the console (clears), report (rows). Uses: module_tables. Thread: the driving one.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
-#include "addresses.h"
-#include "capture_reader.h"
+#include "flow_key.h"
 #include "module_tables.h"
 
 namespace host {
 
-// Packets of one flow. 'offered' and 'passed' are missing where the module's count is not known: it keeps no flow (in
-// its untracked VLAN, or for want of memory), or it has more flows than its table has room for.
+// Packets of one flow. 'offered' and 'passed' are missing where the module's count is not known: it keeps no flow, in
+// its untracked VLAN or for want of memory.
 struct FlowVerdict {
     FlowKey flow;
     std::optional<uint64_t> offered;
@@ -31,19 +30,23 @@ struct FlowVerdict {
 
 class FlowVerdicts {
 public:
-    // 'vlan' is that of frames without a tag, 'device' the address the module knows as its own.
-    FlowVerdicts(uint32_t vlan, const MacAddress &device) : vlan_(vlan), device_(device) {}
+    void stopped(const FlowKey &flow) { denied_[flow].stopped++; }
+    void dropped(const FlowKey &flow) { denied_[flow].dropped++; }
 
-    // A packet of the flow that it belongs to on this logical port.
-    void stopped(const Packet &packet, uint32_t port) { denied(packet, port).stopped++; }
-    void dropped(const Packet &packet, uint32_t port) { denied(packet, port).dropped++; }
-
-    // Runs 'clear', which may set counts of the module to zero. Gives what it gives.
+    // Runs 'clear', which may set the module's counts of these flows to zero. Gives what it gives.
     template <typename Clear>
-    auto keep_counts(Clear clear) {
-        const FlowCounts before = flow_counts();
+    auto keep_counts(std::span<const FlowKey> flows, Clear clear) {
+        std::vector<uint32_t> before;
+        for (const FlowKey &flow : flows) {
+            before.push_back(flow_packets(flow));
+        }
         const auto result = clear();
-        keep(before, flow_counts());
+        for (size_t i = 0; i < flows.size(); i++) {
+            const uint32_t left = flow_packets(flows[i]);
+            if (left < before[i]) {
+                kept_[flows[i]] += before[i] - left;
+            }
+        }
         return result;
     }
 
@@ -61,15 +64,8 @@ private:
         }
     };
 
-    Denied &denied(const Packet &packet, uint32_t port);
-    FlowKey flow_of(const Packet &packet, uint32_t port) const;
-    void keep(const FlowCounts &before, const FlowCounts &after);
-
-    uint32_t vlan_;
-    MacAddress device_;
     std::unordered_map<FlowKey, Denied, Hash> denied_;
     std::map<FlowKey, uint64_t> kept_;  // counts that clears took away
-    bool complete_ = true;              // every clear's counts were all seen
 };
 
 }  // namespace host

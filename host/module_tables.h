@@ -1,61 +1,80 @@
-// module_tables.h: the module's tables as data.
+// module_tables.h: the module's tables as data: the columns of its text tables, by its queries.
 //
-// The module gives its figures per entry as text tables only (its queries cost a second each), so that text is read
-// back here: the one place that knows its columns. Numbers of 2^31 and more are printed negative by the module and come
-// out right. Used by: report (data), flow_verdicts, captures_folder (who holds a capture), the console. Thread: the
-// driving one.
+// However many rows there are: a text table ends where its buffer does. Figures are of the moment, no time passes.
+// Used by: report, the console, flow_verdicts. Thread: the driving one.
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
-#include "flow_key.h"
+#include "alarm_book.h"
+#include "flow_account.h"
 
 namespace host {
 
-struct TableRow {
-    std::string key;  // protocol name, port or VLAN
+struct TableFigures {
     uint32_t packets = 0;
-    uint32_t speed_pps = 0;
+    uint32_t speed_pps = 0;  // in the latest fast period
     uint32_t peak_packets = 0;
     uint32_t peak_pps = 0;
-    std::string peak_time;    // empty = no peak yet
-    bool over_limit = false;  // of a flow or source: its fast-period alarm is raised
+    std::string peak_time;  // empty = no peak yet
 };
 
-struct SourceRow {
-    Source source;
-    TableRow figures;
+struct TableRow {
+    uint32_t key = 0;  // protocol id, port or VLAN
+    TableFigures figures;
 };
 
+// In ascending order.
+std::vector<TableRow> protocol_rows(uint32_t direction);
+std::vector<TableRow> port_rows(FlowAccount &account);
+std::vector<TableRow> vlan_rows();
+
+// One line of the flow table.
+struct FlowLine {
+    Subject subject;
+    TableFigures figures;
+    bool over_limit = false;     // its fast-period alarm is raised
+    uint32_t capture_bytes = 0;  // of its automatic capture; 0 = none
+};
+
+// A flow and its sources, in ascending order.
 struct FlowRow {
-    uint32_t port = 0;
-    uint32_t vlan = 0;
-    uint32_t protocol = 0;
-    TableRow figures;
-    std::vector<SourceRow> sources;
+    FlowLine flow;
+    std::vector<FlowLine> sources;
 };
 
-// 'report' is one of the table operations, such as atc_api_get_rx_port_stat_brief.
-std::vector<TableRow> table_rows(int (*report)(char **text));
+// Calls use(row) for each received flow, in ascending order.
+template <typename Use>
+void each_flow_row(FlowAccount &account, const StandingAlarms &alarms, Use use);
 
-std::vector<FlowRow> flow_rows();
+// False when the module has no such flow.
+bool read_flow_row(const FlowKey &flow, const StandingAlarms &alarms, FlowRow &row);
 
-// How many packets the module counted for each received flow since it was cleared. Packets without a class are counted
-// with those of unknown protocol: the module shows both under one name.
-struct FlowCounts {
-    std::map<FlowKey, uint64_t> packets;
-    bool complete;  // false: the module's text has no room for all flows
-};
-FlowCounts flow_counts();
+// How many lines there are: one for each flow and each source.
+size_t count_flow_lines(FlowAccount &account);
+
+// Packets that the module has counted in a flow since it was cleared; 0 when there is no such flow.
+uint32_t flow_packets(const FlowKey &flow);
 
 // A flow's sources, busiest first, with their packet counts; empty when there are none.
 struct CountedSource {
     Source source;
     uint32_t packets;
 };
-std::vector<CountedSource> flow_sources(uint32_t direction, uint32_t vlan, uint32_t port, uint32_t protocol);
+std::vector<CountedSource> flow_sources(uint32_t direction, const FlowKey &flow);
+
+template <typename Use>
+void each_flow_row(FlowAccount &account, const StandingAlarms &alarms, Use use) {
+    account.each_flow([&](const FlowKey &flow) {
+        FlowRow row;
+        const bool is_there = read_flow_row(flow, alarms, row);
+        if (is_there) {
+            use(row);
+        }
+        return is_there;
+    });
+}
 
 }  // namespace host

@@ -2,7 +2,7 @@
 //
 // Reports are allocated by the module and given back to it; dumps are printed by the module on standard output. Both
 // come back from here as strings with "\n" line ends, whatever the module ends its lines with.
-// Used by: report, module_tables, the console. Thread: the driving one; nothing else prints meanwhile.
+// Used by: report, alarm_listing, the console. Thread: the driving one; nothing else prints meanwhile.
 #pragma once
 
 #include <cstdio>

@@ -21,7 +21,7 @@ Replay::Replay(CaptureSet &captures, EventLog &events, const ReplaySettings &set
       clock_(card::Clock::instance()),
       chip_(card::Chip::instance()),
       settings_(settings),
-      flows_(settings.vlan, settings.device_mac()) {}
+      packet_flow_(settings.vlan, settings.device_mac()) {}
 
 Replay::~Replay() {
     clock_.set_driver_sleep(nullptr);
@@ -140,10 +140,22 @@ void Replay::deliver(const Packet &packet) {
     last_counts_->offered++;
     if (chip_.denies(packet.data, packet.len, packet.port, settings_.vlan)) {
         last_counts_->stopped++;
-        flows_.stopped(packet, last_logical_);
-    } else if (atc_api_receive_packet(packet.data, packet.len, last_logical_, settings_.vlan) != 0) {
+        verdicts_.stopped(packet_flow_.of(packet, last_logical_));
+    } else {
+        judge(packet);
+    }
+}
+
+// A packet that made the module allocate something may be the first of its flow.
+void Replay::judge(const Packet &packet) {
+    const int verdict = atc_api_receive_packet(packet.data, packet.len, last_logical_, settings_.vlan);
+    if (const uint64_t blocks = card::blocks_made(); blocks != blocks_seen_) [[unlikely]] {
+        blocks_seen_ = blocks;
+        flows_.note(packet_flow_.of(packet, last_logical_));
+    }
+    if (verdict != 0) {
         last_counts_->dropped++;
-        flows_.dropped(packet, last_logical_);
+        verdicts_.dropped(packet_flow_.of(packet, last_logical_));
     } else {
         last_counts_->passed++;
     }

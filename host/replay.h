@@ -3,7 +3,8 @@
 // The replay owns simulated time: before a packet is shown to the switching chip, and then to the module, time is moved
 // to the packet's, and whatever the module's monitor task has to do on the way is done. A query of the module that
 // measures for a second replays the packets of that second.
-// Used by: main, the console. Uses: capture_reader, event_log, flow_verdicts, the card, the module.
+// Used by: main, the console. Uses: capture_reader, event_log, flow_account, flow_verdicts, the card, the
+// module.
 // Thread: one, the driving thread of the clock; it calls with no lock held.
 #pragma once
 
@@ -18,7 +19,9 @@
 #include "chip/chip.h"
 #include "clock/clock.h"
 #include "event_log.h"
+#include "flow_account.h"
 #include "flow_verdicts.h"
+#include "packet_flow.h"
 
 namespace host {
 
@@ -76,8 +79,11 @@ public:
     uint64_t sent_dropped() const { return sent_dropped_; }
     const std::map<uint32_t, PortCounts> &ports() const { return ports_; }
     PortCounts received() const;
-    const FlowVerdicts &flow_verdicts() const { return flows_; }
-    FlowVerdicts &flow_verdicts() { return flows_; }
+    const FlowVerdicts &flow_verdicts() const { return verdicts_; }
+    FlowVerdicts &flow_verdicts() { return verdicts_; }
+    // Of the packets handed over.
+    FlowAccount &flows() const { return flows_; }
+    AlarmBook &alarms() const { return events_.alarms(); }
 
     // Called behind the packet that found automatic captures full, with the module's messages about them.
     void set_full_captures(std::function<void(const std::vector<std::string> &)> full) {
@@ -90,6 +96,7 @@ private:
     void feed(int64_t end_ns, bool stop_at_alarm);
     void deliver(const Packet &packet);
     void look_up(uint32_t port);
+    void judge(const Packet &packet);
     void deliver_sent(const Packet &packet);
     bool is_own(const Packet &packet) const;
 
@@ -108,7 +115,10 @@ private:
     uint64_t sent_ = 0;
     uint64_t sent_dropped_ = 0;
     std::map<uint32_t, PortCounts> ports_;
-    FlowVerdicts flows_;
+    PacketFlow packet_flow_;
+    FlowVerdicts verdicts_;
+    mutable FlowAccount flows_;              // walks put it in order
+    uint64_t blocks_seen_ = 0;               // allocated by the module so far
     std::map<uint32_t, uint32_t> trunk_of_;  // by member
     uint32_t last_port_ = 0;
     uint32_t last_logical_ = 0;          // its trunk, or itself

@@ -18,6 +18,7 @@
 #include "problems.h"
 #include "replay.h"
 #include "report.h"
+#include "report_data.h"
 
 namespace host {
 
@@ -144,7 +145,7 @@ console::Status run_packets(const ReplayOptions &options, Replay &replay, consol
 
 void print_results(const ReplayOptions &options, const Summary &summary) {
     if (options.json) {
-        console::print_json(report_json(summary));
+        write_report(stdout, summary);
     } else if (options.quiet) {
         print_summary(stdout, summary);
     } else {
@@ -205,7 +206,7 @@ int replay_command(const ReplayOptions &options) {
     progress.clear();
 
     if (folder.is_open()) {
-        folder.write_all();
+        folder.write_all(replay.flows());
     }
     if (!led_by_operator) {
         print_results(options, {captures, replay, events, real_time.count()});

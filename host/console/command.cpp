@@ -36,7 +36,7 @@ Status done_if_zero(uint32_t result, const char *reason) {
 }
 
 Status print_json(const Json &json) {
-    std::printf("%s\n", json.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+    host::print_json(stdout, json);
     return Status::kDone;
 }
 

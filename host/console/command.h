@@ -17,6 +17,7 @@
 
 #include "captures_folder.h"
 #include "console/kinds.h"
+#include "json_writer.h"
 #include "replay.h"
 #include "report.h"
 

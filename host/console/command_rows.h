@@ -28,8 +28,8 @@ struct FlowName {
     uint32_t protocol;
     Source source;  // type 0: the flow itself
 
-    // Null for the flow itself.
-    const void *address() const { return source.type == ATC_SRC_NONE ? nullptr : source.bytes.data(); }
+    const void *address() const { return source.address(); }
+    Subject subject() const { return {{port, vlan, protocol}, source}; }
 };
 FlowName flow_name(const Arguments &arguments);
 

@@ -8,6 +8,7 @@
 #include "console/dump_data.h"
 #include "module_text.h"
 #include "os/os.h"
+#include "report_data.h"
 #include "services/services.h"
 #include "text_table.h"
 
@@ -30,33 +31,48 @@ Status print_text(const std::string &text) {
     return Status::kDone;
 }
 
+// An array of which write(json) writes the elements.
+template <typename Write>
+Status print_array(Write write) {
+    JsonWriter json(stdout);
+    json.open_array();
+    write(json);
+    json.close();
+    return Status::kDone;
+}
+
 Status show_protocols(Session &session, const Arguments &arguments) {
-    const bool sent = arguments.number_or("direction", ATC_DIRECTION_RX) != ATC_DIRECTION_RX;
-    const auto report = sent ? atc_api_get_tx_protocol_stat_brief : atc_api_get_rx_protocol_stat_brief;
-    return as_json(session, arguments) ? print_json(table_json(table_rows(report), "protocol", false))
-                                       : print_text(report_text(report));
+    const uint32_t direction = arguments.number_or("direction", ATC_DIRECTION_RX);
+    return as_json(session, arguments)
+               ? print_json(protocols_json(direction))
+               : print_text(report_text(direction == ATC_DIRECTION_RX ? atc_api_get_rx_protocol_stat_brief
+                                                                      : atc_api_get_tx_protocol_stat_brief));
 }
 
 Status show_ports(Session &session, const Arguments &arguments) {
-    return as_json(session, arguments)
-               ? print_json(table_json(table_rows(atc_api_get_rx_port_stat_brief), "port", true))
-               : print_text(report_text(atc_api_get_rx_port_stat_brief));
+    return as_json(session, arguments) ? print_json(ports_json(session.replay))
+                                       : print_text(ports_text(session.replay));
 }
 
 Status show_vlans(Session &session, const Arguments &arguments) {
-    return as_json(session, arguments)
-               ? print_json(table_json(table_rows(atc_api_get_rx_vlan_stat_brief), "vlan", true))
-               : print_text(report_text(atc_api_get_rx_vlan_stat_brief));
+    return as_json(session, arguments) ? print_json(vlans_json())
+                                       : print_text(report_text(atc_api_get_rx_vlan_stat_brief));
 }
 
 Status show_flows(Session &session, const Arguments &arguments) {
-    return as_json(session, arguments) ? print_json(flows_json(flow_rows()))
-                                       : print_text(report_text(atc_api_get_stat_brief));
+    if (!as_json(session, arguments)) {
+        return print_text(flows_text(session.replay));
+    }
+    const AlarmListing alarms = list_alarms(session.replay.alarms());
+    return print_array([&](JsonWriter &json) { write_flows(json, session.replay, alarms.standing); });
 }
 
 Status show_alarms(Session &session, const Arguments &arguments) {
-    return as_json(session, arguments) ? print_json(alarms_json(flow_rows()))
-                                       : print_text(report_text(atc_api_get_alarm_info));
+    if (!as_json(session, arguments)) {
+        return print_text(alarms_text(session.replay));
+    }
+    const AlarmListing alarms = list_alarms(session.replay.alarms());
+    return print_array([&](JsonWriter &json) { write_alarms(json, alarms.standing); });
 }
 
 Status show_hw_deny(Session &session, const Arguments &arguments) {
@@ -119,7 +135,7 @@ Status show_names(Session &session, const Arguments &arguments) {
 // Automatic captures by what they hold of, the manual one first.
 Status show_captures(Session &session, const Arguments &arguments) {
     const bool manual = atc_api_get_cap_is_exist() == 1;
-    const std::vector<HeldCapture> held = held_captures();
+    const std::vector<HeldCapture> held = held_captures(session.replay.flows());
     if (as_json(session, arguments)) {
         Json json = {{"manual", manual}, {"automatic", Json::array()}};
         for (const HeldCapture &capture : held) {
@@ -138,7 +154,14 @@ Status show_captures(Session &session, const Arguments &arguments) {
 
 Status show_verdicts(Session &session, const Arguments &arguments) {
     if (as_json(session, arguments)) {
-        return print_json({{"ports", ports_json(session.replay)}, {"flows", flow_verdicts_json(session.replay)}});
+        JsonWriter json(stdout);
+        json.open_object();
+        json.add("ports", port_verdicts_json(session.replay));
+        json.open_array("flows");
+        write_flow_verdicts(json, session.replay);
+        json.close();
+        json.close();
+        return Status::kDone;
     }
     print_verdicts(stdout, session.replay);
     return Status::kDone;

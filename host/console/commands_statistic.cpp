@@ -3,53 +3,14 @@
 // A query takes a second of the replay's time, in which that second's packets are replayed.
 #include "anti_cpu/anti_cpu.h"
 #include "console/command_rows.h"
+#include "figures.h"
+#include "module_tables.h"
+#include "report_data.h"
 #include "text_table.h"
 
 namespace host::console {
 
 namespace {
-
-// Of one kind of period. Counts are packets per period.
-struct PeriodFigures {
-    uint32_t latest, latest_pps;
-    uint32_t smallest, smallest_pps;
-    uint32_t largest, largest_pps;
-    uint32_t average, average_pps;
-    uint32_t limit, limit_pps;  // of a flow or source only
-    uint32_t peak, peak_pps;
-    char peak_time[ATC_NAME_SIZE];
-};
-
-struct Figures {
-    uint32_t count = 0;
-    uint32_t pps = 0;
-    PeriodFigures fast{};
-    PeriodFigures slow{};
-    uint32_t cap_on = 0;
-    uint32_t cap_len = 0;
-    uint32_t sw_deny_on = 0;
-    uint32_t hw_deny_on = 0;
-};
-
-// The outputs that every query has, in their order. 'key' is what names the block.
-template <typename Query, typename... Key>
-int ask(Query query, Figures &f, Key... key) {
-    return query(key..., &f.count, &f.pps, &f.fast.latest, &f.fast.latest_pps, &f.fast.smallest, &f.fast.smallest_pps,
-                 &f.fast.largest, &f.fast.largest_pps, &f.fast.average, &f.fast.average_pps, &f.fast.peak,
-                 &f.fast.peak_pps, f.fast.peak_time, &f.slow.latest, &f.slow.latest_pps, &f.slow.smallest,
-                 &f.slow.smallest_pps, &f.slow.largest, &f.slow.largest_pps, &f.slow.average, &f.slow.average_pps,
-                 &f.slow.peak, &f.slow.peak_pps, f.slow.peak_time);
-}
-
-int ask_flow(Figures &f, const FlowName &flow) {
-    return atc_api_get_statistic(
-        flow.direction, flow.vlan, flow.port, flow.protocol, flow.source.type, flow.address(), &f.count, &f.pps,
-        &f.fast.latest, &f.fast.latest_pps, &f.fast.smallest, &f.fast.smallest_pps, &f.fast.largest,
-        &f.fast.largest_pps, &f.fast.average, &f.fast.average_pps, &f.fast.limit, &f.fast.limit_pps, &f.fast.peak,
-        &f.fast.peak_pps, f.fast.peak_time, &f.slow.latest, &f.slow.latest_pps, &f.slow.smallest, &f.slow.smallest_pps,
-        &f.slow.largest, &f.slow.largest_pps, &f.slow.average, &f.slow.average_pps, &f.slow.limit, &f.slow.limit_pps,
-        &f.slow.peak, &f.slow.peak_pps, f.slow.peak_time, &f.cap_on, &f.cap_len, &f.sw_deny_on, &f.hw_deny_on);
-}
 
 Json period_json(const PeriodFigures &period, bool of_flow) {
     Json json = {{"latest", period.latest},     {"latest_pps", period.latest_pps},
@@ -107,9 +68,9 @@ void print_figures(const Figures &f, bool of_flow) {
     }
 }
 
-Status show_figures(const Session &session, const Arguments &arguments, int result, const Figures &figures,
+Status show_figures(const Session &session, const Arguments &arguments, bool found, const Figures &figures,
                     bool of_flow) {
-    if (result != 0) {
+    if (!found) {
         return failed("there is no such entry");
     }
     if (session.json || arguments.has("json")) {
@@ -121,40 +82,40 @@ Status show_figures(const Session &session, const Arguments &arguments, int resu
 
 Status show_global(Session &session, const Arguments &arguments) {
     Figures figures;
-    const int result = ask(atc_api_get_global_statistic, figures, arguments.number("direction"));
-    return show_figures(session, arguments, result, figures, false);
+    const bool found = global_figures(arguments.number("direction"), figures);
+    return show_figures(session, arguments, found, figures, false);
 }
 
 Status show_port(Session &session, const Arguments &arguments) {
     Figures figures;
     const uint32_t direction = arguments.number_or("direction", ATC_DIRECTION_RX);
-    const int result = ask(atc_api_get_port_statistic, figures, direction, arguments.number("port"));
-    return show_figures(session, arguments, result, figures, false);
+    const bool found = port_figures(direction, arguments.number("port"), figures);
+    return show_figures(session, arguments, found, figures, false);
 }
 
 Status show_vlan(Session &session, const Arguments &arguments) {
     Figures figures;
     const uint32_t direction = arguments.number_or("direction", ATC_DIRECTION_RX);
-    const int result = ask(atc_api_get_vlan_statistic, figures, direction, arguments.number("vlan"));
-    return show_figures(session, arguments, result, figures, false);
+    const bool found = vlan_figures(direction, arguments.number("vlan"), figures);
+    return show_figures(session, arguments, found, figures, false);
 }
 
 Status show_protocol(Session &session, const Arguments &arguments) {
     Figures figures;
-    const int result =
-        ask(atc_api_get_protocol_statistic, figures, arguments.number("direction"), arguments.number("protocol"));
-    return show_figures(session, arguments, result, figures, false);
+    const bool found = protocol_figures(arguments.number("direction"), arguments.number("protocol"), figures);
+    return show_figures(session, arguments, found, figures, false);
 }
 
 Status show_flow(Session &session, const Arguments &arguments) {
     Figures figures;
-    const int result = ask_flow(figures, flow_name(arguments));
-    return show_figures(session, arguments, result, figures, true);
+    const FlowName flow = flow_name(arguments);
+    const bool found = flow_figures(flow.direction, flow.subject(), figures);
+    return show_figures(session, arguments, found, figures, true);
 }
 
 Status show_sources(Session &session, const Arguments &arguments) {
     const FlowName flow = flow_name(arguments);
-    const std::vector<CountedSource> sources = flow_sources(flow.direction, flow.vlan, flow.port, flow.protocol);
+    const std::vector<CountedSource> sources = flow_sources(flow.direction, flow.subject().flow);
     if (session.json || arguments.has("json")) {
         Json json = Json::array();
         for (const CountedSource &counted : sources) {

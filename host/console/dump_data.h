@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "report.h"
+#include "json_writer.h"
 
 namespace host::console {
 

@@ -63,6 +63,7 @@ struct Rendezvous {
 Rendezvous &g = *new Rendezvous;
 
 thread_local constinit char thread_mark = 0;  // its address names the thread
+thread_local constinit int sleepless_scopes = 0;
 
 // The calling thread's share in 'running', given back when it ends.
 struct Participation {
@@ -147,7 +148,7 @@ void Clock::set_driver_sleep(std::function<void(int64_t length_ns)> sleep) {
 }
 
 void Clock::sleep_for(int64_t length_ns) {
-    if (length_ns <= 0) {
+    if (length_ns <= 0 || sleepless_scopes != 0) {
         return;
     }
     if (!is_driver()) {
@@ -208,6 +209,14 @@ void Clock::thread_runs(bool counted) {
 void Clock::thread_failed(bool counted) {
     const std::lock_guard lock(g.mutex);
     leave_running(&counted);
+}
+
+SleeplessScope::SleeplessScope() {
+    ++sleepless_scopes;
+}
+
+SleeplessScope::~SleeplessScope() {
+    --sleepless_scopes;
 }
 
 bool Clock::is_driver() const {

@@ -53,7 +53,7 @@ public:
     // run afterwards.
     void set_driver_sleep(std::function<void(int64_t length_ns)> sleep);
 
-    // Suspends the calling thread for 'length_ns'; not at all when that is not positive.
+    // Suspends the calling thread for 'length_ns'; not at all when that is not positive, or in a SleeplessScope.
     void sleep_for(int64_t length_ns);
 
     // Waits until ready() holds or 'timeout_ns' has passed (negative = without limit, 0 = not at all). Returns whether
@@ -85,6 +85,16 @@ public:
     ~RealTimeScope();
     RealTimeScope(const RealTimeScope &) = delete;
     RealTimeScope &operator=(const RealTimeScope &) = delete;
+};
+
+// The calling thread's sleeps take no time while one of these lives, and nothing else runs in them: a query of the
+// module that would measure for a second gives its other figures as they are now.
+class SleeplessScope {
+public:
+    SleeplessScope();
+    ~SleeplessScope();
+    SleeplessScope(const SleeplessScope &) = delete;
+    SleeplessScope &operator=(const SleeplessScope &) = delete;
 };
 
 }  // namespace card

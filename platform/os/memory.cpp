@@ -26,7 +26,9 @@ constexpr size_t kGrain = 16;             // bytes; blocks of glibc's allocator 
 constexpr size_t kOverhead = 8;           // bytes in front of a block, its size
 constexpr size_t kSmallest = 32;          // bytes of the smallest block, overhead included
 
-constinit std::atomic<int64_t> blocks = 0;
+constinit std::atomic<uint64_t> made = 0;  // blocks, and those of them that are large
+constinit std::atomic<uint64_t> large_made = 0;
+constinit std::atomic<uint64_t> freed = 0;  // blocks
 constinit std::atomic<uint64_t> bytes = 0;
 constinit std::atomic<uint64_t> budget = 0;  // 0 = none
 constinit std::atomic<uint64_t> refused = 0;
@@ -53,7 +55,7 @@ void *bep_callocEx(uint32_t count, uint32_t size, const char *, int) {
 
 void bep_freeEx(void *ptr, const char *, int) {
     if (ptr != nullptr) {
-        blocks.fetch_sub(1, std::memory_order_relaxed);
+        freed.fetch_add(1, std::memory_order_relaxed);
         bytes.fetch_sub(cost(malloc_usable_size(ptr)), std::memory_order_relaxed);
         std::free(ptr);
     }
@@ -80,7 +82,15 @@ int bep_StrNCmp(const char *a, const char *b, uint32_t len) {
 }
 
 int64_t card::live_blocks() {
-    return blocks.load(std::memory_order_relaxed);
+    return static_cast<int64_t>(blocks_made() - freed.load(std::memory_order_relaxed));
+}
+
+uint64_t card::blocks_made() {
+    return made.load(std::memory_order_relaxed);
+}
+
+uint64_t card::large_blocks_made() {
+    return large_made.load(std::memory_order_relaxed);
 }
 
 card::MemoryUse card::memory_use() {
@@ -125,7 +135,10 @@ void *counted(size_t size, Allocate allocate) {
         std::free(block);
         return refuse();
     }
-    blocks.fetch_add(1, std::memory_order_relaxed);
+    made.fetch_add(1, std::memory_order_relaxed);
+    if (size >= card::kLargeBlock) {
+        large_made.fetch_add(1, std::memory_order_relaxed);
+    }
     return block;
 }
 

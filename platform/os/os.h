@@ -14,6 +14,12 @@ namespace card {
 // Blocks allocated through bep_mallocEx and bep_callocEx that have not been freed. Any thread.
 int64_t live_blocks();
 
+// Blocks that have ever been allocated through them, and how many of those were large. Any thread; a load each: whoever
+// keeps an account of what the module holds looks for something new only when one of these has changed.
+constexpr size_t kLargeBlock = 65536;  // bytes
+uint64_t blocks_made();
+uint64_t large_blocks_made();
+
 // The module's memory. Any thread; each figure is true by itself.
 struct MemoryUse {
     int64_t blocks;    // live_blocks()

@@ -13,6 +13,7 @@ import tempfile
 import unittest
 
 TESTS = pathlib.Path(__file__).resolve().parent
+SAMPLES = TESTS.parent.parent / "samples"
 PROGRAM = pathlib.Path(sys.argv.pop(1)).resolve()
 START_S = 1630554380
 ETHERNET = 1
@@ -201,6 +202,39 @@ class HostTest(unittest.TestCase):
         self.assertEqual(result.returncode, 1)
         self.assertIn("more than its quota of 1000000 bytes", result.stderr)
         self.assertEqual([file.name for file in folder.iterdir()], ["old.cap"])
+
+    def test_data_and_text_agree(self):
+        # Frames of no class are over their limit with the first one: more flows, sources and alarms than the module's
+        # texts have room for, and a flood on the last port.
+        no_class = bytes.fromhex("ffffffffffff 020000000001 0800") + b"\x70" * 46
+        wide = [(i / 150, arp(7), 16000) for i in range(2900)] + [(12 + i / 10000, no_class, i) for i in range(16000)]
+        for capture in (str(SAMPLES / "campus.pcap"), self.file("wide", pcapng([sorted(wide)]))):
+            arguments = (capture, "--fast-period", "10")
+            report, _ = self.report(*arguments)
+            sections = self.run_program("replay", *arguments).stdout.split("\n== ")
+            texts = {title: body for title, _, body in (section.partition(" ==\n") for section in sections)}
+            flows, alarms = [], []
+            columns = "{packets:<11}{speed_pps:<14}{peak_packets:<16}{peak_pps:<19}"
+            for flow in report["flows"]:
+                key = f"{flow['port']}/{flow['vlan']}/{flow['protocol']}/"
+                where = f"port 1/{flow['port'] // 64 + 1}/{flow['port'] % 64} vlan {flow['vlan']} protocol {flow['protocol']}"
+                for row in (flow, *flow["sources"]):
+                    kind = {"mac": "mac ", "ipv4": "ip ", "ipv6": "ipv6 "}.get(row.get("type"), "")
+                    source = kind + row["address"] if kind else "NULL"
+                    over = "YES" if row["over_limit"] else "NO"
+                    flows.append(f"{key + source:<44}" + columns.format(**row) + f"{row['peak_time']:<21}{over:<14}")
+                    if row["over_limit"]:
+                        source = f" source {source}" if kind else ""
+                        alarms.append(f"alarm {len(alarms) + 1}: {where}{source}")
+            ports = [f"{row['port']:<14}" + columns.format(**row) + f"{row['peak_time']:<13}" for row in report["ports"]]
+            self.assertEqual(len(report["alarms"]), len(alarms))
+            tables = {"Ports": ports, "Flows and their sources": flows, "Alarms that stand at the end": alarms}
+            for title, rows in tables.items():
+                shown = texts[title].replace("(none)\n", "").splitlines()[title[0] != "A" :]  # without the header
+                cut = shown.pop() if shown and shown[-1].startswith("...") else "... and 0"
+                self.assertEqual(shown, rows[: len(shown)])
+                self.assertEqual(cut.split()[2], str(len(rows) - len(shown)), title)
+                self.assertEqual(len(rows) > 10000, "more" in cut, (title, len(rows), cut))
 
     def test_two_replays_print_the_same(self):
         capture = self.work / "traffic.pcap"
