@@ -26,7 +26,7 @@ ATC_BENCH_EXPORT void atc_bench_floor_start() ATC_NO_THREAD_SAFETY_ANALYSIS {
 }
 
 ATC_BENCH_EXPORT int atc_bench_floor(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan) {
-    const atc_guard_t guard;
+    const atc_guard_t guard(atc_for_packet_t{});
     atc_pkt_info_t info;
     atc_packet_begin(&info, ATC_DIRECTION_RX, port, vlan);
     atc_packet_parser(buf, len, &info);
@@ -37,7 +37,7 @@ ATC_BENCH_EXPORT int atc_bench_floor(const uint8_t *buf, uint32_t len, uint32_t 
 }
 
 ATC_BENCH_EXPORT int atc_bench_trees(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan) {
-    const atc_guard_t guard;
+    const atc_guard_t guard(atc_for_packet_t{});
     atc_pkt_info_t info;
     atc_packet_begin(&info, ATC_DIRECTION_RX, port, vlan);
     atc_packet_parser(buf, len, &info);
@@ -52,7 +52,7 @@ ATC_BENCH_EXPORT int atc_bench_trees(const uint8_t *buf, uint32_t len, uint32_t 
 }
 
 ATC_BENCH_EXPORT int atc_bench_lock(const uint8_t *, uint32_t, uint32_t, uint32_t) {
-    const atc_guard_t guard;
+    const atc_guard_t guard(atc_for_packet_t{});
     return 0;
 }
 

@@ -31,6 +31,14 @@ struct Index {
         atc_avl_add(&tree, record);
         twin.emplace(key, record);
     }
+    void add_all(const std::vector<int> &keys) {
+        std::vector<void *> added;
+        for (int key : keys) {
+            added.push_back(make(key));
+            twin.emplace(key, static_cast<Record *>(added.back()));
+        }
+        atc_avl_add_all(&tree, added.data(), static_cast<uint32_t>(added.size()));
+    }
     void remove(int key) {
         atc_avl_remove(&tree, twin.at(key));
         twin.erase(key);
@@ -110,8 +118,12 @@ public:
         for (int side = 0; side < 2 && present == nullptr; ++side) {
             ASSERT_EQ(atc_avl_nearest(&index.tree, where, side), index.beside(key, side));
         }
-        int action = below(6);
-        if (action < 2) {
+        int action = below(7);
+        if (action == 6) {
+            std::vector<int> together(static_cast<size_t>(below(ATC_AVL_ADD_MAX + 1)));
+            std::ranges::generate(together, [&] { return below(keys_); });
+            index.add_all(together);
+        } else if (action < 2) {
             index.add(key);
         } else if (present != nullptr) {
             action == 2   ? insert_beside(present, below(2))

@@ -37,6 +37,8 @@ atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t &key, bool is_ne
 [[gnu::noinline, gnu::cold]] atc_src_entry_t *obtain_source(atc_entry_t *flow, uint32_t src_type,
                                                             const address_t *address, uint64_t tag, bool *is_full)
     ATC_REQUIRES(g_atc_lock);
+atc_entry_t *create_entry(const atc_entry_key_t &key);
+atc_entry_t *create_flow(const atc_entry_key_t &key) ATC_REQUIRES(g_atc_lock);
 atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t &key) ATC_REQUIRES(g_atc_lock);
 uint64_t flow_tag(uint32_t port, uint16_t vlan, uint16_t protocol) ATC_REQUIRES(g_atc_lock);
 uint64_t source_tag(const atc_entry_t *flow, uint32_t src_type, const address_t *address) ATC_REQUIRES(g_atc_lock);
@@ -253,10 +255,21 @@ address_t source_address(const atc_pkt_info_t *info) {
 // there gets its memory before its place is looked for: what a flood of new keys is refused should cost little.
 atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t &key, bool is_new) {
     void *found = is_new ? nullptr : atc_avl_find(tree, &key, nullptr);
-    auto *entry = static_cast<atc_entry_t *>(found != nullptr ? found : atc_calloc(sizeof(atc_entry_t)));
-    if (found == nullptr && entry != nullptr) {
-        static_cast<atc_entry_key_t &>(*entry) = key;
+    if (found != nullptr) {
+        return static_cast<atc_entry_t *>(found);
+    }
+    atc_entry_t *entry = create_entry(key);
+    if (entry != nullptr) {
         atc_avl_add(tree, entry);
+    }
+    return entry;
+}
+
+// An entry that is in no index yet, or null when there is no memory.
+atc_entry_t *create_entry(const atc_entry_key_t &key) {
+    auto *entry = static_cast<atc_entry_t *>(atc_calloc(sizeof(atc_entry_t)));
+    if (entry != nullptr) {
+        static_cast<atc_entry_key_t &>(*entry) = key;
     }
     return entry;
 }
@@ -284,20 +297,33 @@ atc_entry_t *obtain_protocol(uint32_t direction, uint16_t protocol) {
     return *remembered = obtain(tree, {{}, direction, 0, 0, protocol}, true);
 }
 
-// Finds a flow that is not remembered in its index, or creates it.
+// Finds a flow that is not remembered in its index, or creates it. When every flow is remembered it is new, and the
+// index need not be asked: its place there can wait for others.
 atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint64_t tag) {
-    atc_avl_tree_t *tree = &g_atc_global.entry_tree;
+    const atc_avl_tree_t *tree = &g_atc_global.entry_tree;
     atc_recall_table_t *remembered = &g_atc_global.recall.flows;
-    atc_entry_t *flow = obtain(tree, key, atc_recall_is_complete(remembered, atc_avl_numnodes(tree)));
-    if (flow == nullptr) {
-        return nullptr;
+    const uint32_t waiting = g_atc_global.new_flow_count;
+    const bool is_new = atc_recall_is_complete(remembered, atc_avl_numnodes(tree) + waiting);
+    if (!is_new || waiting == ATC_AVL_ADD_MAX) {
+        atc_new_flows_link();
     }
-    if (flow->src_tree.compare == nullptr) {
+    void *found = is_new ? nullptr : atc_avl_find(tree, &key, nullptr);
+    auto *flow = found != nullptr ? static_cast<atc_entry_t *>(found) : create_flow(key);
+    if (flow != nullptr) {
+        atc_recall_add(remembered, tag, flow);
+    }
+    return flow;
+}
+
+// Creates the flow of 'key', which must not exist. Returns null when there is no memory.
+atc_entry_t *create_flow(const atc_entry_key_t &key) {
+    atc_entry_t *flow = create_entry(key);
+    if (flow != nullptr) {
         flow->stat.fp_threshold = atc_threshold(g_atc_global.fast_period_time, g_atc_global.fp_limit[key.protocol]);
         flow->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.lp_limit[key.protocol]);
         atc_avl_create(&flow->src_tree, atc_src_tree_compare, sizeof(atc_src_entry_t), 0);
+        g_atc_global.new_flows[g_atc_global.new_flow_count++] = flow;
     }
-    atc_recall_add(remembered, tag, flow);
     return flow;
 }
 

@@ -2,9 +2,9 @@
 //
 // Owns the entries of the five indexes and the sources of flows: created here for the first packet of a key, discarded
 // here for ageing, the daily sweep and clearing. Used by accounting, evaluation, the queries; calls hw_deny and capture
-// to let go of what an entry holds. Invariants: an entry is in exactly one index; a flow has at most
-// ATC_SOURCES_PER_FLOW sources; no entry or source is freed while a hardware rule or a capture buffer is its own. Lock:
-// the module mutex is held.
+// to let go of what an entry holds. Invariants: an entry is in exactly one index, but for new flows, which wait for
+// their places while the mutex is taken for packets only (context.h); a flow has at most ATC_SOURCES_PER_FLOW sources;
+// no entry or source is freed while a hardware rule or a capture buffer is its own. Lock: the module mutex is held.
 #pragma once
 
 #include "atc/state/context.h"

@@ -67,7 +67,7 @@ int process(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan, uint
     if (buf == nullptr || !atc_is_running()) {
         return PASS;
     }
-    const atc_guard_t guard;
+    const atc_guard_t guard(atc_for_packet_t{});
     return atc_packet_process(buf, len, port, vlan, direction);
 }
 

@@ -14,6 +14,8 @@ void *record_of(const atc_avl_tree_t *tree, const atc_avl_node_t *node);
 atc_avl_where_t where_of(const atc_avl_node_t *node, uint32_t side);
 atc_avl_node_t *where_link(atc_avl_where_t where);
 uint32_t where_side(atc_avl_where_t where);
+void find_places(const atc_avl_tree_t *tree, void *const *records, uint32_t count, atc_avl_where_t *places);
+bool is_still_place(const atc_avl_tree_t *tree, const void *record, atc_avl_where_t where);
 atc_avl_node_t *extreme(atc_avl_node_t *node, uint32_t side);
 atc_avl_node_t *first_in_post_order(atc_avl_node_t *top);
 const atc_avl_node_t *neighbour(const atc_avl_node_t *node, uint32_t side);
@@ -96,6 +98,18 @@ void atc_avl_add(atc_avl_tree_t *tree, void *record) {
     atc_avl_where_t where = 0;
     if (atc_avl_find(tree, record, &where) == nullptr) {
         atc_avl_insert(tree, record, where);
+    }
+}
+
+void atc_avl_add_all(atc_avl_tree_t *tree, void *const *records, uint32_t count) {
+    atc_avl_where_t places[ATC_AVL_ADD_MAX] = {};
+    find_places(tree, records, count, places);
+    for (uint32_t i = 0; i < count; i++) {
+        if (is_still_place(tree, records[i], places[i])) {
+            atc_avl_insert(tree, records[i], places[i]);
+        } else {
+            atc_avl_add(tree, records[i]);
+        }
     }
 }
 
@@ -221,6 +235,46 @@ atc_avl_node_t *where_link(atc_avl_where_t where) {
 
 uint32_t where_side(atc_avl_where_t where) {
     return static_cast<uint32_t>(where & 1);
+}
+
+// Walks down for all records at once, a level of each in turn, with the next one on its way meanwhile. The place of a
+// record that the tree holds already is left at 0.
+void find_places(const atc_avl_tree_t *tree, void *const *records, uint32_t count, atc_avl_where_t *places) {
+    const atc_avl_node_t *nodes[ATC_AVL_ADD_MAX];
+    for (uint32_t i = 0; i < count; i++) {
+        nodes[i] = tree->root;
+    }
+    bool is_deeper = tree->root != nullptr;
+    while (is_deeper) {
+        is_deeper = false;
+        for (uint32_t i = 0; i < count; i++) {
+            const atc_avl_node_t *node = nodes[i];
+            if (node == nullptr) {
+                continue;
+            }
+            const int result = tree->compare(records[i], record_of(tree, node));
+            const uint32_t side = avl_balance2child[result + 1];
+            nodes[i] = result == 0 ? nullptr : node->child[side];
+            places[i] = result == 0 ? 0 : where_of(node, side);
+            __builtin_prefetch(nodes[i]);
+            is_deeper = is_deeper || nodes[i] != nullptr;
+        }
+    }
+}
+
+// Whether a place that was found before others were added is still the one for this record: nothing has come between
+// the link above it and the next one on its side.
+bool is_still_place(const atc_avl_tree_t *tree, const void *record, atc_avl_where_t where) {
+    const atc_avl_node_t *above = where_link(where);
+    const uint32_t side = where_side(where);
+    if (above == nullptr) {
+        return tree->root == nullptr;
+    }
+    if (above->child[side] != nullptr) {
+        return false;
+    }
+    const atc_avl_node_t *beyond = neighbour(above, side);
+    return beyond == nullptr || tree->compare(record, record_of(tree, beyond)) == avl_child2balance[1 - side];
 }
 
 // The last link of a subtree towards one side.

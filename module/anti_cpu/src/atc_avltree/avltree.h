@@ -45,6 +45,10 @@ void atc_avl_destroy(atc_avl_tree_t *tree);  // does nothing: the caller empties
 void atc_avl_insert_here(atc_avl_tree_t *tree, void *record, void *here, int direction);
 // Find and insert; a record equal to one in the tree is not linked.
 [[gnu::hot]] void atc_avl_add(atc_avl_tree_t *tree, void *record);
+// As atc_avl_add of each in turn, at most ATC_AVL_ADD_MAX of them, with their places looked for side by side: a walk
+// through a tree that no longer fits into the caches waits for memory at each level, and these wait at the same time.
+constexpr uint32_t ATC_AVL_ADD_MAX = 16;
+[[gnu::hot]] void atc_avl_add_all(atc_avl_tree_t *tree, void *const *records, uint32_t count);
 void atc_avl_remove(atc_avl_tree_t *tree, void *record);
 
 void *atc_avl_first(const atc_avl_tree_t *tree);

@@ -15,11 +15,23 @@ atc_timer_t g_atc_timer_lp;
 atc_timer_t g_atc_timer_24h;
 
 void atc_sem_take() ATC_NO_THREAD_SAFETY_ANALYSIS {
+    atc_sem_take_for_packet();
+    if (g_atc_global.new_flow_count > 0) {
+        atc_new_flows_link();
+    }
+}
+
+void atc_sem_take_for_packet() ATC_NO_THREAD_SAFETY_ANALYSIS {
     bep_semTakeEx(g_atc_global.sem, WAIT_FOREVER, __FILE__, __LINE__);
 }
 
 void atc_sem_give() ATC_NO_THREAD_SAFETY_ANALYSIS {
     bep_semGiveEx(g_atc_global.sem, __FILE__, __LINE__);
+}
+
+void atc_new_flows_link() {
+    atc_avl_add_all(&g_atc_global.entry_tree, g_atc_global.new_flows, g_atc_global.new_flow_count);
+    g_atc_global.new_flow_count = 0;
 }
 
 bool atc_is_running() ATC_NO_THREAD_SAFETY_ANALYSIS {

@@ -88,6 +88,10 @@ struct atc_global_t {
     uint32_t icmpattack_size;
 
     atc_recall_t recall;  // what the indexes hold, found without walking them
+
+    // New flows that are still to get their places in entry_tree, several at a time (atc_sem_take).
+    void *new_flows[ATC_AVL_ADD_MAX];
+    uint32_t new_flow_count;
 };
 
 extern atc_global_t g_atc_global ATC_GUARDED_BY(g_atc_lock);
@@ -98,14 +102,21 @@ extern atc_timer_t g_atc_timer_fp ATC_GUARDED_BY(g_atc_lock);
 extern atc_timer_t g_atc_timer_lp ATC_GUARDED_BY(g_atc_lock);
 extern atc_timer_t g_atc_timer_24h ATC_GUARDED_BY(g_atc_lock);
 
-// Take and release the module mutex. No function that is called with it held takes it again.
+// Take and release the module mutex. No function that is called with it held takes it again. A packet may leave new
+// flows behind that are in no index yet; whoever takes the mutex for anything else finds every flow in its place.
 void atc_sem_take() ATC_ACQUIRE(g_atc_lock);
+void atc_sem_take_for_packet() ATC_ACQUIRE(g_atc_lock);
 void atc_sem_give() ATC_RELEASE(g_atc_lock);
 
+// Gives new flows their places in entry_tree.
+void atc_new_flows_link() ATC_REQUIRES(g_atc_lock);
+
 // Holds the module mutex for a scope.
+struct atc_for_packet_t {};
 class ATC_SCOPED_CAPABILITY atc_guard_t {
 public:
     atc_guard_t() ATC_ACQUIRE(g_atc_lock) { atc_sem_take(); }
+    explicit atc_guard_t(atc_for_packet_t) ATC_ACQUIRE(g_atc_lock) { atc_sem_take_for_packet(); }
     ~atc_guard_t() ATC_RELEASE() { atc_sem_give(); }
     atc_guard_t(const atc_guard_t &) = delete;
     atc_guard_t &operator=(const atc_guard_t &) = delete;
