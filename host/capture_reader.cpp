@@ -1,9 +1,14 @@
 #include "capture_reader.h"
 
+#include <fcntl.h>
 #include <stdio_ext.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <span>
+#include <string_view>
 #include <system_error>
 
 namespace host {
@@ -16,15 +21,28 @@ constexpr size_t kReadBuffer = 32 << 10;      // bytes; more would push the modu
 
 const uint8_t kNoBytes[1] = {0};
 
+// How files begin: RFC 1952, the .xz file format 2.1.1.1, RFC 8878 3.1.1, and pcapng's section header.
+constexpr std::string_view kPackedBeginnings[] = {"\x1f\x8b",
+                                                  "\xfd"
+                                                  "7zXZ",
+                                                  "\x28\xb5\x2f\xfd"};
+constexpr std::string_view kPcapngBeginning[] = {"\x0a\x0d\x0d\x0a"};
+
+bool begins_with(int fd, std::span<const std::string_view> beginnings) {
+    char bytes[5];
+    const ssize_t got = pread(fd, bytes, sizeof(bytes), 0);
+    const std::string_view found(bytes, got > 0 ? static_cast<size_t>(got) : 0);
+    return std::ranges::any_of(beginnings, [found](std::string_view one) { return found.starts_with(one); });
+}
+
 }  // namespace
 
 bool CaptureFile::open(const std::string &path, uint32_t port, Problems &problems) {
     path_ = path;
     port_ = port;
     problems_ = &problems;
-    std::FILE *file = std::fopen(path.c_str(), "rb");
+    std::FILE *file = open_bytes();
     if (file == nullptr) {
-        problems.report(path, "open", "cannot be opened: " + std::generic_category().message(errno));
         return false;
     }
     std::setvbuf(file, nullptr, _IOFBF, kReadBuffer);
@@ -33,7 +51,8 @@ bool CaptureFile::open(const std::string &path, uint32_t port, Problems &problem
     pcap_.reset(pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, error));
     if (!pcap_) {
         std::fclose(file);
-        problems.report(path, "open", std::string("not a capture file that can be read (") + error + ")");
+        const std::string reason = stream_ && !stream_->error().empty() ? stream_->error() : error;
+        problems.report(path, "open", "not a capture file that can be read (" + reason + ")");
         return false;
     }
     const int link_type = pcap_datalink(pcap_.get());
@@ -44,12 +63,31 @@ bool CaptureFile::open(const std::string &path, uint32_t port, Problems &problem
                             ", not Ethernet; nothing is read from it");
         return false;
     }
-    struct stat status {};
-    if (fstat(fileno(file), &status) == 0 && status.st_size > 0) {
-        size_ = static_cast<uint64_t>(status.st_size);
-    }
-    many_interfaces_ = S_ISREG(status.st_mode) && interfaces_.open(path);
     return true;
+}
+
+// The file as libpcap can read it; null when it cannot be opened, with the reason reported.
+std::FILE *CaptureFile::open_bytes() {
+    const bool is_named = path_ != kStandardInput;
+    const int fd = is_named ? ::open(path_.c_str(), O_RDONLY | O_CLOEXEC) : dup(STDIN_FILENO);
+    if (fd < 0) {
+        problems_->report(path_, "open", "cannot be opened: " + std::generic_category().message(errno));
+        return nullptr;
+    }
+    struct stat status {};
+    const bool is_file = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    size_ = is_file ? static_cast<uint64_t>(status.st_size) : 0;
+    const bool can_look = is_file && is_named;
+    if (can_look && !begins_with(fd, kPackedBeginnings) && !begins_with(fd, kPcapngBeginning)) {
+        return fdopen(fd, "rb");
+    }
+    stream_ = std::make_unique<CaptureStream>();
+    const bool is_plain = can_look && !begins_with(fd, kPackedBeginnings);
+    if (!stream_->open(fd, is_plain ? CaptureStream::Form::kAsItIs : CaptureStream::Form::kPerhapsPacked)) {
+        problems_->report(path_, "open", "not a capture file that can be read (" + stream_->error() + ")");
+        return nullptr;
+    }
+    return stream_->file();
 }
 
 bool CaptureFile::next(Packet &packet) {
@@ -61,7 +99,7 @@ bool CaptureFile::next(Packet &packet) {
             return false;
         }
         number_++;
-        const uint32_t port = port_ + (many_interfaces_ ? interfaces_.next() : 0);
+        const uint32_t port = port_ + (stream_ ? stream_->next_interface() : 0);
         if (header->caplen > longest_frame) {
             leave_out(header->caplen);
             continue;
@@ -75,8 +113,8 @@ bool CaptureFile::next(Packet &packet) {
 void CaptureFile::ended(int result) {
     if (result == PCAP_ERROR) {
         refused_++;
-        report("cut", "packet " + std::to_string(number_ + 1) + ": " + pcap_geterr(pcap_.get()) +
-                          "; the file is read up to here");
+        const std::string reason = stream_ && !stream_->error().empty() ? stream_->error() : pcap_geterr(pcap_.get());
+        report("cut", "packet " + std::to_string(number_ + 1) + ": " + reason + "; the file is read up to here");
     }
 }
 
@@ -87,6 +125,9 @@ void CaptureFile::leave_out(uint32_t len) {
 }
 
 uint64_t CaptureFile::bytes_read() const {
+    if (stream_) {
+        return stream_->bytes_read();
+    }
     const long position = std::ftell(pcap_file(pcap_.get()));
     return position > 0 ? static_cast<uint64_t>(position) : 0;
 }

@@ -1,9 +1,9 @@
 // capture_reader.h: captured packets out of files, in the order of their times.
 //
-// Reads pcap (micro- and nanoseconds, both byte orders) and pcapng through libpcap. What a file holds that cannot be
-// replayed is reported with file name and packet number, and reading goes on where it can: a packet that is too long is
-// left out, one whose time makes no sense is taken at the time before it; a cut file ends at the cut.
-// Used by: replay. Uses: libpcap, pcapng_interfaces, problems.
+// Reads pcap (micro- and nanoseconds, both byte orders) and pcapng through libpcap, plain, compressed (gzip, xz, zstd)
+// or as it comes through a pipe. What a file holds that cannot be replayed is reported with file name and packet
+// number, and reading goes on where it can: a packet that is too long is left out, one whose time makes no sense is
+// taken at the time before it; a cut file ends at the cut. Used by: replay. Uses: libpcap, capture_stream, problems.
 // Invariant: the times handed out never go back. Thread: the driving one only.
 #pragma once
 
@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "pcapng_interfaces.h"
+#include "capture_stream.h"
 #include "problems.h"
 
 namespace host {
@@ -25,6 +25,9 @@ struct Packet {
     uint32_t port;        // logical port
     int64_t time_ns;      // since 1970-01-01 UTC
 };
+
+// Standard input, in the place of a file's path.
+constexpr const char *kStandardInput = "-";
 
 // One file.
 class CaptureFile {
@@ -50,6 +53,7 @@ private:
         void operator()(pcap_t *pcap) const { pcap_close(pcap); }
     };
 
+    std::FILE *open_bytes();
     // What hardly any packet comes to stays out of the way of the others.
     [[gnu::noinline, gnu::cold]] void ended(int result);
     [[gnu::noinline, gnu::cold]] void leave_out(uint32_t len);
@@ -57,11 +61,10 @@ private:
     [[gnu::noinline, gnu::cold]] int64_t doubtful_time(int64_t time_ns);
     void report(const std::string &kind, const std::string &text);
 
+    std::unique_ptr<CaptureStream> stream_;  // null: libpcap reads the file itself
     std::unique_ptr<pcap_t, PcapCloser> pcap_;
     std::string path_;
     Problems *problems_ = nullptr;
-    PcapngInterfaces interfaces_;
-    bool many_interfaces_ = false;
     uint32_t port_ = 0;
     uint64_t size_ = 0;       // bytes
     uint64_t number_ = 0;     // of the packet last read, from 1

@@ -1,5 +1,8 @@
 #include "pcapng_interfaces.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace host {
 
 namespace {
@@ -12,91 +15,62 @@ constexpr uint32_t kSimplePacket = 3;
 constexpr uint32_t kEnhancedPacket = 6;
 
 constexpr uint32_t kByteOrderMagic = 0x1A2B3C4D;
-constexpr uint32_t kHeaderSize = 8;         // type and length
-constexpr uint32_t kMinimumBlockSize = 12;  // and the length once more
 
 }  // namespace
 
-bool PcapngInterfaces::open(const std::string &path) {
-    file_.reset(std::fopen(path.c_str(), "rb"));
-    if (!file_) {
-        return false;
+void PcapngInterfaces::take(const uint8_t *bytes, size_t count) {
+    while (count > 0 && !lost_) {
+        size_t used = 0;
+        if (skip_ > 0) {
+            used = static_cast<size_t>(std::min<uint64_t>(skip_, count));
+            skip_ -= used;
+        } else {
+            used = std::min(kHeadSize - held_, count);
+            std::memcpy(head_.data() + held_, bytes, used);
+            held_ += used;
+            if (held_ == kHeadSize) {
+                held_ = 0;
+                read_head();
+            }
+        }
+        bytes += used;
+        count -= used;
     }
-    uint32_t type = 0;
-    if (std::fread(&type, sizeof(type), 1, file_.get()) != 1 || type != kSectionHeader) {
-        return false;
-    }
-    rewind();
-    Block block{};
-    while (read_block(block)) {
-    }
-    const uint32_t interfaces = section_base_ + section_interfaces_;
-    rewind();
-    return interfaces > 1;
 }
 
 uint32_t PcapngInterfaces::next() {
-    Block block{};
-    while (read_block(block)) {
-        if (block.type == kEnhancedPacket || block.type == kSimplePacket || block.type == kOldPacket) {
-            last_ = section_base_ + block.interface;
-            break;
-        }
+    if (!packets_.empty()) {
+        last_ = packets_.front();
+        packets_.pop_front();
     }
     return last_;
 }
 
-// Reads the head of one block and leaves the file at the next one.
-bool PcapngInterfaces::read_block(Block &block) {
-    uint32_t head[2];
-    if (std::fread(head, sizeof(head), 1, file_.get()) != 1) {
-        return false;
-    }
-    uint32_t used = kHeaderSize;
-    block = {number(head[0]), 0};
-    if (head[0] == kSectionHeader) {
-        if (!read_section_header()) {
-            return false;
-        }
-        used += sizeof(uint32_t);
-        block.type = kSectionHeader;
-    } else if (block.type == kInterfaceDescription) {
+void PcapngInterfaces::read_head() {
+    if (word(0) == kSectionHeader) {
+        swapped_ = word(8) != kByteOrderMagic;
+        section_base_ += section_interfaces_;
+        section_interfaces_ = 0;
+        in_section_ = true;
+    } else if (const uint32_t type = number(word(0)); type == kInterfaceDescription) {
         section_interfaces_++;
-    } else if (block.type == kEnhancedPacket || block.type == kOldPacket) {
-        uint32_t word = 0;
-        if (std::fread(&word, sizeof(word), 1, file_.get()) != 1) {
-            return false;
-        }
-        used += sizeof(uint32_t);
-        // The old packet block has 16 bits of interface in front of 16 bits of drop count.
-        const uint32_t first_half = swapped_ ? number(word) >> 16 : word & 0xffff;
-        block.interface = block.type == kEnhancedPacket ? number(word) : first_half;
+    } else if (type == kEnhancedPacket) {
+        packets_.push_back(section_base_ + number(word(8)));
+    } else if (type == kSimplePacket) {
+        packets_.push_back(section_base_);
+    } else if (type == kOldPacket) {
+        // 16 bits of interface in front of 16 bits of drop count.
+        packets_.push_back(section_base_ + (swapped_ ? number(word(8)) >> 16 : word(8) & 0xffff));
     }
-    const uint32_t length = number(head[1]);
-    return length >= kMinimumBlockSize && length >= used &&
-           std::fseek(file_.get(), static_cast<long>(length - used), SEEK_CUR) == 0;
+    const uint32_t length = number(word(4));
+    lost_ = !in_section_ || length < kHeadSize;
+    skip_ = length - kHeadSize;
 }
 
-bool PcapngInterfaces::read_section_header() {
-    uint32_t magic = 0;
-    if (std::fread(&magic, sizeof(magic), 1, file_.get()) != 1) {
-        return false;
-    }
-    swapped_ = magic != kByteOrderMagic;
-    section_base_ += section_interfaces_;
-    section_interfaces_ = 0;
-    return true;
-}
-
-uint32_t PcapngInterfaces::number(uint32_t raw) const {
-    return swapped_ ? __builtin_bswap32(raw) : raw;
-}
-
-void PcapngInterfaces::rewind() {
-    std::rewind(file_.get());
-    swapped_ = false;
-    section_base_ = 0;
-    section_interfaces_ = 0;
+uint32_t PcapngInterfaces::word(size_t offset) const {
+    uint32_t raw;
+    std::memcpy(&raw, head_.data() + offset, sizeof(raw));
+    return raw;
 }
 
 }  // namespace host

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cinttypes>
@@ -156,6 +157,14 @@ void print_results(const ReplayOptions &options, const Summary &summary) {
 }  // namespace
 
 int replay_command(const ReplayOptions &options) {
+    const auto from_pipe = std::ranges::count(options.files, kStandardInput);
+    if (from_pipe > 1 || (from_pipe == 1 && options.interactive)) {
+        std::fputs("anti-cpu: -: standard input is one capture, and then not the operator's terminal\n", stderr);
+        return kExitUsage;
+    }
+    if (from_pipe == 1) {
+        std::setvbuf(stdout, nullptr, _IOLBF, 0);  // alarms are shown as they come
+    }
     Problems problems;
     CaptureSet captures;
     if (!open_captures(options, captures, problems)) {

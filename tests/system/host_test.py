@@ -3,13 +3,16 @@
 
 Usage: host_test.py ANTI_CPU [unittest arguments]
 """
+import gzip
 import json
+import lzma
 import pathlib
 import shutil
 import struct
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
 
 TESTS = pathlib.Path(__file__).resolve().parent
@@ -54,6 +57,13 @@ def pcapng(sections, order="<"):
     return b"".join(blocks)
 
 
+def zstd(data):
+    """One frame (RFC 8878) of blocks that are not packed at all."""
+    blocks = [data[i : i + 65536] for i in range(0, len(data), 65536)]
+    heads = [(len(block) << 3 | (i + 1 == len(blocks))).to_bytes(3, "little") for i, block in enumerate(blocks)]
+    return bytes.fromhex("28b52ffd0050") + b"".join(head + block for head, block in zip(heads, blocks))
+
+
 class HostTest(unittest.TestCase):
     def setUp(self):
         self.work = pathlib.Path(tempfile.mkdtemp())
@@ -63,11 +73,14 @@ class HostTest(unittest.TestCase):
         (self.work / name).write_bytes(data)
         return str(self.work / name)
 
-    def run_program(self, *arguments):
-        return subprocess.run([PROGRAM, *arguments], capture_output=True, text=True, timeout=300, check=False)
+    def run_program(self, *arguments, fed=None):
+        """fed: what comes through standard input"""
+        result = subprocess.run([PROGRAM, *arguments], input=fed, capture_output=True, timeout=300, check=False)
+        result.stdout, result.stderr = result.stdout.decode(), result.stderr.decode()
+        return result
 
-    def report(self, *arguments):
-        result = self.run_program("replay", "--json", *arguments)
+    def report(self, *arguments, fed=None):
+        result = self.run_program("replay", "--json", *arguments, fed=fed)
         return json.loads(result.stdout), result
 
     def test_refused_input(self):
@@ -85,6 +98,7 @@ class HostTest(unittest.TestCase):
             ("time goes back", pcap([(9, arp(1)), (7, arp(1))]), 1, 2, 0, "packet 2: time goes back by 2.000000 s"),
             ("time far ahead", pcap([(0, arp(1)), (4e8, arp(1)), (1, arp(1))]), 1, 3, 0, "packet 2: time jumps ahead"),
             ("sizes", pcap(sizes), 1, 5, 2, "packet 5: 65536 bytes"),
+            ("packed, cut", gzip.compress(good)[:-9], 1, None, None, "truncated gzip"),
         ]
         for name, content, status, packets, refused, words in rows:
             with self.subTest(name):
@@ -108,9 +122,15 @@ class HostTest(unittest.TestCase):
             ("nanoseconds, other byte order", pcap(packets, order=">", nanoseconds=True)),
             ("pcapng", pcapng(one_interface)),
             ("pcapng, other byte order", pcapng(one_interface, order=">")),
+            ("gzip, in two members", b"".join(map(gzip.compress, (pcap(packets)[:9999], pcap(packets)[9999:])))),
+            ("xz", lzma.compress(pcapng(one_interface))),
+            ("zstd", zstd(pcap(packets))),
+            ("pipe", pcap(packets)),
+            ("pipe, gzip", gzip.compress(pcap(packets))),
         ]:
             with self.subTest(name):
-                report, _ = self.report("--fast-period", "10", self.file("capture", content))
+                capture, fed = ("-", content) if name.startswith("pipe") else (self.file("capture", content), None)
+                report, _ = self.report("--fast-period", "10", capture, fed=fed)
                 del report["summary"]["real_seconds"], report["summary"]["packets_per_second"]
                 expected = expected or report
                 self.assertEqual(report, expected)
@@ -118,10 +138,21 @@ class HostTest(unittest.TestCase):
     def test_pcapng_interfaces_are_ports(self):
         first = [(i, arp(1), i % 3) for i in range(12)]
         second = [(12 + i, arp(1), 0) for i in range(5)]
-        for order in "<>":
-            report, _ = self.report("--port", "5", self.file("capture", pcapng([first, second], order)))
+        for order, pack in ("<", bytes), (">", gzip.compress):
+            report, _ = self.report("--port", "5", self.file("capture", pack(pcapng([first, second], order))))
             found = {row["port"]: row["packets"] for row in report["ports"]}
             self.assertEqual(found, {5: 4, 6: 4, 7: 4, 8: 5})
+
+    def test_alarms_come_while_the_capture_does(self):
+        with subprocess.Popen([PROGRAM, "replay", "-", "--fast-period", "10"], stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE) as program:
+            watchdog = threading.Timer(100, program.kill)
+            watchdog.start()
+            program.stdin.write(pcap([(i / 200, arp(7)) for i in range(2400)]))
+            program.stdin.flush()
+            self.assertIn(b"protocol arp over fast period limit", program.stdout.readline())
+            watchdog.cancel()
+            program.communicate()
 
     def test_usage(self):
         capture = self.file("capture", pcap([(0, arp(1))]))
@@ -132,6 +163,7 @@ class HostTest(unittest.TestCase):
             (("replay",), 2, "FILE"),
             (("replay", missing), 1, "cannot be opened"),
             (("replay", capture, "--vlan", "4096"), 2, "4096"),
+            (("replay", "-", "--interactive"), 2, "not the operator's terminal"),
             (("replay", capture, "--own-mac", "02:00"), 2, "no MAC address"),
             (("replay", capture, "--fast-period", "0"), 2, "0 not in range"),
             (("replay", capture, "--until", "noon"), 2, "no time"),
