@@ -223,14 +223,16 @@ void Model::fast_pass() {
     arm(&Model::fast_pass, fast_period);
 }
 
-// Sources that were silent for a long period are forgotten.
+// Sources that were silent for a long period are forgotten, but for those that the chip silences.
 void Model::long_pass() {
     for (auto &[key, flow] : flows) {
-        discard_sources(flow, [this](Owner &source) {
+        discard_sources(flow, [&, &of = flow](uint32_t number, Owner &source) {
+            const bool is_stopped = std::ranges::any_of(
+                records, [&](const Record &record) { return record.flow == &of && record.source == number; });
             const bool silent = source.count == source.slow_start;
             source.slow_start = source.count;
-            seen["silent sources"] += silent ? 1 : 0;
-            return silent;
+            seen[is_stopped ? "silenced sources" : "silent sources"] += silent ? 1 : 0;
+            return silent && !is_stopped;
         });
     }
     arm(&Model::long_pass, long_period);
@@ -240,7 +242,7 @@ void Model::long_pass() {
 void Model::day_pass() {
     for (auto next = flows.begin(); next != flows.end();) {
         const auto flow = next++;
-        discard_sources(flow->second, [](const Owner &source) { return source.count == 0; });
+        discard_sources(flow->second, [](uint32_t, const Owner &source) { return source.count == 0; });
         if (flow->second.count == 0) {
             discard_rules(flow->second);
             flows.erase(flow);
@@ -261,7 +263,7 @@ void Model::clear_all() {
 template <typename gone_t>
 void Model::discard_sources(Flow &flow, gone_t gone) {
     for (auto next = flow.sources.begin(); next != flow.sources.end();) {
-        if (const auto source = next++; gone(source->second)) {
+        if (const auto source = next++; gone(source->first, source->second)) {
             discard(flow, source->first);
             flow.sources.erase(source);
         }

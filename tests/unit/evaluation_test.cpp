@@ -61,44 +61,63 @@ TEST_F(EvaluationTest, AFloodIsReportedOnceHoweverLongItLasts) {
                      "limit,receive/limit:1/12(pps)"}));
 }
 
-// However many have something to say, they say it in the order of the indexes; and each block is closed once.
+// However many have something to say, they say it once and in the order of the indexes; and each block is closed once a
+// pass. Two fast and two long periods end together.
 TEST_F(EvaluationTest, AlarmsComeInOrderFromFewAndFromMany) {
     atc_api_set_fast_period_time(10);
-    atc_api_set_protocol_fp_limit(ATC_LLDP, 1);
-    atc_api_set_protocol_src_fp_limit(ATC_LLDP, 1);
+    atc_api_set_long_period_time(10);
+    for (const auto set : {atc_api_set_protocol_fp_limit, atc_api_set_protocol_src_fp_limit,
+                           atc_api_set_protocol_lp_limit, atc_api_set_protocol_src_lp_limit}) {
+        set(ATC_LLDP, 1);
+        set(ATC_SELF, 1);
+    }
     for (const uint32_t noisy : {3u, 1200u}) {
         atc_api_clear_statistic_all();
-        for (const uint32_t port : {5u, 4u}) {
-            rx_n(10, lldp().from(1), port, 100);
-            for (uint32_t source = noisy; source > 0; source--) {
-                rx_n(11, lldp().from(source), port, 100);
-                rx(lldp().from(2000 + source % 400), port, 100);
-            }
-        }
-        rx(lldp(), 6, 100);
-        pass_seconds(10);
-        Lines expected;
-        atc_tree_each<atc_entry_t>(&state()->entry_tree, [&](atc_entry_t *flow) {
-            EXPECT_EQ(flow->stat.fp_cur, 0) << "closed twice";
-            const std::string who = "anti-cpu rx port " + std::to_string(flow->port) + " vlan 100 protocol lldp ";
-            if (flow->port != 6) {
-                expected.push_back(who + "over");
-            }
-            atc_tree_each<atc_src_entry_t>(&flow->src_tree, [&](atc_src_entry_t *src) {
-                EXPECT_EQ(src->stat.fp_cur, 0) << "closed twice";
-                char name[ATC_NAME_SIZE];
-                atc_src_text(src->src_type, src->src_addr, name, sizeof(name));
-                if (src->stat.count > 10) {
-                    expected.push_back(who + "src " + name + " over");
+        Lines flooding;
+        for (const int round : {0, 1, 2}) {
+            for (const uint32_t port : {5u, 4u}) {
+                rx_n(10, lldp().from(1), port, 100);
+                for (uint32_t source = round < 2 ? noisy : 0; source > 0; source--) {
+                    rx_n(11, lldp().from(source), port, 100);
+                    rx(lldp().from(2000 + source % 400), port, 100);
+                    rx_n(12, arp().from(1), 7000 - source, port);  // no flood of ARP
+                    rx_n(11, lldp().from(OWN_MAC), 7000 - source, port);
                 }
+            }
+            pass_seconds(10);
+            uint32_t blocks = 0;
+            const auto see = [&](const atc_stat_t &stat, const std::string &who) {
+                EXPECT_EQ(std::pair(+stat.fp_cur, +stat.lp_cur), std::pair(round, round)) << "not closed once: " << who;
+                blocks++;
+                if (round == 0 && stat.count > 10 && who.find("arp") == std::string::npos) {
+                    flooding.push_back(who);
+                }
+            };
+            atc_tree_each<atc_entry_t>(&state()->entry_tree, [&](atc_entry_t *flow) {
+                char name[ATC_NAME_SIZE];
+                atc_protocol_id_to_name(flow->protocol, name, sizeof(name));
+                const std::string who = "anti-cpu rx port " + std::to_string(flow->port) + " vlan " +
+                                        std::to_string(flow->vlan) + " protocol " + name + " ";
+                see(flow->stat, who);
+                atc_tree_each<atc_src_entry_t>(&flow->src_tree, [&](atc_src_entry_t *src) {
+                    atc_src_text(src->src_type, src->src_addr, name, sizeof(name));
+                    see(src->stat, who + "src " + name + " ");
+                });
             });
-        });
-        Lines told = alarms();
-        for (std::string &line : told) {
-            line.resize(std::min(line.size(), line.find(" over") + 5));
+            EXPECT_EQ(flooding.size(), 2 + 4 * noisy);
+            EXPECT_EQ(blocks, round < 2 ? 2 + 6 * noisy + 2 * std::min(noisy, 400u) : 2 + 4 * noisy + 2);
+            Lines expected;
+            for (const char *period : {"fast", "long"}) {
+                for (const std::string &who : round == 1 ? Lines() : flooding) {
+                    expected.push_back(who + (round == 0 ? "over " : "restore ") + period);
+                }
+            }
+            Lines told = alarms();
+            for (std::string &line : told) {
+                line.resize(std::min(line.size(), line.find(" period limit")));
+            }
+            EXPECT_EQ(told, expected) << "round " << round;
         }
-        EXPECT_EQ(expected.size(), 2 + 2 * noisy);
-        EXPECT_EQ(told, expected);
     }
 }
 
@@ -150,7 +169,7 @@ TEST_F(EvaluationTest, ASourceIsDeniedOnItsOwn) {
     EXPECT_EQ(rx(lldp().from(2), 3, 100), 0);
 }
 
-TEST_F(EvaluationTest, ASilentSourceGoesWithTheLongPeriod) {
+TEST_F(EvaluationTest, ASilentSourceGoesWithTheLongPeriodUnlessTheChipSilencesIt) {
     atc_api_set_fast_period_time(10);
     atc_api_set_long_period_time(50);
     atc_api_set_protocol_src_cap_enable(ATC_LLDP, 1);
@@ -159,30 +178,33 @@ TEST_F(EvaluationTest, ASilentSourceGoesWithTheLongPeriod) {
     const uint8_t mac[] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
     ASSERT_NE(source(3, 100, ATC_LLDP, ATC_SRC_MAC, mac), nullptr);
     ASSERT_EQ(state()->protocol_cap_cnt, 1u);
-    for (const ChipRule &rule : fake().chip()) {
-        fake().set_packets(rule.stat_id, 1000000);  // the flood goes on in the chip, so the rule outlives the source
-    }
-    pass_seconds(30);
-    ASSERT_NE(source(3, 100, ATC_LLDP, ATC_SRC_MAC, mac), nullptr) << "it sent in this long period";
-    for (uint32_t round = 1; round <= 50; round++) {
+    // The flood goes on in the chip, for two long periods and one fast one.
+    for (uint32_t round = 1; round <= 90; round++) {
         for (const ChipRule &rule : fake().chip()) {
-            fake().set_packets(rule.stat_id, 1000000 + round * 1000000);
+            fake().set_packets(rule.stat_id, round * 1000000);
         }
         pass_seconds(1);
+        ASSERT_NE(source(3, 100, ATC_LLDP, ATC_SRC_MAC, mac), nullptr) << "second " << round;
     }
+    EXPECT_EQ(state()->rule_hw_count, 1u);
+    pass_seconds(40);
+    EXPECT_EQ(state()->rule_hw_count, 0u);
     EXPECT_EQ(source(3, 100, ATC_LLDP, ATC_SRC_MAC, mac), nullptr);
     EXPECT_EQ(state()->protocol_cap_cnt, 0u);
-    EXPECT_EQ(state()->rule_hw_count, 0u);
-    EXPECT_TRUE(fake().chip().empty());
 }
 
 TEST_F(EvaluationTest, TheDailySweepDiscardsWhatIsIdleWithAllThatItHolds) {
     atc_api_set_fast_period_time(10);
+    atc_api_set_long_period_time(2 * DAY_S);  // ages nothing
     atc_api_set_protocol_cap_enable(ATC_LLDP, 1);
     atc_api_set_protocol_hw_deny_enable(ATC_LLDP, 1);
     rx(arp(), 5, 50);  // stays: its count is not 0
     pass_seconds(DAY_S - 20);
     flood({lldp()}, 20, 10);
+    rx_n(200, tcp(50000, 80, SYN).src_ip(1), 5, 50);
+    rx(tcp(50000, 80, SYN).src_ip(2), 5, 50);
+    const uint32_t first = 1;
+    EXPECT_EQ(atc_api_clear_statistic(ATC_DIRECTION_RX, 50, 5, ATC_TCP_SYN, ATC_SRC_IPV4, &first), 0);
     rx_n(200, lldp(), 3, 100);
     ASSERT_EQ(state()->rule_hw_count, 1u);
     ASSERT_NE(entry(3, 100, ATC_LLDP)->stat.cap_buf, nullptr);
@@ -194,10 +216,12 @@ TEST_F(EvaluationTest, TheDailySweepDiscardsWhatIsIdleWithAllThatItHolds) {
     pass_seconds(10);
     EXPECT_EQ(entry(3, 100, ATC_LLDP), nullptr);
     EXPECT_NE(entry(5, 50, ATC_ARP), nullptr);
+    EXPECT_EQ(ipv4_source(5, 50, ATC_TCP_SYN, 1), nullptr) << "its count was 0";
+    EXPECT_NE(ipv4_source(5, 50, ATC_TCP_SYN, 2), nullptr);
     const State state;
     EXPECT_EQ(atc_avl_numnodes(&state->port_tree), 1u);
     EXPECT_EQ(atc_avl_numnodes(&state->vlan_tree), 1u);
-    EXPECT_EQ(atc_avl_numnodes(&state->rx_protocol_tree), 1u);
+    EXPECT_EQ(atc_avl_numnodes(&state->rx_protocol_tree), 2u);
     EXPECT_EQ(state->rule_hw_count, 0u);
     EXPECT_EQ(state->protocol_cap_cnt, 0u);
 }

@@ -63,6 +63,14 @@ TEST_F(MonitorTest, TrunkChangesAreAppliedInOrder) {
     EXPECT_EQ(members(40), (std::vector<uint32_t>{3, 6, 5, 0, 0, 0, 0, 0}));
 }
 
+TEST_F(MonitorTest, WithoutMemoryForTimersTheTaskGoesOn) {
+    atc_timer_list_t *list = std::exchange(g_atc_global.timer_list, nullptr);
+    EXPECT_EQ(atc_api_trunk_member_pro(0, 40, 3, 1), 0);
+    run_messages();
+    EXPECT_EQ(members(40)[0], 3u);
+    g_atc_global.timer_list = list;
+}
+
 TEST_F(MonitorTest, AnUnknownMessageIsPassedOver) {
     atc_msg_t message = {};
     message.type = 4;

@@ -70,6 +70,7 @@ TEST_F(ReportsTest, TablesShowCountsRatesAndPeaks) {
     for (const auto &row : rows) {
         EXPECT_EQ(text_of(row.report), row.text) << row.name;
     }
+    EXPECT_EQ(fake().calls(Call::port_map), 1u) << "the card is asked for the slots of those in alarm only";
 }
 
 TEST_F(ReportsTest, SourcesAreListedByTheirKindAndNumberedOn) {

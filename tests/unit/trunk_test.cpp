@@ -90,6 +90,35 @@ TEST_F(Trunk, ARefusedMoveGivesTheDenyUp) {
     EXPECT_EQ(ports(), Lines{"3 4"}) << "the filter is tried again";
 }
 
+// A filter on port 3 and one of the same match on a trunk that shrinks to port 3: the chip takes that rule once only.
+TEST_F(Trunk, AFilterThatIsNotInTheChipTakesNoOthersRuleOut) {
+    const auto add = [](uint32_t id, uint32_t port) {
+        atc_filter_rule_t filter = {};
+        filter.id = id;
+        filter.port = port;
+        filter.action = ATC_HW_ACTION_DENY;
+        return atc_api_cfg_hw_filter_rule_add(&filter);
+    };
+    change("+3 +4");
+    EXPECT_EQ(add(1, 3), 0);
+    EXPECT_EQ(add(2, 40), 0);
+    for (const auto &[moves, expected] :
+         {std::pair<const char *, Lines>{"-4", {"3"}}, {"+4", {"3", "3 4"}}, {"-4", {"3"}}}) {
+        change(moves);
+        EXPECT_EQ(ports(), expected) << moves;
+    }
+    EXPECT_EQ(alarms(), Lines(2, "drv set stream deny tocpu faild!")) << "two installations, no removal";
+    EXPECT_EQ(atc_api_cfg_hw_filter_rule_del(2), 0) << "without the driver";
+    EXPECT_EQ(ports(), Lines{"3"});
+    EXPECT_EQ(add(2, 40), -1);
+    change("-3 +4");
+    EXPECT_EQ(add(2, 40), 0);
+    change("-4");
+    EXPECT_EQ(atc_api_cfg_hw_filter_rule_del(2), -1) << "a trunk without members";
+    EXPECT_EQ(atc_api_cfg_hw_filter_rule_del(1), 0);
+    EXPECT_TRUE(fake().chip().empty());
+}
+
 TEST_F(Trunk, AChangeThatCannotBePostedIsLogged) {
     fake().fail(Call::send, 1);
     EXPECT_EQ(atc_api_trunk_member_pro(0, 40, 3, 1), 0);

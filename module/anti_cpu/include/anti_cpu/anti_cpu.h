@@ -200,7 +200,9 @@ ATC_API int atc_api_clear_hw_deny_info(uint32_t entry_id);
  * the chip, or no memory; nothing is installed then. */
 ATC_API int atc_api_cfg_hw_filter_rule_add(atc_filter_rule_t *rule);
 
-/* Removes it. Returns 0, or -1 when there is no filter of this id or the chip refuses (it then stays configured). */
+/* Removes it. Returns 0, or -1 when there is no filter of this id, its port is a trunk without usable members, or the
+ * chip refuses (it then stays configured). A filter that the chip refused when its trunk changed goes without a call.
+ */
 ATC_API int atc_api_cfg_hw_filter_rule_del(uint32_t id);
 
 /* Tells the module of a trunk membership change; atc_init registers it with the card. 'op' 1 = 'member' joins 'trunk',

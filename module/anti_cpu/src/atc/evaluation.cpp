@@ -143,7 +143,9 @@ int atc_lp_expire_process(atc_entry_t *entry) {
 
 int atc_lp_expire_src_process(atc_src_entry_t *src) {
     evaluate_long(src->entry, src, &src->stat);
-    if (src->stat.lp_ring[src->stat.lp_cur] == 0) {
+    // One whose packets the chip stops sends none that are counted here: it ages when the expiry check has withdrawn
+    // its rule.
+    if (src->stat.lp_ring[src->stat.lp_cur] == 0 && src->stat.hw_deny_on == 0) {
         atc_src_entry_discard(src);
     }
     return 0;

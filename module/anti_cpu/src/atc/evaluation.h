@@ -17,7 +17,8 @@ void atc_fp_arm() ATC_REQUIRES(g_atc_lock);
 void atc_lp_arm() ATC_REQUIRES(g_atc_lock);
 void atc_24h_arm() ATC_REQUIRES(g_atc_lock);
 
-// One flow, one source; the long evaluation of a source discards it when it was silent. Return 0.
+// One flow, one source; the long evaluation of a source discards it when it was silent and no hardware rule is its own.
+// Return 0.
 int atc_fp_expire_process(atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
 int atc_fp_expire_src_process(atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
 int atc_lp_expire_process(atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);

@@ -55,17 +55,23 @@ int atc_hw_filter_expire(uintptr_t address, uintptr_t /*unused2*/, uintptr_t /*u
 
 void atc_hw_deny_withdraw(atc_hw_deny_t *record) {
     // A refusal is logged there; a chip that has lost the rule must not keep its record alive.
-    atc_hw_filter_del(&record->rule);
+    if (record->is_in_chip) {
+        atc_hw_filter_del(&record->rule);
+    }
     atc_hw_deny_forget(record);
 }
 
 int atc_hw_filter_delete_by_pro(atc_entry_t *entry) {
-    atc_hw_deny_withdraw_if([entry](const atc_hw_deny_t *record) { return record->entry == entry; });
+    if (entry->stat.hw_deny_on != 0) {
+        atc_hw_deny_withdraw_if([entry](const atc_hw_deny_t *record) { return record->entry == entry; });
+    }
     return 0;
 }
 
 int atc_hw_filter_delete_by_spro(atc_src_entry_t *src) {
-    atc_hw_deny_withdraw_if([src](const atc_hw_deny_t *record) { return record->src_entry == src; });
+    if (src->stat.hw_deny_on != 0) {
+        atc_hw_deny_withdraw_if([src](const atc_hw_deny_t *record) { return record->src_entry == src; });
+    }
     return 0;
 }
 
@@ -101,6 +107,7 @@ atc_hw_deny_t *install(const atc_pkt_info_t *pkt, bool per_source) {
         return nullptr;
     }
     record->rule = rule;
+    record->is_in_chip = true;
     return record;
 }
 

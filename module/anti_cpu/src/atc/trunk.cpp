@@ -84,15 +84,17 @@ int atc_hw_filter_update_del(uint32_t port) {
     atc_list_t *filters = &g_atc_global.hw_cfg_filter_list;
     for (atc_list_t *link = filters->next; link != filters; link = link->next) {
         auto *filter = atc_list_record<atc_hw_cfg_filter_t>(link);
-        if (filter->rule.port == port) {
+        if (filter->rule.port == port && filter->is_in_chip) {
             atc_hw_cfg_filter_del(&filter->rule);
+            filter->is_in_chip = false;
         }
     }
     atc_list_t *denies = &g_atc_global.hw_deny_list;
     for (atc_list_t *link = denies->next; link != denies; link = link->next) {
         auto *record = atc_list_record<atc_hw_deny_t>(link);
-        if (record->rule.port == port) {
+        if (record->rule.port == port && record->is_in_chip) {
             atc_hw_filter_del(&record->rule);
+            record->is_in_chip = false;
         }
     }
     return 0;
@@ -104,15 +106,18 @@ int atc_hw_filter_update_add(uint32_t port) {
     for (atc_list_t *link = filters->next; link != filters; link = link->next) {
         auto *filter = atc_list_record<atc_hw_cfg_filter_t>(link);
         if (filter->rule.port == port) {
-            atc_hw_cfg_filter_add(&filter->rule);
+            filter->is_in_chip = atc_hw_cfg_filter_add(&filter->rule) >= 0;
         }
     }
     atc_list_t *denies = &g_atc_global.hw_deny_list;
     for (atc_list_t *link = denies->next; link != denies;) {
         atc_list_t *next = link->next;
         auto *record = atc_list_record<atc_hw_deny_t>(link);
-        if (record->rule.port == port && atc_hw_filter_add(&record->rule) < 0) {
-            atc_hw_deny_forget(record);
+        if (record->rule.port == port) {
+            record->is_in_chip = atc_hw_filter_add(&record->rule) >= 0;
+            if (!record->is_in_chip) {
+                atc_hw_deny_forget(record);
+            }
         }
         link = next;
     }

@@ -16,7 +16,7 @@ int atc_trunk_del_pro(uint32_t trunk, uint32_t member) ATC_REQUIRES(g_atc_lock);
 // 1 when the logical port is a trunk, else 0.
 int atc_port_is_trunk(uint32_t port) ATC_REQUIRES(g_atc_lock);
 
-// Take every hardware rule that applies to a port out of the chip, and put it back with the members as they are now.
+// Take every hardware rule of a port that is in the chip out of it, and put it back with the members as they are now.
 // Records stay, but for automatic rules that cannot be put back. Return 0.
 int atc_hw_filter_update_del(uint32_t port) ATC_REQUIRES(g_atc_lock);
 int atc_hw_filter_update_add(uint32_t port) ATC_REQUIRES(g_atc_lock);

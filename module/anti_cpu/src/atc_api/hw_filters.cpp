@@ -1,7 +1,9 @@
 // hw_filters.cpp: the operator's hardware filters: configured, kept and deleted.
 //
 // Owns the records of hw_cfg_filter_list. A record's rule is in the chip, unless a trunk has lost its last usable
-// member. Lock: both operations hold the module mutex throughout, driver calls included.
+// member or the chip refused it when the trunk changed; the record says which (is_in_chip), so that no other filter's
+// rule like it is taken out in its place. Lock: both operations hold the module mutex throughout, driver calls
+// included.
 #include "anti_cpu/anti_cpu.h"
 #include "atc/state/context.h"
 #include "atc_api_hw/cfg_rule.h"
@@ -9,6 +11,7 @@
 namespace {
 
 atc_hw_cfg_filter_t *find(uint32_t id) ATC_REQUIRES(g_atc_lock);
+bool take_out(atc_hw_cfg_filter_t *record) ATC_REQUIRES(g_atc_lock);
 
 }  // namespace
 
@@ -26,6 +29,7 @@ int atc_api_cfg_hw_filter_rule_add(atc_filter_rule_t *rule) {
         return -1;
     }
     record->rule = *rule;
+    record->is_in_chip = true;
     atc_list_insert_after(&g_atc_global.hw_cfg_filter_list, &record->link);
     return 0;
 }
@@ -33,7 +37,7 @@ int atc_api_cfg_hw_filter_rule_add(atc_filter_rule_t *rule) {
 int atc_api_cfg_hw_filter_rule_del(uint32_t id) {
     atc_guard_t guard;
     atc_hw_cfg_filter_t *record = find(id);
-    if (record == nullptr || atc_hw_cfg_filter_del(&record->rule) < 0) {
+    if (record == nullptr || !take_out(record)) {
         return -1;
     }
     atc_list_remove(&record->link);
@@ -46,6 +50,13 @@ namespace {
 atc_hw_cfg_filter_t *find(uint32_t id) {
     return atc_list_find<atc_hw_cfg_filter_t>(
         &g_atc_global.hw_cfg_filter_list, [id](const atc_hw_cfg_filter_t *record) { return record->rule.id == id; });
+}
+
+// Returns whether the filter may be forgotten: not one of which the chip keeps the rule, and none of a trunk that has
+// no usable member.
+bool take_out(atc_hw_cfg_filter_t *record) {
+    return record->is_in_chip ? atc_hw_cfg_filter_del(&record->rule) >= 0
+                              : atc_hw_cfg_filter_is_placeable(&record->rule);
 }
 
 }  // namespace

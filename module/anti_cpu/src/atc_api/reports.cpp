@@ -36,6 +36,7 @@ bool flow_table_line(atc_text_t *out, const atc_entry_t *flow, const char *sourc
     ATC_REQUIRES(g_atc_lock);
 bool flow_line(atc_text_t *out, const atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
 bool alarm_lines(atc_text_t *out, const atc_entry_t *flow, int *number) ATC_REQUIRES(g_atc_lock);
+bool alarm_line(atc_text_t *out, const atc_entry_t *flow, const char *source, int number) ATC_REQUIRES(g_atc_lock);
 
 }  // namespace
 
@@ -175,26 +176,33 @@ bool flow_line(atc_text_t *out, const atc_entry_t *flow) {
 
 // The lines of one flow and its sources that are in alarm, numbered on from '*number'.
 bool alarm_lines(atc_text_t *out, const atc_entry_t *flow, int *number) {
+    if (flow->stat.fp_alarm == 1 && !alarm_line(out, flow, "", (*number)++)) {
+        return false;
+    }
+    return lines<atc_src_entry_t>(
+        out, &flow->src_tree, [flow, number](atc_text_t *text, const atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock) {
+            if (src->stat.fp_alarm != 1) {
+                return true;
+            }
+            char address[ATC_NAME_SIZE];
+            atc_src_text(src->src_type, src->src_addr, address, sizeof(address));
+            char source[ATC_NAME_SIZE];
+            atc_text_t words;
+            atc_text_init(&words, source, sizeof(source));
+            atc_text_append(&words, " %s%s", address[0] != '\0' ? "source " : "", address);
+            return alarm_line(text, flow, source, (*number)++);
+        });
+}
+
+// 'source' is what stands behind the protocol. Only who has an alarm is looked for on the card's slots.
+bool alarm_line(atc_text_t *out, const atc_entry_t *flow, const char *source, int number) {
     uint32_t slot = 0;
     uint32_t slot_port = 0;
     br_comm_transfer_portindex_2slotport(flow->port, &slot, &slot_port);
     char name[ATC_NAME_SIZE] = "";
     atc_protocol_id_to_name(flow->protocol, name, sizeof(name));
-    if (flow->stat.fp_alarm == 1 &&
-        !atc_text_append_whole(out, "alarm %d: port %d/%d/%d vlan %d protocol %s\r\n", (*number)++, FRAME_NUMBER,
-                               static_cast<int>(slot), static_cast<int>(slot_port), flow->vlan, name)) {
-        return false;
-    }
-    return lines<atc_src_entry_t>(out, &flow->src_tree, [&](atc_text_t *text, const atc_src_entry_t *src) {
-        if (src->stat.fp_alarm != 1) {
-            return true;
-        }
-        char source[ATC_NAME_SIZE];
-        atc_src_text(src->src_type, src->src_addr, source, sizeof(source));
-        return atc_text_append_whole(text, "alarm %d: port %d/%d/%d vlan %d protocol %s %s%s\r\n", (*number)++,
-                                     FRAME_NUMBER, static_cast<int>(slot), static_cast<int>(slot_port), flow->vlan,
-                                     name, source[0] != '\0' ? "source " : "", source);
-    });
+    return atc_text_append_whole(out, "alarm %d: port %d/%d/%d vlan %d protocol %s%s\r\n", number, FRAME_NUMBER,
+                                 static_cast<int>(slot), static_cast<int>(slot_port), flow->vlan, name, source);
 }
 
 }  // namespace

@@ -72,6 +72,11 @@ int atc_hw_cfg_filter_del(atc_filter_rule_t *rule) {
     return result;
 }
 
+bool atc_hw_cfg_filter_is_placeable(const atc_filter_rule_t *rule) {
+    atc_hw_lists_t lists;
+    return build(&lists, rule, ATC_HW_INSTALL) == 0;
+}
+
 namespace {
 
 // Returns 0, or -1 for a rule that cannot be described.

@@ -13,3 +13,6 @@ int atc_hw_cfg_filter_add(atc_filter_rule_t *rule) ATC_REQUIRES(g_atc_lock);
 
 // Removes it; sdk_id becomes 0. The same results.
 int atc_hw_cfg_filter_del(atc_filter_rule_t *rule) ATC_REQUIRES(g_atc_lock);
+
+// Whether its port has usable members at this moment. Asks nothing of the chip.
+bool atc_hw_cfg_filter_is_placeable(const atc_filter_rule_t *rule) ATC_REQUIRES(g_atc_lock);

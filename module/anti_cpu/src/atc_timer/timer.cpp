@@ -58,7 +58,7 @@ int timer_stop(atc_timer_list_t *list, atc_timer_t *timer) {
 }
 
 int timer_list_check(atc_timer_list_t *list) {
-    if (atc_list_is_empty(&list->head)) {
+    if (list == nullptr || atc_list_is_empty(&list->head)) {
         return 0;
     }
     const timer_expire_t now = now_plus(0);

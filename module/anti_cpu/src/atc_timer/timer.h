@@ -49,7 +49,8 @@ int timer_restart(atc_timer_list_t *list, atc_timer_t *timer, uint32_t seconds) 
 // Takes the timer off the list if it is on it, and clears it. Returns 0, or -1 for null.
 int timer_stop(atc_timer_list_t *list, atc_timer_t *timer) ATC_REQUIRES(g_atc_lock);
 
-// Runs every timer that is due, earliest first, each taken off the list before its callback. Returns 0.
+// Runs every timer that is due, earliest first, each taken off the list before its callback; of a null list none.
+// Returns 0.
 int timer_list_check(atc_timer_list_t *list) ATC_REQUIRES(g_atc_lock);
 
 // Orders two expiries: -1, 0 or +1.

@@ -90,12 +90,14 @@ struct atc_hw_deny_t {
     atc_entry_t *entry;          // owner of a per-protocol rule
     atc_src_entry_t *src_entry;  // owner of a per-source rule
     atc_filter_rule_t rule;      // just what the chip was given, with its ids
+    bool is_in_chip;             // false only while the rule moves with a trunk
 };
 
 // One hardware filter of the operator's.
 struct atc_hw_cfg_filter_t {
     atc_list_t link;  // first member, on hw_cfg_filter_list, newest first
     atc_filter_rule_t rule;
+    bool is_in_chip;  // its last installation succeeded; an entry id may be 0 and says nothing
 };
 
 // One software rule. The host walks these as atc_filter_node_t.
