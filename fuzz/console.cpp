@@ -37,7 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     host::CaptureSet captures;
     CardRun run(captures);
     host::CapturesFolder folder;
-    host::console::Session session{run.replay(), folder, false, true};
+    host::CaptureKeeper captured(run.replay(), folder);
+    host::console::Session session{run.replay(), captured, false, true};
     host::console::Console console(session);
     std::istringstream input(std::string(reinterpret_cast<const char *>(data), size));
     for (std::string line; std::getline(input, line); run.replay().run_for(card::kNanosecondsPerSecond)) {

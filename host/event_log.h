@@ -6,7 +6,6 @@
 // alarm_book, services.h.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -39,10 +38,6 @@ public:
     const AlarmBook &alarms() const { return alarms_; }
     AlarmBook &alarms() { return alarms_; }
 
-    // Messages about automatic captures that have filled their buffers, since the last call.
-    bool has_full_captures() const { return has_full_.load(std::memory_order_relaxed); }
-    std::vector<std::string> take_full_captures();
-
     const std::vector<Event> &events() const { return events_; }
 
 private:
@@ -53,8 +48,6 @@ private:
     Keep keep_;
     AlarmBook alarms_;
     std::vector<Event> events_;
-    std::atomic<bool> has_full_ = false;
-    std::vector<std::string> full_;
 };
 
 }  // namespace host

@@ -39,7 +39,7 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
     replay->add_option("--chip-rules", options.chip_rules, "Rules that the switching chip has room for [1024]");
     replay->add_option("--memory-budget", options.memory_budget_mb,
                        "Megabytes that the module may use; beyond them it takes no new flows and sources [no limit]");
-    replay->add_option("--captures", options.captures_folder, "Folder that automatic captures are written into");
+    replay->add_option("--captures", options.captures_folder, "Folder that what the module records is written into");
     replay->add_option("--captures-quota", options.captures_quota_mb, "Megabytes that the folder may hold [100]");
     replay->add_option("--log", options.log_file, "File that every message is written to");
     replay->add_option("--config", options.config_file, "File of operator's lines, run before the first packet");

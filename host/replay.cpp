@@ -116,12 +116,6 @@ void Replay::feed(int64_t end_ns, bool stop_at_alarm) {
         deliver(next_);
         last_packet_ns_ = next_.time_ns;
         packets_++;
-        if (events_.has_full_captures()) {
-            const std::vector<std::string> full = events_.take_full_captures();
-            if (full_captures_) {
-                full_captures_(full);
-            }
-        }
         if (packets_ % kPacketsPerProgress == 0 && progress_) {
             progress_();
         }

@@ -85,10 +85,6 @@ public:
     FlowAccount &flows() const { return flows_; }
     AlarmBook &alarms() const { return events_.alarms(); }
 
-    // Called behind the packet that found automatic captures full, with the module's messages about them.
-    void set_full_captures(std::function<void(const std::vector<std::string> &)> full) {
-        full_captures_ = std::move(full);
-    }
     // Called now and then while packets are replayed.
     void set_progress(std::function<void()> progress) { progress_ = std::move(progress); }
 
@@ -124,7 +120,6 @@ private:
     uint32_t last_logical_ = 0;          // its trunk, or itself
     PortCounts *last_counts_ = nullptr;  // of last_port_; null = look all three up
     std::function<void()> progress_;
-    std::function<void(const std::vector<std::string> &)> full_captures_;
 };
 
 }  // namespace host

@@ -6,11 +6,12 @@
 #include <cerrno>
 #include <chrono>
 #include <cinttypes>
+#include <csignal>
 #include <memory>
 #include <system_error>
 
 #include "anti_cpu/anti_cpu.h"
-#include "captures_folder.h"
+#include "capture_keeper.h"
 #include "chip/chip.h"
 #include "clock/clock.h"
 #include "console/console.h"
@@ -157,6 +158,7 @@ void print_results(const ReplayOptions &options, const Summary &summary) {
 }  // namespace
 
 int replay_command(const ReplayOptions &options) {
+    std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a write that fails, and is reported
     const auto from_pipe = std::ranges::count(options.files, kStandardInput);
     if (from_pipe > 1 || (from_pipe == 1 && options.interactive)) {
         std::fputs("anti-cpu: -: standard input is one capture, and then not the operator's terminal\n", stderr);
@@ -192,18 +194,11 @@ int replay_command(const ReplayOptions &options) {
     Progress progress(isatty(STDERR_FILENO) != 0 && !options.quiet && !led_by_operator, captures);
     replay.set_progress([&] { progress.show(replay.packets()); });
 
-    if (folder.is_open()) {
-        replay.set_full_captures([&folder](const std::vector<std::string> &messages) {
-            for (const std::string &message : messages) {
-                folder.write_full(message);
-            }
-        });
-    }
-
     const auto began = real_now();
     replay.start();
     apply_settings(options, replay);
-    console::Session session{replay, folder, options.json, false};
+    CaptureKeeper captured(replay, folder);
+    console::Session session{replay, captured, options.json, false};
     console::Console console(session);
     console::Status status = run_settings(options, console);
     if (status != console::Status::kDone) {
@@ -214,9 +209,7 @@ int replay_command(const ReplayOptions &options) {
     const std::chrono::duration<double> real_time = real_now() - began;
     progress.clear();
 
-    if (folder.is_open()) {
-        folder.write_all(replay.flows());
-    }
+    captured.write_all();
     if (!led_by_operator) {
         print_results(options, {captures, replay, events, real_time.count()});
     }

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "captures_folder.h"
+#include "capture_keeper.h"
 #include "console/kinds.h"
 #include "json_writer.h"
 #include "replay.h"
@@ -33,7 +33,7 @@ enum class Status {
 // Whom the lines work on.
 struct Session {
     Replay &replay;
-    CapturesFolder &folder;
+    CaptureKeeper &captures;
     bool json;     // show prints data
     bool may_run;  // false while settings are made before the replay
 };

@@ -1,4 +1,7 @@
 // commands_diagnose.cpp: "debug" and "capture": traces and the manual capture, and captures into files.
+#include <cerrno>
+#include <system_error>
+
 #include "anti_cpu/anti_cpu.h"
 #include "console/command_rows.h"
 
@@ -24,24 +27,31 @@ Status capture_stop(Session &, const Arguments &) {
     return done_if_zero(static_cast<uint32_t>(atc_api_set_cap_disable()), "the capture cannot be stopped");
 }
 
-Status capture_save(Session &, const Arguments &arguments) {
-    FlowName flow{0, 0, 0, 0, {}};
-    if (arguments.has("flow")) {
-        flow = flow_name(arguments);
+// Wherever the operator says: through a link too.
+bool write_file(const std::string &path, const std::string &content) {
+    std::FILE *file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr) {
+        return false;
     }
-    void *data = nullptr;
-    uint32_t len = 0;
-    if (atc_api_get_port_capture(flow.direction, flow.vlan, flow.port, flow.protocol, flow.source.type, flow.address(),
-                                 &data, &len) != 0) {
+    const bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
+    return std::fclose(file) == 0 && written;
+}
+
+Status capture_save(Session &, const Arguments &arguments) {
+    CaptureKey key;
+    if (arguments.has("flow")) {
+        const FlowName flow = flow_name(arguments);
+        key = {flow.direction, flow.subject()};
+    }
+    const auto content = capture_content(key);
+    if (!content) {
         return failed("there is no such capture");
     }
-    std::string error;
-    const bool written = write_file(arguments.text("file"), data, len, error);
-    atc_api_free_buffer(data);
-    if (!written) {
-        return failed((arguments.text("file") + " cannot be written: " + error).c_str());
+    const std::string &path = arguments.text("file");
+    if (!write_file(path, *content)) {
+        return failed((path + " cannot be written: " + std::generic_category().message(errno)).c_str());
     }
-    std::printf("%s: %u bytes\n", arguments.text("file").c_str(), len);
+    std::printf("%s: %zu bytes\n", path.c_str(), content->size());
     return Status::kDone;
 }
 

@@ -139,14 +139,14 @@ Status show_captures(Session &session, const Arguments &arguments) {
     if (as_json(session, arguments)) {
         Json json = {{"manual", manual}, {"automatic", Json::array()}};
         for (const HeldCapture &capture : held) {
-            json["automatic"].push_back({{"file", capture.name}, {"bytes", capture.bytes}});
+            json["automatic"].push_back({{"file", capture_name(capture.key)}, {"bytes", capture.bytes}});
         }
         return print_json(json);
     }
     std::printf("manual capture: %s\n", manual ? "held" : "none");
     TextTable table({{"automatic capture", TextTable::Align::kLeft}, {"bytes", TextTable::Align::kRight}});
     for (const HeldCapture &capture : held) {
-        table.add({capture.name, std::to_string(capture.bytes)});
+        table.add({capture_name(capture.key), std::to_string(capture.bytes)});
     }
     table.print(stdout);
     return Status::kDone;

@@ -137,6 +137,7 @@ Status Console::run(const std::string &line, std::string &error) {
         return Status::kWrong;
     }
     const card::BudgetScope no_budget_for_the_operator(false);
+    session_.captures.look();
     return parsed.command->handler(session_, parsed.arguments);
 }
 

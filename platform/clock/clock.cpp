@@ -52,6 +52,7 @@ struct Rendezvous {
     std::vector<Waiter *> waiters;
     std::atomic<uint32_t> running = 0;                // written under the mutex
     std::function<void(int64_t)> driver_sleep;        // the driver's own
+    std::function<void()> before_drive;               // the driver's own
     std::atomic<int64_t> next_deadline_ns = kNever;   // written under the mutex
     std::atomic<bool> attention = false;              // notified, or a thread was started, since the last drive
     std::atomic<const void *> driver_mark = nullptr;  // &thread_mark of the driver
@@ -147,6 +148,10 @@ void Clock::set_driver_sleep(std::function<void(int64_t length_ns)> sleep) {
     g.driver_sleep = std::move(sleep);
 }
 
+void Clock::set_before_drive(std::function<void()> look) {
+    g.before_drive = std::move(look);
+}
+
 void Clock::sleep_for(int64_t length_ns) {
     if (length_ns <= 0 || sleepless_scopes != 0) {
         return;
@@ -228,6 +233,9 @@ namespace {
 // Moves time to 'target_ns' (CLOCK_MONOTONIC), releasing one thread after the other on the way. False when stop() has
 // ended it before.
 bool drive(int64_t target_ns, const std::function<bool()> *stop) {
+    if (g.before_drive) {
+        g.before_drive();
+    }
     std::unique_lock lock(g.mutex);
     g.target_ns = target_ns;
     g.stop = stop;

@@ -53,6 +53,10 @@ public:
     // run afterwards.
     void set_driver_sleep(std::function<void(int64_t length_ns)> sleep);
 
+    // Driver only; an empty function takes it back. Called by the driver, with no lock held, before it lets other
+    // threads run: whatever they may change can still be seen as it was. It must not wait, sleep or drive.
+    void set_before_drive(std::function<void()> look);
+
     // Suspends the calling thread for 'length_ns'; not at all when that is not positive, or in a SleeplessScope.
     void sleep_for(int64_t length_ns);
 

@@ -6,8 +6,11 @@ Usage: host_test.py ANTI_CPU [unittest arguments]
 import gzip
 import json
 import lzma
+import os
 import pathlib
+import resource
 import shutil
+import stat
 import struct
 import subprocess
 import sys
@@ -223,6 +226,53 @@ class HostTest(unittest.TestCase):
         self.assertEqual(
             sorted(file.name for file in folder.iterdir()), ["atc-rx-1-1-arp-2.cap", "atc-rx-1-1-arp.cap"]
         )
+
+    def test_captures_reach_the_folder_whoever_frees_them(self):
+        capture = self.file("flood.pcap", pcap([(i / 12, arp(7)) for i in range(12 * 60)]))
+        settings = [word for kind in ("", "source ") for line in ("limit arp %sfast 5", "capture arp %son")
+                    for word in ("-x", "set " + line % kind)]
+        expected = None
+        for line in ("", "run 9000", "run 90000", "clear capture auto", "clear statistic all", "clear statistic flow rx 1 1 arp",
+                     "clear statistic flow rx 1 1 arp source 02:00:00:00:00:07", "clear capture manual"):
+            with self.subTest(line):
+                folder = self.work / f"after {line}"
+                script = self.file("script", f"capture start 1000\nrun 61\n{line}\nrun 1\n".encode())
+                result = self.run_program("replay", capture, "--fast-period", "10", *settings, "--captures", folder,
+                                          "--script", script)
+                self.assertEqual(result.returncode, 0, result.stderr)
+                found = {file.name: file.read_bytes() for file in folder.iterdir()}
+                self.assertEqual({name: len(data) // 76 for name, data in found.items()},
+                                 {"atc-manual.cap": 720, "atc-rx-1-1-arp.cap": 600, "atc-rx-1-1-arp-(02-00-00-00-00-07).cap": 600})
+                expected = expected or found
+                self.assertEqual(found, expected)
+
+    def test_captures_folder(self):
+        capture = self.file("flood.pcap", pcap([(i / 200, arp(7)) for i in range(200 * 25)]))
+        lines = ["-x", "set capture arp on", "-x", "set capture arp source on"]
+        folder = self.work / "captures"
+        folder.mkdir()
+        flow, source = folder / "atc-rx-1-1-arp.cap", folder / "atc-rx-1-1-arp-(02-00-00-00-00-07).cap"
+        other = pathlib.Path(self.file("other", b"of somebody else"))
+
+        def replay(size):
+            return subprocess.run([PROGRAM, "replay", capture, "--quiet", "--fast-period", "10", "--captures", folder, *lines],
+                                  preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (size, size)),
+                                  capture_output=True, text=True, timeout=300, check=False)
+
+        # A link, a FIFO and a file of an earlier run give way to whole files; what the link points to does not.
+        flow.symlink_to(other)
+        os.mkfifo(source)
+        self.assertEqual(replay(10**6).returncode, 0)
+        self.assertEqual(other.read_bytes(), b"of somebody else")
+        self.assertEqual([stat.filemode(file.lstat().st_mode) for file in (flow, source)], ["-rw-------"] * 2)
+        before = {file: file.read_bytes() for file in folder.iterdir()}
+        self.assertEqual([len(data) // 76 for data in before.values()], [1347] * 2)
+        # A full disk leaves what was there, and nothing beside it.
+        result = replay(50000)
+        self.assertEqual(result.returncode, 1)
+        for file in (flow, source):
+            self.assertIn(f"{file}: cannot be written: File too large", result.stderr)
+        self.assertEqual({file: file.read_bytes() for file in folder.iterdir()}, before)
 
     def test_quota(self):
         capture = self.file("flood.pcap", pcap([(i / 200, arp(7)) for i in range(200 * 40)]))
