@@ -216,15 +216,15 @@ class HostTest(unittest.TestCase):
                 self.assertEqual(seen.stdout.splitlines(), ["eth:ethertype:arp\t"] * records)
 
     def test_captures_of_the_day_before_are_kept(self):
-        flood = [(i / 200, arp(7)) for i in range(200 * 40)]
-        later = [(86500 + seconds, frame) for seconds, frame in flood]
-        capture = self.file("days.pcap", pcap(flood + later))
+        # The sweep of the day frees the capture in the middle of a flood.
+        capture = self.file("days.pcap", pcap([(0, arp(7))] + [(86380 + i / 120, arp(7)) for i in range(120 * 40)]))
         folder = self.work / "captures"
         lines = ["-x", "set capture arp on"]
         result = self.run_program("replay", capture, "--fast-period", "10", "--captures", folder, "--quiet", *lines)
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual(
-            sorted(file.name for file in folder.iterdir()), ["atc-rx-1-1-arp-2.cap", "atc-rx-1-1-arp.cap"]
+            {file.name: file.stat().st_size // 76 for file in folder.iterdir()},
+            {"atc-rx-1-1-arp.cap": 1200, "atc-rx-1-1-arp-2.cap": 1347},
         )
 
     def test_captures_reach_the_folder_whoever_frees_them(self):
@@ -232,11 +232,12 @@ class HostTest(unittest.TestCase):
         settings = [word for kind in ("", "source ") for line in ("limit arp %sfast 5", "capture arp %son")
                     for word in ("-x", "set " + line % kind)]
         expected = None
-        for line in ("", "run 9000", "run 90000", "clear capture auto", "clear statistic all", "clear statistic flow rx 1 1 arp",
-                     "clear statistic flow rx 1 1 arp source 02:00:00:00:00:07", "clear capture manual"):
-            with self.subTest(line):
-                folder = self.work / f"after {line}"
-                script = self.file("script", f"capture start 1000\nrun 61\n{line}\nrun 1\n".encode())
+        for lines in ("run 61", "run 9061", "run 90061", "run 61\nclear capture auto", "run 61\nclear statistic all",
+                      "run 61\nclear statistic flow rx 1 1 arp", "run 61\nclear capture manual",
+                      "run 61\nclear statistic flow rx 1 1 arp source 02:00:00:00:00:07"):
+            with self.subTest(lines):
+                folder = self.work / f"after {lines}"
+                script = self.file("script", f"capture start 1000\n{lines}\n".encode())
                 result = self.run_program("replay", capture, "--fast-period", "10", *settings, "--captures", folder,
                                           "--script", script)
                 self.assertEqual(result.returncode, 0, result.stderr)
@@ -290,8 +291,10 @@ class HostTest(unittest.TestCase):
         # texts have room for, and a flood on the last port.
         no_class = bytes.fromhex("ffffffffffff 020000000001 0800") + b"\x70" * 46
         wide = [(i / 150, arp(7), 16000) for i in range(2900)] + [(12 + i / 10000, no_class, i) for i in range(16000)]
-        for capture in (str(SAMPLES / "campus.pcap"), self.file("wide", pcapng([sorted(wide)]))):
-            arguments = (capture, "--fast-period", "10")
+        wide = self.file("wide", pcapng([sorted(wide)]))
+        captured = ("--captures", str(self.work / "captures"), "-x", "set capture arp on")
+        for options in ((SAMPLES / "campus.pcap",), (wide, *captured), (wide, "--memory-budget", "5")):
+            arguments = ("--fast-period", "10", *options)
             report, _ = self.report(*arguments)
             sections = self.run_program("replay", *arguments).stdout.split("\n== ")
             texts = {title: body for title, _, body in (section.partition(" ==\n") for section in sections)}
@@ -317,6 +320,7 @@ class HostTest(unittest.TestCase):
                 self.assertEqual(shown, rows[: len(shown)])
                 self.assertEqual(cut.split()[2], str(len(rows) - len(shown)), title)
                 self.assertEqual(len(rows) > 10000, "more" in cut, (title, len(rows), cut))
+        self.assertEqual([file.name for file in (self.work / "captures").iterdir()], ["atc-rx-16001-1-arp.cap"])
 
     def test_two_replays_print_the_same(self):
         capture = self.work / "traffic.pcap"
