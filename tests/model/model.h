@@ -1,159 +1,320 @@
-// model.h: what must hold of counting and of hardware rules, stated a second time and naively.
+// model.h: what must hold of counting, alarms and hardware rules, stated a second time and naively.
 //
-// The model is told what the module and the card are told, in the same order, and predicts what the module answers and
-// holds, and which rules are in the chip. It shares no code with the module: thresholds are computed when asked for,
-// indexes are maps, a rule is a key of numbers. Driven by run.cpp; compare.cpp holds the module against it.
+// The model is told what the module and the card are told, in the same order, and predicts what the module answers,
+// logs and holds, and which rules are in the chip. It shares no code with the module: thresholds are computed when
+// asked for, indexes are maps, a rule is a text. Driven by model_test.cpp, which holds the module against it.
 #pragma once
 
-#include <array>
-#include <cstdint>
+#include <algorithm>
+#include <cstdio>
 #include <deque>
 #include <list>
 #include <map>
-#include <optional>
-#include <string>
-#include <tuple>
-#include <vector>
+#include <set>
 
-#include "fake_platform.h"
+#include "fixture.h"
 #include "frames.h"
-
-constexpr uint32_t SOURCES = 4;  // of each flow, numbered from 1; 0 is the flow itself
 
 struct PacketClass {
     uint16_t id;
-    uint32_t limit;     // default of the fast period, packets per second, of flows and of sources
-    uint32_t src_type;  // ATC_SRC_*
-    bool names_source;  // in a source's rule; otherwise that is the flow's, and the chip takes it once only
-    uint16_t rule;      // classes with the same number have the same rules
-    Frame (*frame)();   // without a source of its own
+    const char *name;
+    std::array<uint32_t, 2> limits;  // defaults by Period, packets per second
+    uint32_t src_type;               // ATC_SRC_*
+    bool names_source;               // in a source's rule; otherwise that is the flow's, which the chip takes only once
+    uint16_t rule;                   // classes with the same number have the same rules
+    Frame (*frame)();                // without a source of its own
 };
 
 inline const PacketClass CLASSES[] = {
-    {1, 12, ATC_SRC_MAC, true, 1, [] { return bpdu(0); }},
-    {2, 12, ATC_SRC_MAC, true, 1, [] { return bpdu(2); }},
-    {6, 100, ATC_SRC_MAC, true, 6, arp},
-    {14, 100, ATC_SRC_IPV4, true, 14, [] { return ipv4(50); }},
-    {52, 12, ATC_SRC_IPV4, true, 52, [] { return tcp(40000, 80, SYN); }},
-    {57, 10, ATC_SRC_NONE, false, 57, [] { return arp().from(OWN_MAC); }},
-    {58, 100, ATC_SRC_MAC, false, 58, [] { return eth(0x1234); }},
+    {1, "stp", {12, 10}, ATC_SRC_MAC, true, 1, [] { return bpdu(0); }},
+    {2, "rstp", {12, 10}, ATC_SRC_MAC, true, 1, [] { return bpdu(2); }},
+    {6, "arp", {100, 50}, ATC_SRC_MAC, true, 6, arp},
+    {14, "unknown-ipv4", {100, 50}, ATC_SRC_IPV4, true, 14, [] { return ipv4(50); }},
+    {52, "tcp-syn", {12, 10}, ATC_SRC_IPV4, true, 52, [] { return tcp(40000, 80, SYN); }},
+    {57, "self", {10, 5}, ATC_SRC_NONE, false, 57, [] { return arp().from(OWN_MAC); }},
+    {58, "unknown-packet", {100, 50}, ATC_SRC_MAC, false, 58, [] { return eth(0x1234); }},
 };
 
-// What can own a rule: a flow, or a source of one.
+enum Period : uint32_t {
+    FAST,
+    LONG,
+    DAY
+};
+enum Setting : uint32_t {
+    FAST_LIMIT,
+    LONG_LIMIT,
+    HW_DENY,
+    DENY,
+    SETTINGS
+};  // the limits as in Period
+
+constexpr uint32_t SOURCES = 4;  // of each flow, numbered from 1
+
+// Who is counted and can own a rule: a flow, or behind it one of its sources.
+struct Who {
+    uint32_t port, vlan;
+    const PacketClass *cls;
+    uint32_t source = 0;  // 0 is the flow itself
+    auto operator<=>(const Who &) const = default;
+};
+
 struct Owner {
     uint32_t count = 0;
-    uint32_t fast_start = 0;  // the counter when the running period began
-    uint32_t slow_start = 0;
-    bool alarm = false;
+    std::array<uint32_t, 2> start{};  // the counter when the running period began
+    std::array<bool, 2> alarm{};
+    bool denied = false;  // in software
 };
 
-struct Flow : Owner {
-    uint32_t port;
-    uint32_t vlan;
-    const PacketClass *cls;
-    std::map<uint32_t, Owner> sources;
-};
+using Due = std::pair<int64_t, uint64_t>;  // second, and how many timers had been armed before
 
 struct Record {
-    Flow *flow;
-    uint32_t source;  // 0: the flow owns it
-    uint32_t sdk_id = 0;
-    uint32_t stat_id = 0;
+    Who who;
+    uint32_t sdk_id, stat_id;
     uint64_t last_packets = 0;
+    Due due{};
 };
 
-struct InChip {
-    uint32_t entry_id;
-    uint32_t stat_id;
-    uint64_t packets;
-};
-
-struct TrunkChange {
-    bool joins;
-    uint32_t trunk;
-    uint32_t member;
-};
+template <typename... values_t>
+std::string text(const char *format, values_t... values) {
+    char buf[256];
+    std::snprintf(buf, sizeof(buf), format, values...);
+    return buf;
+}
 
 struct Model {
-    using FlowKey = std::tuple<uint32_t, uint32_t, uint16_t>;                         // port, VLAN, protocol
-    using RuleKey = std::tuple<uint16_t, uint32_t, uint32_t, std::vector<uint32_t>>;  // rule, VLAN, source, ports
-    using Members = std::array<uint32_t, 8>;
-    using Index = std::map<uint32_t, uint32_t>;
-    struct Plan {
-        uint32_t in = 0;  // calls until the one that fails; 0 = no plan
-        bool from_then_on = false;
-    };
-    struct Timer {
-        void (Model::*pass)();  // of a period, or ...
-        Record *record;
-    };
-    struct Limits {
-        std::array<uint32_t, 2> pps;  // of flows, of sources
-        std::array<uint32_t, 2> hw_deny{1, 0};
-    };
+    // The card.
+    std::map<Call, Plan> plans;
+    bool memory = true;
+    std::deque<std::array<uint32_t, 3>> queue;  // 1 = joins, trunk, member
+    std::map<std::string, uint32_t> chip;       // the nth that was installed, by rule and ports
+    std::map<uint32_t, uint64_t> stopped;       // packets, by the same number
+    uint32_t rules_made = 0;
+    Lines log;
 
-    Model();
+    // Lengths of the periods in seconds; settings by class and Setting, of flows and of sources.
+    std::array<uint32_t, 3> seconds{300, 3600, 86400};
+    std::map<const PacketClass *, std::array<std::array<uint32_t, 2>, SETTINGS>> settings;
 
-    int receive(uint32_t port, uint32_t vlan, const PacketClass &cls, uint32_t source);
-    uint32_t threshold(const Flow &flow, bool is_source) const;
-    void arm(void (Model::*pass)(), uint32_t seconds);
-    void fast_pass();
-    void long_pass();
-    void day_pass();
-    void turn();  // of the monitor task
-    void clear_all();
-    void post(const TrunkChange &change);
-    InChip *by_stat(uint32_t stat_id);
+    int64_t now = 1000;  // seconds
+    uint64_t armed = 0;
+    std::array<Due, 3> passes;
+    std::array<std::set<uint32_t>, 3> known;  // ports, VLANs, protocols
+    std::map<Who, Owner> owners;
+    std::list<Record> records;                         // newest first
+    std::map<uint32_t, std::vector<uint32_t>> trunks;  // slots, 0 is empty
+
+    Model() {
+        for (const PacketClass &cls : CLASSES) {
+            settings[&cls] = {{{cls.limits[0], cls.limits[0]}, {cls.limits[1], cls.limits[1]}, {1, 0}, {}}};
+        }
+        for (uint32_t period = FAST; period <= DAY; ++period) {
+            passes[period] = arm(period);
+        }
+    }
+
+    Due arm(uint32_t period) { return {now + seconds[period], ++armed}; }
+
+    bool fails(Call kind) { return plans[kind].fails(); }
+
+    uint32_t threshold(const Who &who, uint32_t period) {
+        return seconds[period] * settings[who.cls][period][who.source != 0];
+    }
+
+    bool knows(size_t index, uint32_t key) {
+        return known[index].contains(key) || (memory && known[index].insert(key).second);
+    }
+
+    int receive(const Who &who) {
+        const Who flow{who.port, who.vlan, who.cls};
+        if (!knows(1, who.vlan)) {
+            return -1;
+        }
+        if (who.vlan == 4089) {
+            return 0;
+        }
+        if (!knows(0, who.port) || !knows(2, who.cls->id) || (!memory && !owners.contains(flow))) {
+            return -1;
+        }
+        Owner &all = owners[flow];
+        const bool over = ++all.count - all.start[FAST] >= threshold(flow, FAST);
+        if (over) {
+            deny(flow);
+        }
+        if (who.cls->src_type == ATC_SRC_NONE || (!over && !all.alarm[FAST])) {
+            return all.denied ? -1 : 0;
+        }
+        if (!memory && !owners.contains(who)) {
+            return -1;
+        }
+        Owner &one = owners[who];
+        if (one.count++ - one.start[FAST] > threshold(who, FAST)) {
+            deny(who);
+        }
+        return all.denied || one.denied ? -1 : 0;
+    }
+
+    // A packet of 'who' is over the threshold.
+    void deny(const Who &who) {
+        Record record{who, 0, 0};
+        if (settings[who.cls][HW_DENY][who.source != 0] != 1 || std::ranges::count(records, who, &Record::who) != 0 ||
+            who.port == 255 || records.size() >= 100 || !install(record)) {
+            return;
+        }
+        if (!memory) {
+            return remove(record);
+        }
+        record.due = arm(FAST);
+        records.push_front(record);
+    }
+
+    bool install(Record &record) {
+        const std::string rule = key(record.who);
+        if (rule.empty()) {
+            return false;
+        }
+        if (fails(Call::chip_set) || chip.contains(rule)) {
+            log.push_back(REFUSAL);
+            return false;
+        }
+        chip[rule] = rules_made;
+        record.sdk_id = fails(Call::chip_entry_id) ? 0 : FakePlatform::first_entry_id + rules_made;
+        record.stat_id = fails(Call::chip_stat_id) ? 0 : FakePlatform::first_stat_id + rules_made;
+        rules_made++;
+        return true;
+    }
+
+    // A rule whose delete fails stays in the chip, and in the way of another like it.
+    void remove(Record &record) {
+        if (const std::string rule = key(record.who); !rule.empty()) {
+            const bool removed = !fails(Call::chip_delete) && chip.erase(rule) != 0;
+            record.sdk_id = removed ? 0 : record.sdk_id;
+            log.insert(log.end(), removed ? 0 : 1, REFUSAL);
+        }
+    }
+
+    // The rule as the chip knows it: its ports are those of this moment. Empty when no port is left.
+    std::string key(const Who &who) {
+        std::string ports;
+        for (uint32_t port : trunks.contains(who.port) ? trunks[who.port] : std::vector{who.port}) {
+            ports += port != 0 ? " " + std::to_string(port) : "";
+        }
+        const uint32_t source = who.cls->names_source ? who.source : 0;
+        return ports.empty() ? "" : text("%u vlan %u source %u:", who.cls->rule, who.vlan, source) + ports;
+    }
 
     // Withdraws the records for which ends(record) holds.
     template <typename ends_t>
     void withdraw_if(ends_t ends) {
-        for (auto next = records.begin(); next != records.end();) {
-            if (Record &record = *next++; ends(record)) {
+        std::erase_if(records, [&](Record &record) {
+            const bool is_end = ends(record);
+            if (is_end) {
                 remove(record);
-                forget(record);
             }
+            return is_end;
+        });
+    }
+
+    void turn() {  // of the monitor task
+        if (!fails(Call::receive) && !queue.empty()) {
+            const auto [joins, trunk, member] = queue.front();
+            queue.pop_front();
+            change(trunk, member, joins == 1);
+        }
+        for (;;) {
+            const auto pass_due = std::ranges::min_element(passes);
+            const auto record = std::ranges::min_element(records, {}, &Record::due);
+            const bool is_check = record != records.end() && record->due < *pass_due;
+            if ((is_check ? record->due : *pass_due).first > now) {
+                return;
+            }
+            is_check ? check(*record) : pass(static_cast<uint32_t>(pass_due - passes.begin()));
         }
     }
 
-    // The card.
-    std::map<Call, Plan> plans;
-    bool memory = true;
-    std::deque<TrunkChange> queue;
-    std::map<RuleKey, InChip> chip;
-    uint32_t rules_made = 0;
+    // Every rule of the trunk is taken out, the membership changes, the rules are put back; one that does not go back
+    // is given up.
+    void change(uint32_t trunk, uint32_t member, bool joins) {
+        auto members = trunks.contains(trunk) ? trunks[trunk] : std::vector<uint32_t>(8);
+        const auto held = std::ranges::find(members, member);
+        const auto slot = joins ? std::ranges::find(members, 0U) : held;
+        if ((!memory && !trunks.contains(trunk)) || slot == members.end() || (joins && held != members.end())) {
+            return;
+        }
+        *slot = joins ? member : 0;
+        for (Record &record : records) {
+            record.who.port == trunk ? remove(record) : void();
+        }
+        trunks[trunk] = members;
+        std::erase_if(records, [&](Record &record) { return record.who.port == trunk && !install(record); });
+    }
 
-    // Settings.
-    uint32_t fast_period = 300;
-    uint32_t long_period = 3600;
-    std::map<uint16_t, Limits> limits;
+    void check(Record &record) {
+        const auto nth = record.stat_id - FakePlatform::first_stat_id;
+        const bool is_there = std::ranges::any_of(chip, [nth](const auto &rule) { return rule.second == nth; });
+        const uint64_t packets = fails(Call::chip_counters) || !is_there ? 0 : stopped[nth];
+        const auto interval = packets == 0 ? 0 : static_cast<uint32_t>(packets - record.last_packets);
+        record.last_packets = packets == 0 ? record.last_packets : packets;
+        record.due = arm(FAST);
+        if (interval < threshold(record.who, FAST)) {
+            withdraw_if([&](const Record &other) { return &other == &record; });
+        }
+    }
 
-    int64_t now = 1000;  // seconds
-    uint32_t rx = 0;
-    std::array<Index, 3> indexes;  // ports, VLANs, protocols
-    std::map<FlowKey, Flow> flows;
-    std::list<Record> records;             // newest first
-    std::multimap<int64_t, Timer> timers;  // by second; equal ones in the order of arming
-    std::map<uint32_t, Members> trunks;
-    std::map<std::string, uint64_t> seen;  // what happened so far, to be told at the end
+    // Everybody is judged; sources that were silent for a long period, and not silenced by the chip, are forgotten. A
+    // day's end forgets who was cleared and has not been heard of since, a flow with its sources.
+    void pass(uint32_t period) {
+        const std::map<Who, Owner> before = owners;
+        for (auto [who, unused] : before) {
+            if (period == DAY && who.source == 0) {
+                sweep(who);
+            } else if (period != DAY && judge(who, period) == 0 && period == LONG && who.source != 0 &&
+                       std::ranges::count(records, who, &Record::who) == 0) {
+                discard(who);
+            }
+        }
+        passes[period] = arm(period);
+    }
 
-private:
-    bool fails(Call kind);
-    std::optional<RuleKey> key(const Record &record) const;
-    bool install(Record &record);
-    void remove(Record &record);
-    bool count(Index &index, uint32_t key);
-    void deny(Flow &flow, uint32_t source);
-    void forget(const Record &record);
-    void discard(const Flow &flow, uint32_t source);
-    void discard_rules(const Flow &flow);
-    template <typename gone_t>
-    void discard_sources(Flow &flow, gone_t gone);
-    void expire(Record &record);
-    void handle(const TrunkChange &change);
-    void move_rules(uint32_t trunk, const Members &members);
+    // The packets of the period.
+    uint32_t judge(const Who &who, uint32_t period) {
+        Owner &owner = owners[who];
+        const uint32_t most = threshold(who, period);
+        const uint32_t packets = owner.count - std::exchange(owner.start[period], owner.count);
+        const bool over = packets > most;
+        if (over != owner.alarm[period]) {
+            const char *source = who.cls->src_type == ATC_SRC_MAC ? " src mac 06:00:00:00:00:%02x" : " src ip 0.0.0.%u";
+            log.push_back(text("anti-cpu rx port %u vlan %u protocol %s", who.port, who.vlan, who.cls->name) +
+                          (who.source == 0 ? "" : text(source, who.source)) +
+                          text(" %s %s period limit,receive/limit:%u/%u(pps)", over ? "over" : "restore",
+                               period == FAST ? "fast" : "long", packets / seconds[period], most / seconds[period]));
+            owner.alarm[period] = over;
+            owner.denied = owner.denied && (over || period == LONG);
+        }
+        owner.denied |= over && period == FAST && settings[who.cls][DENY][who.source != 0] == 1;
+        return packets;
+    }
+
+    void sweep(const Who &flow) {
+        each_source(flow, [this](const Who &who) { owners[who].count == 0 ? discard(who) : void(); });
+        owners[flow].count == 0 ? discard_flow(flow) : void();
+    }
+
+    void discard_flow(const Who &flow) {
+        each_source(flow, [this](const Who &who) { discard(who); });
+        discard(flow);
+    }
+
+    void discard(const Who &who) {
+        withdraw_if([&](const Record &record) { return record.who == who; });
+        owners.erase(who);
+    }
+
+    template <typename visit_t>
+    void each_source(Who who, visit_t visit) {
+        while (++who.source <= SOURCES) {
+            owners.contains(who) ? visit(who) : void();
+        }
+    }
+
+    static constexpr char REFUSAL[] = "drv set stream deny tocpu faild!";
 };
-
-// What differs between the module and the model, a line each; empty when nothing does. 'everything': every flow and
-// source and the module's own consistency too, otherwise the rules, records, timers and totals.
-std::string differences(const Model &model, bool everything);

@@ -1,41 +1,109 @@
-// fake_platform.cpp: the books of the fake card; see fake_platform.h.
+// fake_platform.cpp: the functions of platform.h, and clock_gettime; see fake_platform.h.
 #include "fake_platform.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <bit>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <tuple>
+
+#include "atc/state/records.h"
 
 namespace {
 
-void violation(const std::string &what) {
-    ADD_FAILURE() << "platform: " << what;
+void expect(bool holds, const char *what) {
+    EXPECT_TRUE(holds) << "platform: " << what;
 }
 
-Bytes bytes(const void *data, size_t size) {
-    const auto *begin = static_cast<const uint8_t *>(data);
-    return Bytes(begin, begin + size);
-}
+// The driver's buffers, word by word in the processor's order.
+class Words {
+public:
+    Words(const void *data, uint32_t size) : bytes_(size) { std::memcpy(bytes_.data(), data, size); }
 
-uint16_t word_at(const Bytes &data, size_t offset) {
-    uint16_t word = 0;
-    if (offset + sizeof(word) <= data.size()) {
-        std::memcpy(&word, data.data() + offset, sizeof(word));
+    bool empty() const { return at_ >= bytes_.size(); }
+    // Zeros behind the end; the text then says so.
+    Bytes bytes(size_t size) {
+        is_whole_ = is_whole_ && at_ + size <= bytes_.size();
+        bytes_.resize(std::max(bytes_.size(), at_ + size));
+        at_ += size;
+        return Bytes(bytes_.begin() + static_cast<ptrdiff_t>(at_ - size), bytes_.begin() + static_cast<ptrdiff_t>(at_));
     }
-    return word;
+    template <typename number_t = uint16_t>
+    number_t number() {
+        number_t value;
+        std::memcpy(&value, bytes(sizeof(value)).data(), sizeof(value));
+        return value;
+    }
+    void expect_end() const { expect(empty() && is_whole_, "a list is not as long as it says"); }
+
+private:
+    Bytes bytes_;
+    size_t at_ = 0;
+    bool is_whole_ = true;
+};
+
+bool is_zero(const Bytes &bytes, size_t from) {
+    return std::all_of(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.end(),
+                       [](uint8_t byte) { return byte == 0; });
 }
 
-// The used length of an operation list by its own counts; 0 when they lead outside.
-size_t op_list_size(const Bytes &op) {
-    size_t size = 2;
-    for (uint32_t i = 0; i < word_at(op, 0); ++i) {
-        if (size + 4 > op.size()) {
-            return 0;
+std::string item_text(Words *match) {
+    const uint16_t code = match->number(), flag = match->number();
+    const uint16_t size = match->number(), mask_size = match->number();
+    const Bytes value = match->bytes(32), mask = match->bytes(32), tail = match->bytes(16);
+    std::string text = std::to_string(code) + "=";
+    if (code <= 3) {
+        for (uint16_t i = 0; i < std::min<uint16_t>(size, 32); ++i) {
+            char hex[3];
+            std::snprintf(hex, sizeof(hex), "%02x", value[i]);
+            text += hex;
         }
-        size += 4 + 18 * size_t{word_at(op, size + 2)};
+    } else {
+        text += std::to_string(size == 1 ? value[0] : Words(value.data(), 2).number());
+        expect(size == (code == 6 ? 1 : 2), "a value of another length");
     }
-    return size;
+    size_t bits = 0, ones = 0;
+    while (bits < 256 && (mask[bits / 8] & (0x80 >> bits % 8)) != 0) {
+        ++bits;
+    }
+    std::ranges::for_each(mask, [&ones](uint8_t byte) { ones += static_cast<size_t>(std::popcount(byte)); });
+    expect(ones == bits && mask_size == 32, "a mask that is no prefix");
+    expect(flag == 0 && size <= 32 && is_zero(value, size) && is_zero(tail, 0), "an item with more than its value");
+    return text + (bits == 256 ? " " : "/" + std::to_string(bits) + " ");
+}
+
+// 'kind': of the port list, 1 to install or look up, 0 to delete.
+std::string rule_text(uint16_t kind, Words match, Words op, Words port) {
+    std::string text;
+    for (uint16_t items = match.number(); items > 0; --items) {
+        text += item_text(&match);
+    }
+    text += "|";
+    for (uint16_t operations = op.number(); operations > 0; --operations) {
+        text += " " + std::to_string(op.number());
+        for (uint16_t values = op.number(); values > 0; --values) {
+            expect(op.number() == 4, "an operation's value of another length");
+            text += ":" + std::to_string(op.number<uint32_t>());
+            op.bytes(12);
+        }
+    }
+    text += " |";
+    expect(port.number() == kind, "kind of the port list");
+    for (uint16_t ports = port.number(); ports > 0; --ports) {
+        text += " " + std::to_string(port.number());
+    }
+    match.expect_end();
+    op.expect_end();
+    port.expect_end();
+    return text;
 }
 
 template <typename rules_t>
@@ -43,232 +111,297 @@ auto with_stat_id(rules_t &rules, uint32_t stat_id) {
     return std::ranges::find(rules, stat_id, [](const auto &rule) { return rule.second.stat_id; });
 }
 
+void *allocate(size_t size, int fill) {
+    if (fake().enter(Call::alloc)) {
+        return nullptr;
+    }
+    void *ptr = std::malloc(std::max<size_t>(size, 1));
+    std::memset(ptr, fill, size);
+    fake().live.insert(ptr);
+    return ptr;
+}
+
 }  // namespace
 
-std::atomic<bool> FakePlatform::clock_owned{false};
+bool FakePlatform::clock_owned = false;
 
 FakePlatform &fake() {
     static FakePlatform platform;
     return platform;
 }
 
-void FakePlatform::reset() {
-    if (mutex_held()) {
-        give();
-    }
-    std::lock_guard<std::mutex> lock(guard_);
-    monotonic_ns_ = 1000 * ns_per_second + 250'000'000;
-    realtime_ns_ = 1'630'554'380 * ns_per_second;
-    plans_ = {};
-    calls_ = {};
-    failed_ = {};
-    live_.clear();
-    queue_.clear();
-    log_.clear();
-    rules_.clear();
-    next_rule_ = 0;
-    ports_.clear();
-    static_cast<CardData &>(*this) = {};
-    clock_owned = true;
+bool FakePlatform::enter(Call kind) {
+    const auto index = static_cast<size_t>(kind);
+    ++made[index];
+    const bool fails = plans[index].fails();
+    failed[index] += fails ? 1 : 0;
+    return fails;
 }
 
-void FakePlatform::advance_ns(int64_t nanoseconds) {
-    std::lock_guard<std::mutex> lock(guard_);
-    monotonic_ns_ += nanoseconds;
-    realtime_ns_ += nanoseconds;
-}
-
-std::optional<Bytes> FakePlatform::take_message() {
-    std::lock_guard<std::mutex> lock(guard_);
-    if (queue_.empty()) {
-        return std::nullopt;
-    }
-    Bytes message = std::move(queue_.front());
-    queue_.pop_front();
-    return message;
-}
-
-std::vector<ChipRule> FakePlatform::chip() {
-    std::lock_guard<std::mutex> lock(guard_);
-    std::vector<ChipRule> rules;
-    for (const auto &[key, rule] : rules_) {
-        rules.push_back(rule);
-    }
-    std::ranges::sort(rules, {}, &ChipRule::entry_id);
-    return rules;
+std::vector<ChipRule> FakePlatform::chip() const {
+    std::vector<ChipRule> sorted;
+    std::ranges::transform(rules, std::back_inserter(sorted), [](const auto &rule) { return rule.second; });
+    std::ranges::sort(sorted, {}, &ChipRule::entry_id);
+    return sorted;
 }
 
 void FakePlatform::set_packets(uint32_t stat_id, uint64_t packets) {
-    std::lock_guard<std::mutex> lock(guard_);
-    auto found = with_stat_id(rules_, stat_id);
-    ASSERT_TRUE(found != rules_.end()) << "no rule in the chip with stat id " << stat_id;
+    auto found = with_stat_id(rules, stat_id);
+    ASSERT_TRUE(found != rules.end()) << "no rule in the chip with stat id " << stat_id;
     found->second.packets = packets;
 }
 
-void FakePlatform::map_port(uint32_t port, uint32_t slot, uint32_t slot_port) {
-    std::lock_guard<std::mutex> lock(guard_);
-    ports_[port] = std::pair{slot, slot_port};
+std::vector<std::string> chip_texts() {
+    std::vector<std::string> texts;
+    std::ranges::transform(fake().chip(), std::back_inserter(texts), &ChipRule::text);
+    return texts;
 }
 
-void FakePlatform::unmap_port(uint32_t port) {
-    std::lock_guard<std::mutex> lock(guard_);
-    ports_[port] = std::nullopt;
-}
+extern "C" {
 
-bool FakePlatform::enter(Call kind) {
-    std::lock_guard<std::mutex> lock(guard_);
-    auto index = static_cast<size_t>(kind);
-    ++calls_[index];
-    Plan &plan = plans_[index];
-    if (plan.in == 0 || --plan.in > 0) {
-        return false;
+int clock_gettime(clockid_t id, struct timespec *now) noexcept {
+    if (!FakePlatform::clock_owned || (id != CLOCK_MONOTONIC && id != CLOCK_REALTIME)) {
+        return static_cast<int>(syscall(SYS_clock_gettime, id, now));
     }
-    plan.in = plan.from_then_on ? 1 : 0;
-    ++plan.hits;
-    ++failed_[index];
-    return true;
-}
-
-void *FakePlatform::allocate(size_t size, int fill) {
-    void *ptr = std::malloc(size > 0 ? size : 1);
-    if (ptr != nullptr) {
-        std::memset(ptr, fill, size);
-        std::lock_guard<std::mutex> lock(guard_);
-        live_.insert(ptr);
-    }
-    return ptr;
-}
-
-void FakePlatform::release(void *ptr) {
-    {
-        std::lock_guard<std::mutex> lock(guard_);
-        if (ptr == nullptr || live_.erase(ptr) == 1) {
-            std::free(ptr);
-            return;
-        }
-    }
-    violation("freed twice, or never allocated");
-}
-
-int FakePlatform::take() {
-    if (mutex_held()) {
-        violation("mutex taken twice by one thread");
-        return -1;
-    }
-    sem_.lock();
-    std::lock_guard<std::mutex> lock(guard_);
-    owner_ = std::this_thread::get_id();
+    fake().enter(Call::clock);
+    const int64_t ns = id == CLOCK_MONOTONIC ? fake().monotonic_ns : fake().realtime_ns;
+    *now = {static_cast<time_t>(ns / ns_per_second), static_cast<long>(ns % ns_per_second)};
     return 0;
 }
 
-int FakePlatform::give() {
-    if (!mutex_held()) {
-        violation("mutex given by a thread that has not taken it");
-        return -1;
-    }
-    {
-        std::lock_guard<std::mutex> lock(guard_);
-        owner_ = {};
-    }
-    sem_.unlock();
+void *bep_mallocEx(uint32_t size, const char *, int) {
+    return allocate(size, 0xa5);
+}
+
+void *bep_callocEx(uint32_t count, uint32_t size, const char *, int) {
+    return allocate(size_t{count} * size, 0);
+}
+
+void bep_freeEx(void *ptr, const char *, int) {
+    const bool is_ours = ptr == nullptr || fake().live.erase(ptr) == 1;
+    expect(is_ours, "freed twice, or never allocated");
+    std::free(is_ours ? ptr : nullptr);
+}
+
+void *bep_memSetEx(void *dst, int value, uint32_t size) {
+    return std::memset(dst, value, size);
+}
+
+void *bep_memCpyEx(void *dst, const void *src, uint32_t size) {
+    return std::memcpy(dst, src, size);
+}
+
+int bep_memCmp(const void *a, const void *b, uint32_t size) {
+    return std::memcmp(a, b, size);
+}
+
+char *bep_StrNCpy(char *dst, const char *src, uint32_t size) {
+    const size_t used = strnlen(src, size);
+    std::memcpy(dst, src, used);
+    std::memset(dst + used, 0, size - used);
+    return dst;
+}
+
+int bep_StrNCmp(const char *a, const char *b, uint32_t len) {
+    return std::strncmp(a, b, len);
+}
+
+uint32_t bep_semMCreateEx(uint32_t options, const char *, int) {
+    fake().created.push_back("bep_semMCreateEx " + std::to_string(options));
+    return FakePlatform::sem_handle;
+}
+
+int bep_semTakeEx(uint32_t sem, int timeout, const char *, int) {
+    expect(sem == FakePlatform::sem_handle && timeout == -1, "a wrong mutex, or with a time-out");
+    expect(!std::exchange(fake().mutex_held, true), "the mutex is taken twice");
     return 0;
 }
 
-int FakePlatform::send(const void *message, uint32_t size, int timeout, uint32_t priority) {
-    std::lock_guard<std::mutex> lock(guard_);
-    sent_as.push_back({static_cast<uint32_t>(timeout), priority});
-    if (queues.empty() || size != queues.back()[1]) {
-        violation("a message of " + std::to_string(size) + " bytes does not fit the queue");
-        return -1;
-    }
-    if (queue_.size() >= queue_capacity) {
-        return -1;
-    }
-    queue_.push_back(bytes(message, size));
+int bep_semGiveEx(uint32_t sem, const char *, int) {
+    expect(sem == FakePlatform::sem_handle, "a wrong mutex");
+    expect(std::exchange(fake().mutex_held, false), "the mutex is given untaken");
     return 0;
 }
 
-int FakePlatform::receive(void *message, uint32_t size, int timeout) {
-    std::lock_guard<std::mutex> lock(guard_);
-    receive_timeout = timeout;
-    if (queue_.empty()) {
-        return 0;
-    }
-    if (size != queue_.front().size()) {
-        violation("a message is received into " + std::to_string(size) + " bytes");
+uint32_t bep_msgQCreateEx(uint32_t max_messages, uint32_t message_size, uint32_t options, const char *, int) {
+    expect(message_size == sizeof(atc_msg_t), "a queue of other messages");
+    fake().created.push_back("bep_msgQCreateEx " + std::to_string(max_messages) + " " + std::to_string(options));
+    return FakePlatform::queue_handle;
+}
+
+int bep_msgQSendEx(uint32_t msgq, const void *message, uint32_t size, int timeout, uint32_t priority, const char *,
+                   int) {
+    expect(msgq == FakePlatform::queue_handle && size == sizeof(atc_msg_t) && timeout == 0 && priority == 1,
+           "a send not as agreed");
+    if (fake().enter(Call::send) || fake().queue.size() >= 256) {
         return -1;
     }
-    std::memcpy(message, queue_.front().data(), size);
-    queue_.pop_front();
+    const auto *first = static_cast<const uint8_t *>(message);
+    fake().queue.emplace_back(first, first + size);
+    return 0;
+}
+
+int bep_msgQReceiveEx(uint32_t msgq, void *message, uint32_t size, int timeout_ticks, const char *, int) {
+    expect(msgq == FakePlatform::queue_handle && size == sizeof(atc_msg_t) && !fake().mutex_held &&
+               timeout_ticks == static_cast<int>(fake().ticks_per_second),
+           "a receive not as agreed, or with the mutex held");
+    if (fake().on_receive) {
+        fake().on_receive();
+    }
+    if (fake().enter(Call::receive) || fake().queue.empty()) {
+        return -1;
+    }
+    std::memcpy(message, fake().queue.front().data(), size);
+    fake().queue.pop_front();
     return static_cast<int>(size);
 }
 
-int FakePlatform::upload(Upload file) {
-    std::lock_guard<std::mutex> lock(guard_);
-    if (upload_result == 0) {
-        uploads.push_back(std::move(file));
+int bep_taskDelayEx(uint32_t ticks) {
+    expect(!fake().mutex_held, "a wait with the mutex held");
+    fake().enter(Call::delay);
+    fake().advance_ns(int64_t{ticks} * ns_per_second / fake().ticks_per_second);
+    if (fake().on_delay) {
+        fake().on_delay();
     }
-    return upload_result;
+    return 0;
 }
 
-void FakePlatform::add_log(uint32_t mod_id, uint32_t level, std::string text) {
-    std::lock_guard<std::mutex> lock(guard_);
-    log_.push_back({mod_id, level, std::move(text)});
+uint32_t bep_sysClkRateGetEx(void) {
+    return fake().ticks_per_second;
 }
 
-FakePlatform::ChipKey FakePlatform::chip_key(uint16_t kind, const void *match, uint32_t match_len, const void *op,
-                                             uint32_t op_len, const void *port, uint32_t port_len) {
-    ChipKey key{bytes(match, match_len), bytes(op, op_len), bytes(port, port_len)};
-    auto &[match_list, op_list, port_list] = key;
-    EXPECT_EQ(match_list.size(), 2 + 88 * size_t{word_at(match_list, 0)}) << "match list";
-    EXPECT_EQ(op_list.size(), op_list_size(op_list)) << "operation list";
-    EXPECT_EQ(port_list.size(), 4 + 2 * size_t{word_at(port_list, 2)}) << "port list";
-    EXPECT_EQ(word_at(port_list, 0), kind) << "kind of the port list";
-    if (port_list.size() >= 2) {
-        port_list.erase(port_list.begin(), port_list.begin() + 2);
-    }
-    return key;
+int norv_task_spawn(const char *name, int priority, int options, uint32_t stack_size, int (*entry)(void), uintptr_t a1,
+                    uintptr_t a2, uintptr_t a3, uintptr_t a4, uintptr_t a5, uintptr_t a6, uintptr_t a7, uintptr_t a8,
+                    uintptr_t a9, uintptr_t a10, uintptr_t a11) {
+    expect((a1 | a2 | a3 | a4 | a5 | a6 | a7 | a8 | a9 | a10 | a11) == 0, "a task with arguments");
+    fake().created.push_back("norv_task_spawn " + std::string(name) + " " + std::to_string(priority) + " " +
+                             std::to_string(options) + " " + std::to_string(stack_size));
+    fake().task = entry;
+    return 0;
 }
 
-int FakePlatform::chip_set(const void *match, uint32_t match_len, const void *op, uint32_t op_len, const void *port,
-                           uint32_t port_len) {
-    ChipKey key = chip_key(1, match, match_len, op, op_len, port, port_len);
-    std::lock_guard<std::mutex> lock(guard_);
-    if (chip_set_result < 0) {
-        return chip_set_result;
+uint32_t modInitRegister(const char *name, uint32_t a, uint32_t b, uint32_t c, uint32_t d) {
+    expect((a | b | c | d) == 0, "a registration with arguments");
+    fake().created.push_back("modInitRegister " + std::string(name));
+    return FakePlatform::mod_handle;
+}
+
+int setModVersion(uint32_t mod_id, uint32_t kind, const char *version) {
+    expect(mod_id == FakePlatform::mod_handle, "the version of another module");
+    fake().created.push_back("setModVersion " + std::to_string(kind) + " " + version);
+    return 0;
+}
+
+int ulogPrintf(uint32_t mod_id, uint32_t level, const char *format, ...) {
+    char text[4096];
+    va_list args;
+    va_start(args, format);
+    const int len = std::vsnprintf(text, sizeof(text), format, args);
+    va_end(args);
+    expect(mod_id == FakePlatform::mod_handle && std::string(text).ends_with("\r\n"), "a log line not as agreed");
+    fake().log.push_back({level, text});
+    return len;
+}
+
+void syslog_get_timestamp(char *text, uint32_t size) {
+    const auto now = static_cast<time_t>(fake().realtime_ns / ns_per_second);
+    struct tm parts;
+    strftime(text, size, "%Y-%m-%d %H:%M:%S", gmtime_r(&now, &parts));
+}
+
+int xftp_upload_base(const char *server, const char *user, const char *passwd, const char *file_name, const void *data,
+                     uint32_t length, uint32_t ftp_type, void *result) {
+    expect(!fake().mutex_held, "a transfer with the mutex held");
+    expect(std::memcmp(result, Bytes(24).data(), 24) == 0, "an upload's result area is not 24 zeroed bytes");
+    if (fake().on_upload) {
+        fake().on_upload();
     }
-    ChipRule rule{first_entry_id + next_rule_, first_stat_id + next_rule_, bytes(match, match_len),
-                  bytes(op, op_len),           bytes(port, port_len),      0};
-    if (!rules_.emplace(std::move(key), std::move(rule)).second) {
+    if (fake().enter(Call::upload)) {
         return -1;
     }
-    ++next_rule_;
-    return chip_set_result;
+    const auto *first = static_cast<const uint8_t *>(data);
+    fake().uploads.push_back({server, user, passwd, file_name, Bytes(first, first + length), ftp_type});
+    return 0;
 }
 
-int FakePlatform::chip_delete(const void *match, uint32_t match_len, const void *op, uint32_t op_len, const void *port,
-                              uint32_t port_len) {
-    ChipKey key = chip_key(0, match, match_len, op, op_len, port, port_len);
-    std::lock_guard<std::mutex> lock(guard_);
-    return rules_.erase(key) == 1 ? 0 : -1;
+int hw_driver_set_stream_qos_item(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
+                                  uint32_t op_len, const void *port, uint32_t port_len, void *unused) {
+    expect(a == 0 && b == 0 && unused == nullptr, "a chip call with more arguments");
+    const std::string text = rule_text(1, {match, match_len}, {op, op_len}, {port, port_len});
+    if (fake().enter(Call::chip_set) || fake().chip_set_result < 0 || fake().rules.contains(text)) {
+        return std::min(fake().chip_set_result, -1);
+    }
+    const uint32_t nth = fake().rules_made++;
+    fake().rules[text] = {FakePlatform::first_entry_id + nth, FakePlatform::first_stat_id + nth, text};
+    return fake().chip_set_result;
 }
 
-std::optional<ChipRule> FakePlatform::chip_lookup(const void *match, uint32_t match_len, const void *op,
-                                                  uint32_t op_len, const void *port, uint32_t port_len) {
-    ChipKey key = chip_key(1, match, match_len, op, op_len, port, port_len);
-    std::lock_guard<std::mutex> lock(guard_);
-    auto found = rules_.find(key);
-    return found == rules_.end() ? std::nullopt : std::optional<ChipRule>(found->second);
+int hw_driver_delete_qos_item_by_stream(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
+                                        uint32_t op_len, const void *port, uint32_t port_len, void *unused) {
+    expect(a == 0 && b == 0 && unused == nullptr, "a chip call with more arguments");
+    const std::string text = rule_text(0, {match, match_len}, {op, op_len}, {port, port_len});
+    return !fake().enter(Call::chip_delete) && fake().rules.erase(text) == 1 ? 0 : -1;
 }
 
-std::optional<uint64_t> FakePlatform::packets(uint32_t stat_id) {
-    std::lock_guard<std::mutex> lock(guard_);
-    auto found = with_stat_id(rules_, stat_id);
-    return found == rules_.end() ? std::nullopt : std::optional<uint64_t>(found->second.packets);
+int hw_driver_lookup_entry_by_stream(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
+                                     uint32_t op_len, const void *port, uint32_t port_len, uint32_t *entry_id) {
+    expect(a == 0 && b == 0, "a chip call with more arguments");
+    const auto rule = fake().rules.find(rule_text(1, {match, match_len}, {op, op_len}, {port, port_len}));
+    if (fake().enter(Call::chip_entry_id) || rule == fake().rules.end()) {
+        return -1;
+    }
+    *entry_id = rule->second.entry_id;
+    return 0;
 }
 
-std::optional<std::pair<uint32_t, uint32_t>> FakePlatform::slot_port(uint32_t port) {
-    std::lock_guard<std::mutex> lock(guard_);
-    auto found = ports_.find(port);
-    return found == ports_.end() ? std::pair{port / 64 + 1, port % 64} : found->second;
+int hw_driver_lookup_stat_id_by_stream(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
+                                       uint32_t op_len, const void *port, uint32_t port_len, uint32_t *stat_id) {
+    expect(a == 0 && b == 0, "a chip call with more arguments");
+    const auto rule = fake().rules.find(rule_text(1, {match, match_len}, {op, op_len}, {port, port_len}));
+    if (fake().enter(Call::chip_stat_id) || rule == fake().rules.end()) {
+        return -1;
+    }
+    *stat_id = rule->second.stat_id;
+    return 0;
 }
+
+int hw_driver_get_stat_by_stat_id(uint32_t stat_id, atc_stat_hw_t *stat) {
+    const auto rule = with_stat_id(fake().rules, stat_id);
+    if (fake().enter(Call::chip_counters) || rule == fake().rules.end()) {
+        return -1;
+    }
+    *stat = {};
+    stat->unused = 0xdeadbeef;
+    stat->packets = rule->second.packets;
+    return 0;
+}
+
+void hss_get_device_mac(uint8_t *mac) {
+    std::memcpy(mac, "\x02\0\0\0\0\x01", 6);
+}
+
+int hal_register_trunk_handler(int (*handler)(uint32_t unused, uint32_t trunk, uint32_t member, uint32_t op)) {
+    fake().trunk_handler = handler;
+    return 0;
+}
+
+int br_comm_transfer_portindex_2slotport(uint32_t port, uint32_t *slot, uint32_t *slot_port) {
+    fake().enter(Call::port_map);
+    const auto known = fake().ports.find(port);
+    const auto place = known != fake().ports.end() ? known->second : std::pair(port / 64 + 1, port % 64);
+    if (!place) {
+        return -1;
+    }
+    std::tie(*slot, *slot_port) = *place;
+    return 0;
+}
+
+uint32_t get_bakup_core_card_cardnumber(void) {
+    return fake().backup_slot;
+}
+
+const char *inet_ntop6(const void *address, char *text, uint32_t size) {
+    return inet_ntop(AF_INET6, address, text, size);
+}
+
+}  // extern "C"

@@ -13,13 +13,6 @@
 namespace {
 
 template <typename record_t>
-std::vector<uint32_t> rule_ids(atc_list_t *head) {
-    std::vector<uint32_t> ids;
-    atc_list_each<record_t>(head, [&](record_t *record) { ids.push_back(record->rule.id); });
-    return ids;
-}
-
-template <typename record_t>
 void free_all(atc_list_t *head) {
     atc_list_each<record_t>(head, [](record_t *record) {
         atc_list_remove(&record->link);
@@ -27,39 +20,11 @@ void free_all(atc_list_t *head) {
     });
 }
 
-void clear_rules() {
-    for (uint32_t id : rule_ids<atc_hw_cfg_filter_t>(&g_atc_global.hw_cfg_filter_list)) {
-        atc_api_cfg_hw_filter_rule_del(id);
-    }
-    // Left: filters of a trunk without usable members, which are not in the chip.
-    free_all<atc_hw_cfg_filter_t>(&g_atc_global.hw_cfg_filter_list);
-    for (uint32_t list_type : {0U, 1U}) {
-        for (uint32_t id : rule_ids<atc_filter_record_t>(&g_atc_global.filter_list[list_type])) {
-            EXPECT_EQ(atc_api_cfg_filter_rule_del(id, list_type), 0) << "software rule " << id;
-        }
-    }
-    atc_guard_t guard;
-    for (int id = 1; id <= ATC_RULE_ID_MAX; ++id) {
-        atc_free_rule_id(id);
-    }
-}
-
-void clear_messages() {
-    while (std::optional<Bytes> bytes = fake().take_message()) {
-        atc_msg_t message;
-        ASSERT_EQ(bytes->size(), sizeof(message));
-        std::memcpy(&message, bytes->data(), sizeof(message));
-        if (message.type == ATC_MSG_UPLOAD) {
-            atc_free(message.data);
-        }
-    }
-}
-
 // Hands a packet over 'n' times; the last verdict.
 template <typename call_t>
 int repeat(uint32_t n, std::span<const uint8_t> frame, call_t call) {
     auto exact = std::make_unique<uint8_t[]>(frame.size());
-    std::copy(frame.begin(), frame.end(), exact.get());
+    std::ranges::copy(frame, exact.get());
     int verdict = 0;
     for (uint32_t i = 0; i < n; ++i) {
         verdict = call(exact.get(), static_cast<uint32_t>(frame.size()));
@@ -76,16 +41,10 @@ uint32_t test_seed() {
     return seed;
 }
 
-State::State() : taken_(!fake().mutex_held()) {
-    if (taken_) {
-        atc_sem_take();
-    }
-}
-
-State::~State() {
-    if (taken_) {
-        atc_sem_give();
-    }
+std::string printed(const std::function<void()> &action) {
+    testing::internal::CaptureStdout();
+    action();
+    return testing::internal::GetCapturedStdout();
 }
 
 void ModuleTest::SetUp() {
@@ -95,20 +54,15 @@ void ModuleTest::SetUp() {
 }
 
 void ModuleTest::TearDown() {
-    EXPECT_FALSE(fake().mutex_held()) << "the module mutex was left taken";
-    if (check_at_end) {
-        EXPECT_EQ(state_problems(), "");
-    }
-    bool chip_lost = fake().failed(Call::chip_delete) > 0;
+    EXPECT_FALSE(fake().mutex_held) << "the module mutex was left taken";
+    EXPECT_EQ(state_problems(), "");
+    const bool chip_lost = fake().failed[static_cast<size_t>(Call::chip_delete)] > 0;
     clear();
     EXPECT_EQ(fake().live_blocks(), 0U) << "leaked";
-    if (!chip_lost) {
-        EXPECT_TRUE(fake().chip().empty()) << "rules left in the chip";
-    }
+    EXPECT_TRUE(chip_lost || fake().rules.empty()) << "rules left in the chip";
     std::free(g_atc_global.timer_list);
-    g_atc_global.timer_list = nullptr;
     atc_word_store(&g_atc_init, 0);
-    fake().release_clock();
+    FakePlatform::release_clock();
 }
 
 int ModuleTest::rx_n(uint32_t n, std::span<const uint8_t> frame, uint32_t port, uint32_t vlan) {
@@ -116,7 +70,12 @@ int ModuleTest::rx_n(uint32_t n, std::span<const uint8_t> frame, uint32_t port, 
 }
 
 int ModuleTest::tx_n(uint32_t n, std::span<const uint8_t> frame) {
-    return repeat(n, frame, [](uint8_t *data, uint32_t len) { return atc_api_global_send_packet(data, len); });
+    return repeat(n, frame, atc_api_global_send_packet);
+}
+
+void ModuleTest::set(uint32_t protocol, uint32_t value, std::initializer_list<Set> setters, uint32_t fast_period_s) {
+    atc_api_set_fast_period_time(fast_period_s);
+    std::ranges::for_each(setters, [=](Set setter) { setter(protocol, value); });
 }
 
 void ModuleTest::pass_seconds(uint32_t n) {
@@ -132,71 +91,82 @@ void ModuleTest::run_messages() {
     }
 }
 
-std::vector<std::string> ModuleTest::new_lines(size_t *seen, std::optional<uint32_t> level) {
-    std::vector<LogLine> log = fake().log();
-    std::vector<std::string> lines;
-    for (; *seen < log.size(); ++*seen) {
-        const LogLine &line = log[*seen];
-        if (level && line.level != *level) {
-            continue;
-        }
-        EXPECT_EQ(line.mod_id, FakePlatform::mod_handle) << line.text;
-        EXPECT_TRUE(line.text.ends_with("\r\n")) << line.text;
-        std::string text = line.text.substr(0, line.text.find_last_not_of("\r\n") + 1);
-        lines.push_back(level ? text : std::to_string(line.level) + " " + text);
+Lines ModuleTest::alarms() {
+    Lines lines;
+    for (; log_seen_ < fake().log.size(); ++log_seen_) {
+        const auto &[level, text] = fake().log[log_seen_];
+        lines.push_back((level == ATC_LOG_ALARM ? "" : std::to_string(level) + " ") + text.substr(0, text.size() - 2));
     }
     return lines;
 }
 
-atc_entry_t *ModuleTest::entry(uint32_t port, uint32_t vlan, uint32_t protocol, uint32_t direction) {
-    atc_guard_t guard;
-    return atc_entry_get(direction, vlan, port, protocol);
+atc_entry_t *ModuleTest::entry(uint32_t port, uint32_t vlan, uint32_t protocol) {
+    const atc_guard_t guard;
+    return atc_entry_get(ATC_DIRECTION_RX, vlan, port, protocol);
 }
 
-atc_src_entry_t *ModuleTest::source(uint32_t port, uint32_t vlan, uint32_t protocol, uint32_t type,
-                                    const void *address) {
-    atc_guard_t guard;
-    return atc_src_entry_get(ATC_DIRECTION_RX, vlan, port, protocol, type, address);
+atc_src_entry_t *ModuleTest::mac_source(uint32_t port, uint32_t vlan, uint32_t protocol,
+                                        std::initializer_list<uint8_t> mac) {
+    const atc_guard_t guard;
+    return atc_src_entry_get(ATC_DIRECTION_RX, vlan, port, protocol, ATC_SRC_MAC, mac.begin());
+}
+
+std::string ModuleTest::text_of(int (*report)(char **text)) {
+    char *text = nullptr;
+    const std::string copy = report(&text) == 0 ? text : "(none)";
+    EXPECT_EQ(atc_api_free_buffer(text), 0);
+    return copy;
 }
 
 void ModuleTest::clear() {
     fake().fail_none();
-    clear_messages();
+    for (; !fake().queue.empty(); fake().queue.pop_front()) {
+        atc_msg_t message;
+        std::memcpy(&message, fake().queue.front().data(), sizeof(message));
+        atc_free(message.data);
+    }
     EXPECT_EQ(atc_api_clear_statistic_all(), 0);
-    clear_rules();
+    atc_list_each<atc_hw_cfg_filter_t>(&g_atc_global.hw_cfg_filter_list, [](const atc_hw_cfg_filter_t *filter) {
+        atc_api_cfg_hw_filter_rule_del(filter->rule.id);
+    });
+    // Left: filters of a trunk without usable members, which are not in the chip.
+    free_all<atc_hw_cfg_filter_t>(&g_atc_global.hw_cfg_filter_list);
+    free_all<atc_trunk_t>(&g_atc_global.trunk_list);
+    free_all<atc_filter_record_t>(&g_atc_global.filter_list[0]);
+    free_all<atc_filter_record_t>(&g_atc_global.filter_list[1]);
+    g_atc_global.has_rules = 0;
+    for (int id = 1; id <= ATC_RULE_ID_MAX; ++id) {
+        atc_free_rule_id(id);
+    }
     atc_api_set_debug_stop();
     atc_api_set_cap_disable();
     atc_api_set_cap_clear();
-    atc_api_set_auto_cap_clear();
-    State state;
-    free_all<atc_trunk_t>(&state->trunk_list);
 }
 
-void ModuleTest::sweep(Call kind, const std::function<bool()> &scenario) {
-    constexpr uint32_t calls_max = 2000;
-    for (bool from_then_on : {false, true}) {
-        for (uint32_t nth = 1; sweep_once(kind, nth, from_then_on, scenario); ++nth) {
-            ASSERT_LT(nth, calls_max) << "the scenario never comes through";
-            ASSERT_FALSE(HasFailure()) << "call " << nth << " failing" << (from_then_on ? ", and all that follow" : "");
+void ModuleTest::sweep(std::initializer_list<Call> kinds, const std::function<bool()> &scenario) {
+    for (const Call kind : kinds) {
+        for (bool from_then_on : {false, true}) {
+            for (uint32_t nth = 1; sweep_once(kind, nth, from_then_on, scenario); ++nth) {
+                ASSERT_FALSE(HasFailure() || nth == 2000)
+                    << "call " << nth << " of kind " << static_cast<size_t>(kind) << " failing"
+                    << (from_then_on ? ", and all that follow" : "");
+            }
         }
     }
 }
 
 bool ModuleTest::sweep_once(Call kind, uint32_t nth, bool from_then_on, const std::function<bool()> &scenario) {
-    clear();
-    fake().chip_clear();
-    EXPECT_EQ(fake().live_blocks(), 0U) << "before the scenario";
-    fake().fail(kind, nth, from_then_on);
-    bool worked = scenario();
-    bool hit = fake().hits(kind) > 0;
-    fake().fail_none();
-    EXPECT_EQ(state_problems(), "") << "after the scenario";
-    EXPECT_TRUE(hit || worked) << "nothing failed, and the scenario did not work";
-
-    clear();
-    fake().chip_clear();
-    EXPECT_EQ(fake().live_blocks(), 0U) << "leaked by the failure";
-    EXPECT_TRUE(!hit || scenario()) << "the scenario does not work after the failure";
-    EXPECT_EQ(state_problems(), "") << "after the scenario without failure";
+    bool hit = false;
+    for (bool with_failure : {true, false}) {
+        clear();
+        fake().rules.clear();
+        EXPECT_EQ(fake().live_blocks(), 0U) << "before the scenario, with failure: " << with_failure;
+        fake().fail(kind, with_failure ? nth : 0, from_then_on);
+        const bool worked = scenario();
+        hit |= fake().plans[static_cast<size_t>(kind)].hits > 0;
+        fake().fail_none();
+        EXPECT_EQ(state_problems(), "") << "after the scenario, with failure: " << with_failure;
+        EXPECT_TRUE(worked || (with_failure && hit)) << "nothing failed, and the scenario did not work";
+    }
     return hit;
 }

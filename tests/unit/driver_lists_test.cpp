@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "atc_api_hw/auto_rule.h"
-#include "chip_text.h"
 #include "fixture.h"
 
 namespace {
@@ -55,7 +54,6 @@ TEST_F(DriverLists, EveryClassIsRemovedByWhatInstalledIt) {
     for (uint16_t protocol = 0; protocol <= ATC_PROTOCOL_COUNT + 1; ++protocol) {
         for (bool per_source : {false, true}) {
             SCOPED_TRACE(std::to_string(protocol) + (per_source ? " per source" : ""));
-            atc_guard_t guard;
             atc_filter_rule_t rule = full_packet(protocol);
             rule.src_rule = per_source;
             // What the record keeps is enough to install the same again, as a trunk change does.
@@ -68,37 +66,6 @@ TEST_F(DriverLists, EveryClassIsRemovedByWhatInstalledIt) {
                 EXPECT_TRUE(fake().chip().empty());
             }
         }
-    }
-}
-
-TEST_F(DriverLists, UnsetMembersAndClientPortsAreLeftOut) {
-    using rule_t = atc_filter_rule_t;
-    const struct {
-        const char *name;
-        uint16_t protocol;
-        void (*change)(rule_t *);
-        std::string match;
-    } rows[] = {
-        {"no VLAN", ATC_LLDP, [](rule_t *rule) { rule->vlan = 0; }, "1=bbbbbbbbbbbb 0=aaaaaaaaaaaa "},
-        {"last MAC byte alone", ATC_ARP, [](rule_t *rule) { std::memset(rule->src_mac, 0, 5); },
-         "0=0000000000aa 4=100 5=2048 "},
-        {"client port", ATC_BGP, [](rule_t *rule) { rule->src_port = 51000, rule->dst_port = 179; },
-         "4=100 5=2048 " + IP_SOURCE + "6=17 10=179 "},
-        {"IPv4 only", ATC_UNKNOWN_UDP, [](rule_t *rule) { std::memset(rule->src_ipv6, 0, 16); },
-         "4=100 5=2048 2=0a000001 6=17 "},
-        {"ICMPv6 type in the port", ATC_ICMPV6_NS, [](rule_t *rule) { rule->src_port = 135 * 256, rule->src_rule = 0; },
-         "4=100 5=2048 6=17 9=34560 "},
-        {"nothing set", ATC_DNS, [](rule_t *rule) { *rule = {}, rule->port = 7; }, ""},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        atc_guard_t guard;
-        atc_filter_rule_t rule = full_packet(row.protocol);
-        rule.src_rule = 1;
-        row.change(&rule);
-        ASSERT_EQ(atc_hw_filter_add(&rule), 0);
-        EXPECT_EQ(chip_texts(), std::vector<std::string>{row.match + AUTOMATIC});
-        EXPECT_EQ(atc_hw_filter_del(&rule), 0);
     }
 }
 

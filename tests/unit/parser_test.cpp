@@ -280,7 +280,7 @@ std::string growth(const Frame &whole) {
 }
 
 TEST(parser, an_ip_version_of_neither_leaves_the_class_alone) {
-    const Frame frame = ipv4(89).ip_version(5);
+    const Frame frame = ipv4(89).payload(0, {0x55});
     for (const auto layer : {atc_packet_parser_eth, atc_packet_parser_ip}) {
         atc_pkt_info_t info = {};
         info.eth_type = 0x0800;

@@ -1,23 +1,15 @@
 // upload_test.cpp: capture files on their way out: their names, copies for the host, uploads on demand and by the task.
 #include "atc/upload.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include "fixture.h"
 #include "frames.h"
 
 namespace {
 
-using Strings = std::vector<std::string>;
 using Name = atc_capture_name_t;
 
-// 60 bytes, so that a record of it has 76.
-const Frame packet = arp().pad(60);
 constexpr size_t FULL = 24 + 2 * 50016;  // bytes of a file of two packets, in which a third has no room
 
 const uint8_t sender_mac[16] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
@@ -36,7 +28,6 @@ protected:
         atc_api_set_upload_server_user("card");
         atc_api_set_upload_server_passwd("pw");
         atc_api_set_upload_server_enable(1);
-        atc_api_set_fast_period_time(10);
     }
 
     static int upload(const Name &n) {
@@ -56,11 +47,10 @@ protected:
 
     // The flow of the packet on port 7, VLAN 9, and its source, are over their limits; both record.
     void capture_automatically() {
-        for (auto *set : {atc_api_set_protocol_fp_limit, atc_api_set_protocol_src_fp_limit,
-                          atc_api_set_protocol_cap_enable, atc_api_set_protocol_src_cap_enable}) {
-            set(ATC_ARP, 1);
-        }
-        rx_n(30, packet, 7, 9);
+        set(ATC_ARP, 1,
+            {atc_api_set_protocol_fp_limit, atc_api_set_protocol_src_fp_limit, atc_api_set_protocol_cap_enable,
+             atc_api_set_protocol_src_cap_enable});
+        rx_n(30, arp(), 7, 9);
         pass_seconds(10);
         alarms();
     }
@@ -90,18 +80,18 @@ TEST_F(UploadTest, OnDemandHandsEverythingToTheTransfer) {
     const atc_filter_rule_t any = {};
     atc_api_set_cap_start(&any, 3);
     capture_automatically();
-    fake().on_upload = [this] { rx(packet, 7, 9); };
+    fake().on_upload = [this] { rx(arp(), 7, 9); };
     const std::pair<Name, const char *> rows[] = {
         {{1, 5, 0, 0, 0, nullptr}, "atc-rx-0-5-unknown-packet.cap"},  // port and protocol 0: manual
         {arp_source, "atc-rx-7-9-arp-(00-11-22-33-44-55).cap"},
     };
     for (const auto &[name, file_name] : rows) {
         const Bytes file = copy(name);
-        EXPECT_EQ(file.size(), name.port == 0 ? 24U + 3 * 76 : 24U + 76) << file_name;
+        EXPECT_EQ(file.size(), name.port == 0 ? 24U + 3 * 58 : 24U + 58) << file_name;
         ASSERT_EQ(upload(name), 0) << file_name;
         const Upload &sent = fake().uploads.back();
-        EXPECT_EQ((Strings{sent.server, sent.user, sent.passwd, sent.file_name}),
-                  (Strings{"192.0.2.1:2121", "user", "secret", file_name}));
+        EXPECT_EQ((Lines{sent.server, sent.user, sent.passwd, sent.file_name}),
+                  (Lines{"192.0.2.1:2121", "user", "secret", file_name}));
         EXPECT_EQ(sent.ftp_type, 3U);
         EXPECT_EQ(sent.data, file) << "a copy that later packets do not change";
     }
@@ -112,34 +102,29 @@ TEST_F(UploadTest, OnDemandHandsEverythingToTheTransfer) {
     EXPECT_EQ(upload({1, 9, 7, ATC_ARP, ATC_SRC_MAC, nullptr}), -1) << "no knowing whose it is";
 }
 
-TEST_F(UploadTest, FullCapturesReachTheServer) {
-    capture_automatically();
-    fill();
-    const Bytes file = copy(arp_flow);
-    EXPECT_EQ(file.size(), FULL);
-    atc_api_set_auto_cap_clear();  // the messages have copies of their own
-    run_messages();
-    ASSERT_EQ(fake().uploads.size(), 2U);
-    for (const Upload &sent : fake().uploads) {
-        const char *source = &sent == &fake().uploads[0] ? "" : "-(00-11-22-33-44-55)";
-        EXPECT_EQ((Strings{sent.server, sent.user, sent.passwd, sent.file_name}),
-                  (Strings{"192.0.2.1", "card", "pw", std::string("atc-rx-7-9-arp") + source + ".cap"}));
-        EXPECT_EQ(sent.ftp_type, 2U);
-        EXPECT_EQ(sent.data, file);
-    }
-}
-
-TEST_F(UploadTest, NothingIsSentUnlessEnabled) {
-    for (const auto &[when_full, when_sent, queued] : {std::tuple{65536U, 1U, 0U}, {2U, 1U, 0U}, {65537U, 0U, 2U}}) {
+// 16 bits of the enable count, when a capture is full and again when it is sent.
+TEST_F(UploadTest, FullCapturesReachTheServerIfEnabled) {
+    for (const auto &[when_full, when_sent, queued, sent] :
+         {std::array{65536U, 1U, 0U, 0U}, {2, 1, 0, 0}, {65537, 0, 2, 0}, {1, 65537, 2, 2}}) {
         clear();
         capture_automatically();
-        atc_api_set_upload_server_enable(when_full);  // 16 bits count
+        atc_api_set_upload_server_enable(when_full);
         fill();
         EXPECT_EQ(fake().queued(), queued) << when_full;
         EXPECT_EQ(alarms().size(), 2U) << when_full;
+        const Bytes file = copy(arp_flow);
+        EXPECT_EQ(file.size(), FULL);
+        atc_api_set_auto_cap_clear();  // the messages have copies of their own
         atc_api_set_upload_server_enable(when_sent);
         run_messages();
-        EXPECT_TRUE(fake().uploads.empty());
+        ASSERT_EQ(fake().uploads.size(), sent) << when_full;
+        for (const Upload &one : fake().uploads) {
+            const char *source = &one == &fake().uploads[0] ? "" : "-(00-11-22-33-44-55)";
+            EXPECT_EQ((Lines{one.server, one.user, one.passwd, one.file_name}),
+                      (Lines{"192.0.2.1", "card", "pw", std::string("atc-rx-7-9-arp") + source + ".cap"}));
+            EXPECT_EQ(one.ftp_type, 2U);
+            EXPECT_EQ(one.data, file);
+        }
     }
 }
 
@@ -148,26 +133,25 @@ TEST_F(UploadTest, FailureNamesTheServerThatWasTried) {
     capture_automatically();
     fill();
     alarms();
-    fake().upload_result = -1;
+    fake().fail(Call::upload, 1, true);
     fake().on_upload = [] { atc_api_set_upload_server_ip(0x0A0B0C0D); };
     run_messages();
-    EXPECT_EQ(alarms(), (Strings{"Failed to upload diagnose to server 192.0.2.1",
-                                 "Failed to upload diagnose to server 10.11.12.13"}));
+    EXPECT_EQ(alarms(), (Lines{"Failed to upload diagnose to server 192.0.2.1",
+                               "Failed to upload diagnose to server 10.11.12.13"}));
 }
 
 // What the queue or the allocator refuses is lost; the captures end and are reported all the same.
 TEST_F(UploadTest, Sweeps) {
-    const auto scenario = [this] {
+    sweep({Call::alloc, Call::send, Call::upload}, [this] {
         fake().uploads.clear();
         capture_automatically();
         fill();
         run_messages();
-        const bool uploaded = fake().uploads.size() == 2;
-        return upload(arp_flow) == 0 && copy(arp_source).size() == FULL && uploaded;
-    };
-    for (const Call kind : {Call::alloc, Call::send, Call::upload}) {
-        sweep(kind, scenario);
-    }
+        const size_t uploaded = fake().uploads.size();
+        const int result = upload(arp_flow);
+        const bool sent = told(result, fake().uploads.size() > uploaded);
+        return copy(arp_source).size() == FULL && uploaded == 2 && sent;
+    });
 }
 
 }  // namespace
