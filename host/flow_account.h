@@ -49,7 +49,7 @@ private:
     // Puts the names in order, each once, and makes room for as many again.
     void settle() {
         std::ranges::sort(flows_);
-        flows_.erase(std::ranges::unique(flows_).begin(), flows_.end());
+        flows_.erase(std::unique(flows_.begin(), flows_.end()), flows_.end());
         room_ = 2 * flows_.size() + kRoomAtFirst;
     }
 
