@@ -17,8 +17,8 @@ void receive_all_classes() {
     }
 }
 
-// Lines that write files, reach for the network or let time go on for ever are read, not run.
-constexpr std::string_view kNotRun[] = {"capture save", "upload now", "upload enable", "run"};
+// Lines that read or write files, reach for the network or let time go on for ever are read, not run.
+constexpr std::string_view kNotRun[] = {"capture save", "upload password file", "upload now", "upload enable", "run"};
 
 bool may_run(const host::console::Console &console, const std::string &line) {
     std::vector<std::string> words;

@@ -22,7 +22,7 @@ const ArchiveLibrary *load() {
                        find(library, "archive_read_support_filter_xz", &archive.read_support_filter_xz) &&
                        find(library, "archive_read_support_filter_zstd", &archive.read_support_filter_zstd) &&
                        find(library, "archive_read_support_format_raw", &archive.read_support_format_raw) &&
-                       find(library, "archive_read_open_fd", &archive.read_open_fd) &&
+                       find(library, "archive_read_open", &archive.read_open) &&
                        find(library, "archive_read_next_header", &archive.read_next_header) &&
                        find(library, "archive_read_data_block", &archive.read_data_block) &&
                        find(library, "archive_filter_bytes", &archive.filter_bytes) &&

@@ -15,7 +15,7 @@ struct ArchiveLibrary {
     decltype(&::archive_read_support_filter_xz) read_support_filter_xz;
     decltype(&::archive_read_support_filter_zstd) read_support_filter_zstd;
     decltype(&::archive_read_support_format_raw) read_support_format_raw;
-    decltype(&::archive_read_open_fd) read_open_fd;
+    decltype(&::archive_read_open) read_open;
     decltype(&::archive_read_next_header) read_next_header;
     decltype(&::archive_read_data_block) read_data_block;
     decltype(&::archive_filter_bytes) filter_bytes;

@@ -69,7 +69,8 @@ bool CaptureFile::open(const std::string &path, uint32_t port, Problems &problem
 // The file as libpcap can read it; null when it cannot be opened, with the reason reported.
 std::FILE *CaptureFile::open_bytes() {
     const bool is_named = path_ != kStandardInput;
-    const int fd = is_named ? ::open(path_.c_str(), O_RDONLY | O_CLOEXEC) : dup(STDIN_FILENO);
+    // Not waiting for a pipe's writer here: reading does, and can be ended.
+    const int fd = is_named ? ::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK) : dup(STDIN_FILENO);
     if (fd < 0) {
         problems_->report(path_, "open", "cannot be opened: " + std::generic_category().message(errno));
         return nullptr;

@@ -1,5 +1,6 @@
 #include "capture_stream.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <system_error>
 
 #include "archive_library.h"
+#include "process.h"
 
 namespace host {
 
@@ -45,12 +47,24 @@ uint64_t CaptureStream::bytes_read() const {
 
 // As the C library wants it: 0 at the end, -1 with errno set.
 ssize_t CaptureStream::read(char *buffer, size_t size) noexcept {
-    const ssize_t got = archive_ != nullptr ? read_unpacked(buffer, size) : ::read(fd_, buffer, size);
+    const ssize_t got = archive_ != nullptr ? read_unpacked(buffer, size) : read_packed(buffer, size);
     if (got > 0) {
         bytes_read_ += static_cast<uint64_t>(got);
         interfaces_.take(reinterpret_cast<const uint8_t *>(buffer), static_cast<size_t>(got));
     }
     return got;
+}
+
+// As read(2); a pipe that is quiet ends when a signal is kept.
+ssize_t CaptureStream::read_packed(void *buffer, size_t size) {
+    constexpr int look_ms = 100;
+    pollfd bytes = {fd_, POLLIN, 0};
+    while (kept_signal() == 0) {
+        if (poll(&bytes, 1, look_ms) > 0) {
+            return ::read(fd_, buffer, size);
+        }
+    }
+    return 0;
 }
 
 // Never waits for more than there is: a pipe may be quiet for long.
@@ -93,7 +107,13 @@ bool CaptureStream::open_archive() {
     library->read_support_filter_zstd(archive_);
     library->read_support_format_raw(archive_);
     struct archive_entry *entry = nullptr;
-    if (library->read_open_fd(archive_, fd_, kPipeBuffer) != ARCHIVE_OK ||
+    packed_ = std::make_unique<uint8_t[]>(kPipeBuffer);
+    const auto read_block = [](struct archive *, void *stream, const void **block) -> la_ssize_t {
+        auto *self = static_cast<CaptureStream *>(stream);
+        *block = self->packed_.get();
+        return self->read_packed(self->packed_.get(), kPipeBuffer);
+    };
+    if (library->read_open(archive_, this, nullptr, read_block, nullptr) != ARCHIVE_OK ||
         library->read_next_header(archive_, &entry) != ARCHIVE_OK) {
         return fail();
     }

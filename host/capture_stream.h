@@ -43,12 +43,14 @@ public:
 
 private:
     ssize_t read(char *buffer, size_t size) noexcept;
+    ssize_t read_packed(void *buffer, size_t size);
     ssize_t read_unpacked(char *buffer, size_t size);
     bool open_archive();
     bool fail();
 
     int fd_ = -1;
     struct archive *archive_ = nullptr;  // null: the bytes are taken as they are
+    std::unique_ptr<uint8_t[]> packed_;  // for libarchive: what the file holds
     const uint8_t *block_ = nullptr;     // what is left of those that libarchive has handed out
     size_t block_size_ = 0;
     uint64_t bytes_read_ = 0;

@@ -9,6 +9,8 @@
 #include "console/kinds.h"
 #include "deny_widths.h"
 #include "options.h"
+#include "problems.h"
+#include "process.h"
 #include "replay_command.h"
 
 namespace {
@@ -54,7 +56,7 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
                      "operator gets the terminal there; may be given again")
         ->allow_extra_args(false)
         ->check([](const std::string &text) {
-            return console::read_time(text, 0) ? std::string() : "'" + text + "' is no time";
+            return console::read_time(text, 0) ? std::string() : "'" + text + "' is no time before 2262";
         });
     replay->add_flag("--interactive", options.interactive,
                      "Hand the terminal to the operator at every --until and at the end");
@@ -62,10 +64,18 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
     replay->add_flag("--json", options.json, "Print one JSON object in place of messages and tables");
 }
 
+// The exit status of a text that has been printed.
+int finish_output(int status) {
+    Problems problems;
+    problems.check_written(stdout, "standard output");
+    return status == kExitGood && problems.count() != 0 ? kExitRefused : status;
+}
+
 }  // namespace
 
 // Everything that can be told to the user has been caught below; what is left (no memory) ends the process.
 int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
+    prepare_process();
     CLI::App app("anti-cpu: protection of a line card's CPU");
     app.require_subcommand(1);
     ReplayOptions options;
@@ -78,16 +88,14 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? kExitGood : kExitUsage;
+        return finish_output(app.exit(error) == 0 ? kExitGood : kExitUsage);
     }
-    if (denies->parsed()) {
-        std::fputs(denies_page().c_str(), stdout);
-        return kExitGood;
+    if (!reference->parsed() && !help->parsed() && !denies->parsed()) {
+        return replay_command(options);
     }
-    if (reference->parsed() || help->parsed()) {
-        const std::string text = help->parsed() ? console::help_text(verb) : console::reference_page();
-        std::fputs(text.c_str(), stdout);
-        return text.empty() ? kExitUsage : kExitGood;
-    }
-    return replay_command(options);
+    const std::string text = help->parsed()     ? console::help_text(verb)
+                             : denies->parsed() ? denies_page()
+                                                : console::reference_page();
+    std::fputs(text.c_str(), stdout);
+    return finish_output(text.empty() ? kExitUsage : kExitGood);
 }

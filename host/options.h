@@ -38,7 +38,8 @@ struct ReplayOptions {
 
 // Exit statuses.
 constexpr int kExitGood = 0;
-constexpr int kExitRefused = 1;  // something was refused, cut or failed
-constexpr int kExitUsage = 2;    // a wrong command line, settings line or script line
+constexpr int kExitRefused = 1;   // something was refused, cut or failed
+constexpr int kExitUsage = 2;     // a wrong command line, settings line or script line
+constexpr int kExitSignal = 128;  // and the signal's number, as a shell has it
 
 }  // namespace host

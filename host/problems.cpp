@@ -1,7 +1,8 @@
 #include "problems.h"
 
+#include <cerrno>
 #include <cinttypes>
-#include <cstdio>
+#include <system_error>
 
 namespace host {
 
@@ -11,6 +12,15 @@ void Problems::report(const std::string &where, const std::string &kind, const s
     seen++;
     if (seen <= shown_per_kind) {
         std::fprintf(stderr, "anti-cpu: %s: %s\n", where.c_str(), text.c_str());
+    }
+}
+
+void Problems::check_written(std::FILE *file, const std::string &name) {
+    const bool was_lost = std::ferror(file) != 0;
+    if (std::fflush(file) != 0) {
+        report(name, "write", "cannot be written: " + std::generic_category().message(errno));
+    } else if (was_lost) {
+        report(name, "write", "cannot be written: a part is missing");
     }
 }
 

@@ -1,12 +1,13 @@
-// problems.h: what could not be read, said once and counted.
+// problems.h: what could not be read or written, said once and counted.
 //
-// Every part of the host that meets something it cannot take says so here; the exit status of the process follows from
-// the count. Messages go to standard error at once. A kind of problem that repeats in one file is shown a few times and
-// then counted only, so that a broken capture of a million packets does not bury its report.
-// Used by: capture_reader, captures_folder, main. Thread: the driving one only.
+// Every part of the host that meets something it cannot take or leave says so here; the exit status of the process
+// follows from the count. Messages go to standard error at once. A kind of problem that repeats in one file is shown a
+// few times and then counted only, so that a broken capture of a million packets does not bury its report. Used by:
+// capture_reader, captures_folder, main. Thread: the driving one only.
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <string>
 
@@ -18,6 +19,9 @@ public:
 
     // 'where' names the file, 'kind' is what repeats, 'text' the whole message behind "where: ".
     void report(const std::string &where, const std::string &kind, const std::string &text);
+
+    // Writes out what 'file' holds back. A problem when anything written to it up to now is lost.
+    void check_written(std::FILE *file, const std::string &name);
 
     // Says how many messages were kept back. Once, when reading is over.
     void close();

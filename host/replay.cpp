@@ -5,6 +5,7 @@
 
 #include "anti_cpu/anti_cpu.h"
 #include "os/os.h"
+#include "process.h"
 #include "services/services.h"
 
 namespace host {
@@ -12,6 +13,8 @@ namespace host {
 namespace {
 
 constexpr uint64_t kPacketsPerProgress = 1 << 16;
+constexpr int64_t kSilencePerProgressNs = 3600 * card::kNanosecondsPerSecond;
+constexpr int64_t kStepNs = card::kNanosecondsPerSecond;  // of the module's own
 
 }  // namespace
 
@@ -40,11 +43,12 @@ void Replay::start() {
 
 void Replay::run_until(int64_t realtime_ns) {
     feed(realtime_ns, false);
-    clock_.run_until(realtime_ns);
+    pass_silence(realtime_ns, [] { return kept_signal() != 0; });
+    show_progress(false);
 }
 
 void Replay::run_for(int64_t length_ns) {
-    run_until(now_ns() + length_ns);
+    run_until(card::time_after(now_ns(), length_ns));
 }
 
 bool Replay::run_until_alarm() {
@@ -54,11 +58,13 @@ bool Replay::run_until_alarm() {
         // The last packets may have raised one that the end of their period only shows.
         run_for(fast_period_rest_ns());
     }
+    show_progress(false);
     return events_.alarms().raised() != before;
 }
 
 void Replay::run_to_end() {
     feed(INT64_MAX, false);
+    show_progress(false);
 }
 
 int64_t Replay::fast_period_rest_ns() const {
@@ -100,26 +106,43 @@ PortCounts Replay::received() const {
 void Replay::feed(int64_t end_ns, bool stop_at_alarm) {
     const card::BudgetScope budget_for_packets(true);
     const uint64_t alarms = events_.alarms().raised();
+    const auto is_over = [&] { return kept_signal() != 0 || (stop_at_alarm && events_.alarms().raised() != alarms); };
     while (pending_ && next_.time_ns < end_ns) {
-        if (stop_at_alarm) {
-            // In steps of the module's own: a silence before the next packet shall not be run through.
-            clock_.run_until(std::min(next_.time_ns, now_ns() + card::kNanosecondsPerSecond));
-            if (events_.alarms().raised() != alarms) {
-                return;
-            }
-            if (now_ns() < next_.time_ns) {
-                continue;
-            }
+        if (next_.time_ns - last_packet_ns_ > kStepNs) {
+            pass_silence(next_.time_ns, is_over);
         } else {
             clock_.run_until(next_.time_ns);
+        }
+        if (is_over()) {
+            return;
         }
         deliver(next_);
         last_packet_ns_ = next_.time_ns;
         packets_++;
-        if (packets_ % kPacketsPerProgress == 0 && progress_) {
-            progress_();
+        if (packets_ % kPacketsPerProgress == 0) {
+            show_progress(true);
         }
         pending_ = captures_.next(next_);
+    }
+}
+
+// When is_over() has ended it, to the end of the second that it began: where a replay stops does not depend on how it
+// got there.
+void Replay::pass_silence(int64_t end_ns, const std::function<bool()> &is_over) {
+    const int64_t begin_ns = now_ns();
+    while (clock_.run_until(std::min(end_ns, card::time_after(now_ns(), kSilencePerProgressNs)), is_over)) {
+        if (now_ns() >= end_ns) {
+            return;
+        }
+        show_progress(true);
+    }
+    const int64_t steps = (now_ns() - begin_ns + kStepNs - 1) / kStepNs;
+    clock_.run_until(std::min(end_ns, card::time_after(begin_ns, steps * kStepNs)));
+}
+
+void Replay::show_progress(bool goes_on) {
+    if (progress_) {
+        progress_(goes_on);
     }
 }
 

@@ -51,7 +51,8 @@ public:
     // Sets simulated time to the first packet's and starts the module. Once.
     void start();
 
-    // Move time to 'realtime_ns', by 'length_ns', with the packets before that time.
+    // Move time to 'realtime_ns', by 'length_ns', with the packets before that time. A kept signal (process.h) ends
+    // these and the next two where they are.
     void run_until(int64_t realtime_ns);
     void run_for(int64_t length_ns);
     // Stops at the time at which an alarm is raised, true; or behind the last packet, false.
@@ -85,11 +86,13 @@ public:
     FlowAccount &flows() const { return flows_; }
     AlarmBook &alarms() const { return events_.alarms(); }
 
-    // Called now and then while packets are replayed.
-    void set_progress(std::function<void()> progress) { progress_ = std::move(progress); }
+    // Called now and then while time goes on (true), and when it has come to where it should (false).
+    void set_progress(std::function<void(bool goes_on)> progress) { progress_ = std::move(progress); }
 
 private:
     void feed(int64_t end_ns, bool stop_at_alarm);
+    void pass_silence(int64_t end_ns, const std::function<bool()> &is_over);
+    void show_progress(bool goes_on);
     void deliver(const Packet &packet);
     void look_up(uint32_t port);
     void judge(const Packet &packet);
@@ -119,7 +122,7 @@ private:
     uint32_t last_port_ = 0;
     uint32_t last_logical_ = 0;          // its trunk, or itself
     PortCounts *last_counts_ = nullptr;  // of last_port_; null = look all three up
-    std::function<void()> progress_;
+    std::function<void(bool goes_on)> progress_;
 };
 
 }  // namespace host

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cinttypes>
-#include <csignal>
 #include <memory>
 #include <system_error>
 
@@ -18,9 +17,11 @@
 #include "event_log.h"
 #include "os/os.h"
 #include "problems.h"
+#include "process.h"
 #include "replay.h"
 #include "report.h"
 #include "report_data.h"
+#include "services/services.h"
 
 namespace host {
 
@@ -43,7 +44,8 @@ public:
     Progress(bool wanted, const CaptureSet &captures) : wanted_(wanted), captures_(captures) {}
     ~Progress() { clear(); }
 
-    void show(uint64_t packets) {
+    // The cursor stays at the beginning, for whatever is printed over it.
+    void show(const Replay &replay) {
         const auto now = real_now();
         if (!wanted_ || now - shown_ < std::chrono::milliseconds(200)) {
             return;
@@ -53,12 +55,13 @@ public:
         const uint64_t size = captures_.size();
         const uint64_t percent = size == 0 ? 0 : captures_.bytes_read() * 100 / size;
         const std::string bar(percent / 4, '#');
-        std::fprintf(stderr, "\r[%-25s] %3" PRIu64 " %%  %" PRIu64 " packets ", bar.c_str(), percent, packets);
+        std::fprintf(stderr, "[%-25s] %3" PRIu64 " %%  %" PRIu64 " packets, %s UTC \r", bar.c_str(), percent,
+                     replay.packets(), card::time_text(replay.now_ns()).c_str());
     }
 
     void clear() {
         if (visible_) {
-            std::fputs("\r\033[K", stderr);
+            std::fputs("\033[K", stderr);
             visible_ = false;
         }
     }
@@ -96,15 +99,27 @@ void apply_settings(const ReplayOptions &options, Replay &replay) {
     }
 }
 
-int exit_status(console::Status status) {
-    switch (status) {
-        case console::Status::kWrong:
-            return kExitUsage;
-        case console::Status::kFailed:
-            return kExitRefused;
-        default:
-            return kExitGood;
+int exit_status(console::Status status, const Problems &problems) {
+    if (const int signal = kept_signal(); signal != 0) {
+        return kExitSignal + signal;
     }
+    if (status == console::Status::kWrong) {
+        return kExitUsage;
+    }
+    return status == console::Status::kFailed || problems.count() != 0 ? kExitRefused : kExitGood;
+}
+
+// No packet comes before the first one: whoever asks for that means another day, or another capture.
+bool are_in_the_capture(const std::vector<std::string> &times, const Replay &replay) {
+    const int64_t first_second_ns = replay.start_ns() - replay.start_ns() % card::kNanosecondsPerSecond;
+    for (const std::string &time : times) {
+        if (*console::read_time(time, replay.start_ns()) < first_second_ns) {
+            std::fprintf(stderr, "anti-cpu: --until %s: lies before the first packet, which came at %s UTC\n",
+                         time.c_str(), card::time_text(replay.start_ns()).c_str());
+            return false;
+        }
+    }
+    return true;
 }
 
 // The operator's settings, before the first packet.
@@ -115,7 +130,7 @@ console::Status run_settings(const ReplayOptions &options, console::Console &con
     }
     for (const std::string &line : options.lines) {
         if (status == console::Status::kDone) {
-            status = console.run_setting(line, "-x '" + line + "'");
+            status = console.run_setting(line, "-x '" + console.grammar().without_secrets(line) + "'");
         }
     }
     return status;
@@ -126,7 +141,7 @@ void run_to_the_end(const ReplayOptions &options, Replay &replay) {
     replay.run_for(options.drain_s ? *options.drain_s * card::kNanosecondsPerSecond : replay.fast_period_rest_ns());
 }
 
-// The packets, with the operator at the points asked for.
+// The packets, with the operator at the points asked for. Ctrl-C brings an operator who is there the next point early.
 console::Status run_packets(const ReplayOptions &options, Replay &replay, console::Console &console) {
     for (const std::string &until : options.until) {
         replay.run_until(*console::read_time(until, replay.start_ns()));
@@ -136,7 +151,7 @@ console::Status run_packets(const ReplayOptions &options, Replay &replay, consol
     }
     if (!options.script_file.empty()) {
         const console::Status status = console.run_script(options.script_file);
-        if (status != console::Status::kDone || !options.interactive) {
+        if (!options.interactive || (status != console::Status::kDone && status != console::Status::kStopped)) {
             return status;
         }
     } else {
@@ -155,10 +170,47 @@ void print_results(const ReplayOptions &options, const Summary &summary) {
     }
 }
 
+// Everything between the files that are read and those that are written.
+console::Status replay_captures(const ReplayOptions &options, CaptureSet &captures, CapturesFolder &folder,
+                                std::FILE *log_file) {
+    const bool led_by_operator = options.interactive || !options.script_file.empty();
+    EventLog events(options.quiet || options.json ? nullptr : stdout, log_file,
+                    options.json ? EventLog::Keep::kEvents : EventLog::Keep::kNothing);
+    Replay replay(captures, events, {options.vlan, parse_mac(options.own_mac)});
+    Progress progress(isatty(STDERR_FILENO) != 0 && !options.quiet, captures);
+    replay.set_progress([&](bool goes_on) { goes_on ? progress.show(replay) : progress.clear(); });
+
+    const auto began = real_now();
+    replay.start();
+    if (!are_in_the_capture(options.until, replay)) {
+        return console::Status::kFailed;
+    }
+    apply_settings(options, replay);
+    CaptureKeeper captured(replay, folder);
+    console::Session session{replay, captured, options.json, false};
+    console::Console console(session);
+    console::Status status = run_settings(options, console);
+    if (status != console::Status::kDone) {
+        return status;
+    }
+    session.may_run = true;
+    status = run_packets(options, replay, console);
+    const std::chrono::duration<double> real_time = real_now() - began;
+
+    captured.write_all();
+    if (!led_by_operator) {
+        print_results(options, {captures, replay, events, real_time.count()});
+    }
+    if (kept_signal() != 0) {
+        std::fprintf(stderr, "anti-cpu: ended by signal %d at %s UTC\n", kept_signal(),
+                     card::time_text(replay.now_ns()).c_str());
+    }
+    return status;
+}
+
 }  // namespace
 
 int replay_command(const ReplayOptions &options) {
-    std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a write that fails, and is reported
     const auto from_pipe = std::ranges::count(options.files, kStandardInput);
     if (from_pipe > 1 || (from_pipe == 1 && options.interactive)) {
         std::fputs("anti-cpu: -: standard input is one capture, and then not the operator's terminal\n", stderr);
@@ -171,7 +223,7 @@ int replay_command(const ReplayOptions &options) {
     CaptureSet captures;
     if (!open_captures(options, captures, problems)) {
         std::fputs("anti-cpu: nothing to replay\n", stderr);
-        return kExitRefused;
+        return exit_status(console::Status::kFailed, problems);
     }
     CapturesFolder folder;
     if (!options.captures_folder.empty() &&
@@ -182,39 +234,17 @@ int replay_command(const ReplayOptions &options) {
     if (!options.log_file.empty()) {
         log_file.reset(std::fopen(options.log_file.c_str(), "w"));
         if (!log_file) {
-            std::fprintf(stderr, "anti-cpu: %s: cannot be written: %s\n", options.log_file.c_str(),
-                         std::generic_category().message(errno).c_str());
+            problems.report(options.log_file, "write", "cannot be written: " + std::generic_category().message(errno));
             return kExitRefused;
         }
     }
-    const bool led_by_operator = options.interactive || !options.script_file.empty();
-    EventLog events(options.quiet || options.json ? nullptr : stdout, log_file.get(),
-                    options.json ? EventLog::Keep::kEvents : EventLog::Keep::kNothing);
-    Replay replay(captures, events, {options.vlan, parse_mac(options.own_mac)});
-    Progress progress(isatty(STDERR_FILENO) != 0 && !options.quiet && !led_by_operator, captures);
-    replay.set_progress([&] { progress.show(replay.packets()); });
-
-    const auto began = real_now();
-    replay.start();
-    apply_settings(options, replay);
-    CaptureKeeper captured(replay, folder);
-    console::Session session{replay, captured, options.json, false};
-    console::Console console(session);
-    console::Status status = run_settings(options, console);
-    if (status != console::Status::kDone) {
-        return exit_status(status);
-    }
-    session.may_run = true;
-    status = run_packets(options, replay, console);
-    const std::chrono::duration<double> real_time = real_now() - began;
-    progress.clear();
-
-    captured.write_all();
-    if (!led_by_operator) {
-        print_results(options, {captures, replay, events, real_time.count()});
+    const console::Status status = replay_captures(options, captures, folder, log_file.get());
+    problems.check_written(stdout, "standard output");
+    if (log_file) {
+        problems.check_written(log_file.get(), options.log_file);
     }
     problems.close();
-    return problems.count() == 0 || exit_status(status) != kExitGood ? exit_status(status) : kExitRefused;
+    return exit_status(status, problems);
 }
 
 }  // namespace host

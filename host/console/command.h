@@ -28,6 +28,7 @@ enum class Status {
     kFailed,  // the line is right, the module or the card refused; the reason has been printed
     kWrong,   // the line is wrong; nothing has changed
     kQuit,
+    kStopped,  // a signal has ended what ran
 };
 
 // Whom the lines work on.

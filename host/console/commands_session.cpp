@@ -2,6 +2,8 @@
 #include "clock/clock.h"
 #include "console/command_rows.h"
 #include "console/help.h"
+#include "process.h"
+#include "services/services.h"
 
 namespace host::console {
 
@@ -23,7 +25,7 @@ Status run_until_time(Session &session, const Arguments &arguments) {
     }
     const int64_t time_ns = *read_time(arguments.text("time"), session.replay.start_ns());
     if (time_ns < session.replay.now_ns()) {
-        return failed("that time has passed");
+        return failed(("it is " + card::time_text(session.replay.now_ns()) + " UTC already").c_str());
     }
     session.replay.run_until(time_ns);
     return Status::kDone;
@@ -33,7 +35,8 @@ Status run_until_alarm(Session &session, const Arguments &) {
     if (!session.may_run) {
         return failed(kNotNow);
     }
-    return session.replay.run_until_alarm() ? Status::kDone : failed("no alarm was raised up to the end");
+    const bool done = session.replay.run_until_alarm() || kept_signal() != 0;
+    return done ? Status::kDone : failed("no alarm was raised up to the end");
 }
 
 // To the end of the fast period of the last packet, as a replay without an operator does.

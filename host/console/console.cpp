@@ -1,5 +1,6 @@
 #include "console/console.h"
 
+#include <poll.h>
 #include <readline/history.h>
 #include <readline/readline.h>
 
@@ -12,6 +13,8 @@
 
 #include "clock/clock.h"
 #include "os/os.h"
+#include "process.h"
+#include "services/services.h"
 
 namespace host::console {
 
@@ -43,6 +46,26 @@ char **complete(const char *beginning, int, int) {
     return rl_completion_matches(beginning, next_completion);
 }
 
+// The next key for readline, EOF behind a signal. Ctrl-C gives up the line that was begun.
+int read_key(std::FILE *terminal) {
+    constexpr int look_ms = 100;
+    pollfd keys = {fileno(terminal), POLLIN, 0};
+    do {
+        rl_check_signals();
+        if (take_ctrl_c()) {
+            rl_replace_line("", 1);
+            rl_crlf();
+            rl_on_new_line();
+            rl_redisplay();
+        }
+        if (kept_signal() != 0) {
+            rl_replace_line("", 1);
+            return EOF;
+        }
+    } while (poll(&keys, 1, look_ms) <= 0);
+    return rl_getc(terminal);
+}
+
 // A line from the terminal, on the system's time; null at its end.
 char *read_terminal_line() {
     const card::RealTimeScope real_time;
@@ -70,7 +93,7 @@ Status Console::run_setting(const std::string &line, const std::string &where) {
     if (status == Status::kWrong) {
         std::fprintf(stderr, "anti-cpu: %s: %s\n", where.c_str(), error.c_str());
     } else if (status == Status::kFailed) {
-        std::fprintf(stderr, "anti-cpu: %s: '%s' failed\n", where.c_str(), line.c_str());
+        std::fprintf(stderr, "anti-cpu: %s: '%s' failed\n", where.c_str(), grammar_.without_secrets(line).c_str());
     }
     return status;
 }
@@ -78,10 +101,11 @@ Status Console::run_setting(const std::string &line, const std::string &where) {
 Status Console::run_script(const std::string &path) {
     return run_file(path, [this](const std::string &line, const std::string &where) {
         const bool may_fail = line.starts_with('-');
+        const std::string command = may_fail ? line.substr(1) : line;
         if (!line.empty()) {
-            std::printf("> %s\n", line.c_str());
+            std::printf("> %s%s\n", may_fail ? "-" : "", grammar_.without_secrets(command).c_str());
         }
-        const Status status = run_line(may_fail ? line.substr(1) : line);
+        const Status status = run_line(command);
         if (may_fail && status != Status::kQuit) {
             return Status::kDone;
         }
@@ -100,14 +124,22 @@ Status Console::run_settings(const std::string &path) {
 Status Console::run_terminal() {
     g_reading = this;
     rl_attempted_completion_function = complete;
+    rl_getc_function = read_key;
     rl_readline_name = "anti-cpu";
     for (;;) {
+        if (take_ctrl_c()) {
+            std::printf("stopped at %s UTC\n", card::time_text(session_.replay.now_ns()).c_str());
+        }
+        if (kept_signal() != 0) {
+            return Status::kStopped;
+        }
         const std::unique_ptr<char, decltype(&std::free)> line(read_terminal_line(), std::free);
+        take_ctrl_c();  // it was for the line, at most
         if (!line) {
             std::printf("\n");
             return Status::kQuit;
         }
-        if (*line != '\0') {
+        if (*line != '\0' && grammar_.without_secrets(line.get()) == line.get()) {
             add_history(line.get());
         }
         if (run_line(line.get()) == Status::kQuit) {
@@ -144,17 +176,20 @@ Status Console::run(const std::string &line, std::string &error) {
 template <typename RunLine>
 Status Console::run_file(const std::string &path, RunLine run_line) {
     std::ifstream file(path);
-    if (!file) {
-        std::fprintf(stderr, "anti-cpu: %s: cannot be read: %s\n", path.c_str(),
-                     std::generic_category().message(errno).c_str());
-        return Status::kFailed;
-    }
     std::string line;
     for (uint64_t number = 1; std::getline(file, line); number++) {
         const Status status = run_line(line, path + ":" + std::to_string(number));
         if (status != Status::kDone) {
             return status;
         }
+        if (kept_signal() != 0) {
+            return Status::kStopped;
+        }
+    }
+    if (!file.eof()) {  // not opened, a directory, cut off in the middle
+        std::fprintf(stderr, "anti-cpu: %s: cannot be read: %s\n", path.c_str(),
+                     std::generic_category().message(errno).c_str());
+        return Status::kFailed;
     }
     return Status::kDone;
 }

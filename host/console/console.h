@@ -1,7 +1,8 @@
 // console.h: lines of an operator, from a file, from the command line or from a terminal.
 //
 // A file's lines run until one is wrong or fails; a terminal's go on. Lines of a script are echoed behind "> ", so that
-// its output reads as a transcript.
+// its output reads as a transcript; no password is in an echo or a message. A signal (process.h) ends a file of lines;
+// at a terminal Ctrl-C ends the line that runs, or gives up the one that is typed.
 // Used by: replay_command. Uses: grammar, command, readline. Thread: the driving one.
 #pragma once
 
@@ -22,11 +23,12 @@ public:
     // Runs one line before the replay. What is wrong goes to standard error, behind 'where' it stands.
     Status run_setting(const std::string &line, const std::string &where);
 
-    // Every line of a file; kDone, kQuit or what the line that stopped it gave. A file that cannot be read is kFailed.
+    // Every line of a file; kDone, kQuit, kStopped or what the line that stopped it gave. A file that cannot be read is
+    // kFailed.
     Status run_script(const std::string &path);
     Status run_settings(const std::string &path);
 
-    // Reads lines from the terminal until "quit" or its end.
+    // Reads lines from the terminal until "quit", its end or a signal that ends the replay.
     Status run_terminal();
 
     const Grammar &grammar() const { return grammar_; }

@@ -4,10 +4,15 @@
 #include <cstdlib>
 #include <map>
 #include <set>
+#include <utility>
+
+#include "transfer/transfer.h"
 
 namespace host::console {
 
 namespace {
+
+constexpr const char *kHidden = "***";
 
 // Levenshtein distance.
 size_t distance(const std::string &a, const std::string &b) {
@@ -57,7 +62,8 @@ void add_once(std::vector<std::string> &parts, const std::string &part) {
 
 }  // namespace
 
-bool split_line(const std::string &line, std::vector<std::string> &words) {
+bool split_line(const std::string &line, std::vector<std::string> &words, std::vector<Place> *places) {
+    bool closed = true;
     size_t i = 0;
     while (i < line.size()) {
         if (std::isspace(static_cast<unsigned char>(line[i])) != 0) {
@@ -67,22 +73,24 @@ bool split_line(const std::string &line, std::vector<std::string> &words) {
         if (line[i] == '#') {
             break;
         }
+        const size_t begin = i;
         std::string word;
         while (i < line.size() && std::isspace(static_cast<unsigned char>(line[i])) == 0) {
             if (line[i] != '"') {
                 word += line[i++];
                 continue;
             }
-            const size_t end = line.find('"', i + 1);
-            if (end == std::string::npos) {
-                return false;
-            }
+            const size_t end = std::min(line.size(), line.find('"', i + 1));
+            closed = end != line.size();
             word += line.substr(i + 1, end - i - 1);
-            i = end + 1;
+            i = end + (closed ? 1 : 0);
         }
         words.push_back(word);
+        if (places != nullptr) {
+            places->push_back({begin, i});
+        }
     }
-    return true;
+    return closed;
 }
 
 // Reads one pattern into the plain sequences that it stands for.
@@ -203,6 +211,38 @@ Parsed Grammar::parse(const std::vector<std::string> &words) const {
     }
     parsed.error = "the line is not complete: expected " + joined(descriptions);
     return parsed;
+}
+
+std::string Grammar::without_secrets(const std::string &line) const {
+    std::vector<std::string> words;
+    std::vector<Place> places;
+    split_line(line, words, &places);
+    std::string shown;
+    size_t shown_to = 0;
+    bool hides_rest = false;
+    std::vector<State> states = begin();
+    for (size_t i = 0; i < words.size(); i++) {
+        bool hides = hides_rest;
+        if (!states.empty()) {
+            std::string error;
+            std::vector<State> next = step(states, words[i], error);
+            hides = next.empty() ? may_be_secret(states) : std::ranges::any_of(next, [](const State &state) {
+                return has_secret(state, state.position - 1, state.position);
+            });
+            hides_rest = next.empty() && may_have_secret(states);
+            states = std::move(next);
+        }
+        if (hides) {
+            shown += line.substr(shown_to, places[i].begin - shown_to) + kHidden;
+            shown_to = places[i].end;
+        }
+    }
+    // A comment, unless it was to be a password that begins so.
+    const size_t comment = places.empty() ? line.npos : line.find('#', places.back().end);
+    if (comment != line.npos && (hides_rest || may_have_secret(states))) {
+        return shown + line.substr(shown_to, comment - shown_to) + kHidden;
+    }
+    return shown + line.substr(shown_to);
 }
 
 Follow Grammar::follow(const std::vector<std::string> &words) const {
@@ -348,9 +388,10 @@ std::vector<Grammar::State> Grammar::walk(const std::vector<std::string> &words,
     std::vector<State> states = begin();
     for (size_t i = 0; i < words.size() && !states.empty(); i++) {
         std::string reason;
-        states = step(states, words[i], reason);
+        const std::vector<State> before = std::exchange(states, step(states, words[i], reason));
         if (states.empty()) {
-            error = "word " + std::to_string(i + 1) + " \"" + words[i] + "\"" + reason;
+            const std::string shown = may_be_secret(before) ? kHidden : card::printable(words[i]);
+            error = "word " + std::to_string(i + 1) + " \"" + shown + "\"" + reason;
         }
     }
     return states;
@@ -375,6 +416,23 @@ bool Grammar::take_argument(State &state, const Edge &edge, const std::string &w
     state.arguments.values_[state.variant->elements[state.position].text] = value;
     state.position++;
     return true;
+}
+
+// Whether a word that does not fit is one, or a part of one that has blanks.
+bool Grammar::may_be_secret(const std::vector<State> &states) {
+    return std::ranges::any_of(states, [](const State &state) { return has_secret(state, 0, state.position + 1); });
+}
+
+bool Grammar::may_have_secret(const std::vector<State> &states) {
+    return std::ranges::any_of(states,
+                               [](const State &state) { return has_secret(state, 0, state.variant->elements.size()); });
+}
+
+bool Grammar::has_secret(const State &state, size_t begin, size_t end) {
+    const Sequence &elements = state.variant->elements;
+    return std::any_of(elements.begin() + static_cast<ptrdiff_t>(begin),
+                       elements.begin() + static_cast<ptrdiff_t>(std::min(end, elements.size())),
+                       [](const Element &element) { return element.kind != nullptr && element.kind->is_secret; });
 }
 
 bool Grammar::is_complete(const State &state) {

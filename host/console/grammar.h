@@ -14,9 +14,13 @@
 
 namespace host::console {
 
-// Words of a line: separated by blanks, "quoted" ones with blanks in them, up to a '#' that begins a word. False when a
-// quote is not closed.
-bool split_line(const std::string &line, std::vector<std::string> &words);
+// Words of a line: separated by blanks, "quoted" ones with blanks in them, up to a '#' that begins a word; and their
+// places in the line. False when a quote is not closed: its word goes to the end of the line.
+struct Place {
+    size_t begin;
+    size_t end;
+};
+bool split_line(const std::string &line, std::vector<std::string> &words, std::vector<Place> *places = nullptr);
 
 struct Parsed {
     const Command *command = nullptr;  // null: the line is wrong
@@ -44,6 +48,10 @@ public:
     explicit Grammar(const std::vector<Command> &commands);
 
     Parsed parse(const std::vector<std::string> &words) const;
+
+    // The line for an echo or a message: "***" stands for every argument of a kind that is secret, and, where the line
+    // is wrong, for whatever might be one.
+    std::string without_secrets(const std::string &line) const;
 
     Follow follow(const std::vector<std::string> &words) const;
     // Words that complete 'beginning' behind 'words'.
@@ -88,6 +96,11 @@ private:
     static bool take_word(State &state, const Edge &edge);
     static bool take_argument(State &state, const Edge &edge, const std::string &word);
     static bool is_complete(const State &state);
+    // Whether a word behind these may be a secret one; whether the line that they begin may have one.
+    static bool may_be_secret(const std::vector<State> &states);
+    static bool may_have_secret(const std::vector<State> &states);
+    // Among the elements from 'begin' to before 'end' of the sequence that a state is in.
+    static bool has_secret(const State &state, size_t begin, size_t end);
 
     std::vector<Variant> variants_;
 };

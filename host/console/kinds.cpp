@@ -9,6 +9,7 @@
 
 #include "anti_cpu/anti_cpu.h"
 #include "clock/clock.h"
+#include "transfer/transfer.h"
 
 namespace host::console {
 
@@ -107,7 +108,7 @@ std::optional<Value> read_eth_type(std::string_view word) {
 }
 
 std::optional<Value> read_text(std::string_view word) {
-    return Value{std::string(word), 0, {}};
+    return card::has_control_character(word) ? std::nullopt : std::optional(Value{std::string(word), 0, {}});
 }
 
 std::optional<Value> read_file(std::string_view word) {
@@ -143,9 +144,12 @@ const std::vector<Kind> &all_kinds() {
         {"prefix", "an address (MAC, IPv4 or IPv6), perhaps with /LENGTH", read_prefix, nullptr},
         {"ipv4", "an IPv4 address", read_ipv4, nullptr},
         {"transfer", "a kind of transfer (ftp, tftp, sftp or ftps)", read_choice<kTransfers>, choice_words<kTransfers>},
-        {"time", "a time (seconds from the start, 03:47:00 or 2021-09-02T03:47:00)", read_moment, nullptr},
-        {"file", "a file name", read_file, nullptr},
-        {"text", "a text (in \"quotes\" when it holds blanks)", read_text, nullptr},
+        {"time", "a time (seconds from the start, 03:47:00 of the first day or 2021-09-02T03:47:00, before 2262)",
+         read_moment, nullptr},
+        {"file", "a file name without control characters", read_file, nullptr},
+        {"text", "a text without control characters (in \"quotes\" when it holds blanks)", read_text, nullptr},
+        {"password", "a password without control characters (in \"quotes\" when it holds blanks)", read_text, nullptr,
+         true},
     };
     return kinds;
 }
@@ -160,24 +164,25 @@ const Kind *find_kind(std::string_view name) {
 }
 
 std::optional<int64_t> read_time(std::string_view word, int64_t start_ns) {
+    constexpr int64_t latest_s = card::kEndOfTimeNs / card::kNanosecondsPerSecond;
     const bool has_unit = word.ends_with('s');
     if (const auto seconds = parse_number(word.substr(0, word.size() - (has_unit ? 1 : 0)), UINT32_MAX)) {
-        return start_ns + *seconds * card::kNanosecondsPerSecond;
+        return card::time_after(start_ns, *seconds * card::kNanosecondsPerSecond);
     }
     const std::string text(word);
     std::tm parts{};
     const char *end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
     if (end != nullptr && *end == '\0') {
-        return timegm(&parts) * card::kNanosecondsPerSecond;
+        const int64_t seconds = timegm(&parts);
+        return seconds > -latest_s && seconds < latest_s ? std::optional(seconds * card::kNanosecondsPerSecond)
+                                                         : std::nullopt;
     }
     parts = {};
     end = strptime(text.c_str(), "%H:%M:%S", &parts);
     if (end != nullptr && *end == '\0') {
         const int64_t of_day_s = parts.tm_hour * 3600 + parts.tm_min * 60 + parts.tm_sec;
         const int64_t start_s = start_ns / card::kNanosecondsPerSecond;
-        const int64_t day_s = start_s - start_s % kDaySeconds;
-        const int64_t at_s = day_s + of_day_s + (day_s + of_day_s < start_s ? kDaySeconds : 0);
-        return at_s * card::kNanosecondsPerSecond;
+        return (start_s - start_s % kDaySeconds + of_day_s) * card::kNanosecondsPerSecond;
     }
     return std::nullopt;
 }

@@ -26,6 +26,7 @@ struct Kind {
     const char *description;  // "a port (0 to 4294967295)"
     std::optional<Value> (*read)(std::string_view word);
     std::vector<std::string> (*choices)();  // null when there is nothing to offer
+    bool is_secret = false;                 // no echo and no message shows it
 };
 
 // Null for a name that is no kind.
@@ -33,8 +34,9 @@ const Kind *find_kind(std::string_view name);
 
 const std::vector<Kind> &all_kinds();
 
-// A time of 'run until': seconds behind 'start_ns' ("90", "90s"), a time of the day at or behind it ("03:47:00"), or
-// date and time ("2021-09-02T03:47:00"), in UTC. Nanoseconds since 1970.
+// A time of 'run until': seconds behind 'start_ns' ("90", "90s"), a time of the day of 'start_ns', perhaps before it
+// ("03:47:00"), or date and time ("2021-09-02T03:47:00"), in UTC. Nanoseconds since 1970; whether there is one does not
+// depend on 'start_ns'.
 std::optional<int64_t> read_time(std::string_view word, int64_t start_ns);
 
 }  // namespace host::console

@@ -24,6 +24,14 @@ namespace card {
 constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
 constexpr uint32_t kTicksPerSecond = 1000;
 
+// Simulated time ends here: CLOCK_REALTIME, nanoseconds, in April 2262.
+constexpr int64_t kEndOfTimeNs = INT64_MAX - 2 * kNanosecondsPerSecond;
+
+// 'length_ns' (not negative) behind 'time_ns', but not behind the end of time.
+constexpr int64_t time_after(int64_t time_ns, int64_t length_ns) {
+    return length_ns < kEndOfTimeNs - time_ns ? time_ns + length_ns : kEndOfTimeNs;
+}
+
 class Clock {
 public:
     static Clock &instance();

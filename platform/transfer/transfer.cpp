@@ -63,6 +63,7 @@ struct Transfer {
     }
 };
 
+bool is_control(unsigned char c);
 Options &the_options();
 std::string upload(Upload *upload);
 std::string perform(const Transfer &curl, Upload *upload);
@@ -73,6 +74,15 @@ bool describe_trust(const Transfer &curl, uint32_t ftp_type, const TransferOptio
 size_t read_data(char *buffer, size_t size, size_t count, void *upload);
 
 }  // namespace
+
+bool card::has_control_character(std::string_view text) {
+    return std::ranges::any_of(text, is_control);
+}
+
+std::string card::printable(std::string text) {
+    std::ranges::replace_if(text, is_control, '?');
+    return text;
+}
 
 void card::set_transfer_options(const TransferOptions &options) {
     Options &current = the_options();
@@ -93,12 +103,16 @@ int xftp_upload_base(const char *server, const char *user, const char *passwd, c
     if (failure.empty()) {
         return 0;
     }
-    card::log_note("upload of \"" + std::string(request.file_name) + "\" to \"" + request.server +
+    card::log_note("upload of \"" + card::printable(request.file_name) + "\" to \"" + card::printable(request.server) +
                    "\" failed: " + failure);
     return -1;
 }
 
 namespace {
+
+bool is_control(unsigned char c) {
+    return c < 0x20 || c == 0x7f;
+}
 
 // Returns why it failed; nothing when the file has arrived.
 std::string upload(Upload *upload) {
@@ -107,6 +121,11 @@ std::string upload(Upload *upload) {
     }
     if (*upload->file_name == '\0') {
         return "no file name";
+    }
+    for (const char *text : {upload->server, upload->user, upload->passwd, upload->file_name}) {
+        if (card::has_control_character(text)) {
+            return "a control character in the server, user, password or file name";
+        }
     }
     const CurlLibrary *library = card::curl_library();
     if (library == nullptr) {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace card {
 
@@ -19,6 +20,12 @@ struct TransferOptions {
     std::string known_hosts;        // keys that SFTP servers are checked against; empty = ~/.ssh/known_hosts
     bool accept_any = false;        // neither certificates nor keys are checked: for labs only
 };
+
+// Whether 'text' holds one (0 to 31, 127). A line end would become a command of its own on its way to a server: a
+// server, user, password or file name with such a character is refused. Pure.
+bool has_control_character(std::string_view text);
+// 'text' with '?' in their places, for a line of a log or a terminal.
+std::string printable(std::string text);
 
 // For the transfers that start from now on. Any thread.
 void set_transfer_options(const TransferOptions &options);

@@ -8,8 +8,10 @@ import json
 import lzma
 import os
 import pathlib
+import pty
 import resource
 import shutil
+import signal
 import stat
 import struct
 import subprocess
@@ -160,6 +162,8 @@ class HostTest(unittest.TestCase):
     def test_usage(self):
         capture = self.file("capture", pcap([(0, arp(1))]))
         settings = self.file("settings", b"set limit arp fast 50\nset limits arp fast 5\n")
+        secret = self.file("secret", b"open sesame\nand more\n")
+        long, other = self.file("long", b"a" * 32), self.file("other", b"sesame\r\n")
         missing = str(self.work / "missing")
         rows = [  # arguments, exit status, words of the message
             ((), 2, "subcommand"),
@@ -172,6 +176,13 @@ class HostTest(unittest.TestCase):
             (("replay", capture, "--until", "noon"), 2, "no time"),
             (("replay", capture, "--config", settings), 2, 'settings:2: word 2 "limits"'),
             (("replay", capture, "--config", missing), 1, "cannot be read"),
+            (("replay", capture, "--config", self.work), 1, "cannot be read: Is a directory"),
+            (("replay", capture, "--script", self.work), 1, "cannot be read: Is a directory"),
+            (("replay", capture, "--until", "03:46:19"), 1, "first packet, which came at 2021-09-02 03:46:20"),
+            (("replay", capture, "--until", "9999-12-31T23:59:59"), 2, "no time before 2262"),
+            (("replay", capture, "-x", f"upload password file {secret}", "-x", "show settings"), 0, "passwd open sesame \n"),
+            (("replay", capture, "-x", f"upload password file {long}"), 1, "more than the 31 characters"),
+            (("replay", capture, "-x", f"upload password file {other}"), 1, "a control character in the password"),
             (("replay", capture, "-x", "set enable maybe"), 2, 'word 3 "maybe": expected on or off'),
             (("replay", capture, "-x", "run 5"), 1, "failed"),
             (("replay", capture, "-x", "set enable off", "--quiet"), 0, ""),
@@ -181,6 +192,23 @@ class HostTest(unittest.TestCase):
             with self.subTest(arguments):
                 result = self.run_program(*arguments)
                 self.assertEqual(result.returncode, status, result.stderr)
+                self.assertIn(words, result.stdout + result.stderr)
+
+    def test_lost_output(self):
+        capture = self.file("capture", pcap([(i / 150, arp(1)) for i in range(60_000)]))
+        read_end, write_end = os.pipe()
+        os.close(read_end)
+        full = os.open("/dev/full", os.O_WRONLY)
+        rows = [  # arguments, standard output, words of the message
+            (("replay", capture), full, "standard output: cannot be written: No space left on device"),
+            (("replay", "--json", capture), write_end, "standard output: cannot be written: Broken pipe"),
+            (("replay", capture, "--log", "/dev/full"), subprocess.DEVNULL, "/dev/full: cannot be"),
+            (("help",), full, "standard output: cannot be written"),
+        ]
+        for arguments, output, words in rows:
+            with self.subTest(arguments):
+                result = subprocess.run([PROGRAM, *arguments], stdout=output, stderr=subprocess.PIPE, text=True, check=False)
+                self.assertEqual(result.returncode, 1, result.stderr)
                 self.assertIn(words, result.stderr)
 
     def test_captures_hold_the_packets_of_the_input(self):
@@ -274,6 +302,57 @@ class HostTest(unittest.TestCase):
         for file in (flow, source):
             self.assertIn(f"{file}: cannot be written: File too large", result.stderr)
         self.assertEqual({file: file.read_bytes() for file in folder.iterdir()}, before)
+
+    def start(self, *arguments, **files):
+        def undo():  # what a shell does to those that it starts in the background
+            for number in (signal.SIGINT, signal.SIGHUP):
+                signal.signal(number, signal.SIG_DFL)
+
+        return subprocess.Popen([PROGRAM, "replay", *arguments], preexec_fn=undo, **files)
+
+    def test_signals_end_a_replay_in_order(self):
+        flood = pcap([(i / 200, arp(7)) for i in range(4000)])  # far more than a pipe holds
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number):
+                capture, folder, log = (self.work / f"{name}{number}" for name in ("pipe", "captures", "log"))
+                os.mkfifo(capture)
+                pipe, text = subprocess.PIPE, True
+                lines = ["-x", "set capture arp on"]
+                process = self.start(capture, "--fast-period", "10", "--captures", folder, "--log", log, *lines,
+                                     stdout=pipe, stderr=pipe, text=text)
+                with open(capture, "wb") as writer:
+                    writer.write(flood)
+                    process.send_signal(number)
+                    output, errors = process.communicate(timeout=300)
+                self.assertEqual(process.returncode, 128 + number, errors)
+                self.assertIn("protocol arp over fast period limit", log.read_text())
+                self.assertIn("alarms raised                      2\n", output)
+                self.assertEqual([file.name for file in folder.iterdir()], ["atc-rx-1-1-arp.cap"])
+
+    # The first one ends a silence of many years, at whose end there is no more time; the second one a line.
+    def test_ctrl_c_at_a_terminal(self):
+        capture = self.file("capture", pcapng([[(69 * 10**8, arp(1), 0)]]))
+        script = self.file("script", b"show clock\nrun 4294967295\n")
+        leader, follower = pty.openpty()
+        process = self.start(capture, "--script", script, "--interactive", stdin=follower, stdout=follower, stderr=follower)
+        os.close(follower)
+
+        def see(words, output=bytearray()):
+            while words not in output:
+                output += os.read(leader, 1000)
+            del output[: output.index(words) + len(words)]
+
+        see(b"0.000 s since")
+        process.send_signal(signal.SIGINT)
+        see(b"stopped at 22")
+        see(b"anti-cpu> ")
+        os.write(leader, b"show cl")
+        see(b"show cl")
+        process.send_signal(signal.SIGINT)
+        see(b"anti-cpu> ")
+        os.write(leader, b"quit\n")
+        self.assertEqual(process.wait(timeout=300), 0)
+        os.close(leader)
 
     def test_quota(self):
         capture = self.file("flood.pcap", pcap([(i / 200, arp(7)) for i in range(200 * 40)]))

@@ -186,6 +186,8 @@ TEST(CardClock, OwnsTheProcessTime) {
     bep_taskDelayEx(1000);
     EXPECT_EQ(since_start(), 2500) << "the driver sleeps no less than it was asked to";
     the_clock().set_driver_sleep(nullptr);
+    the_clock().run_until(card::time_after(kStart, INT64_MAX - kStart));
+    EXPECT_EQ(the_clock().realtime_ns(), card::kEndOfTimeNs);
 }
 
 TEST(CardClock, WaitersRunInOrderOfTheirDeadlines) {

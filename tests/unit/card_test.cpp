@@ -63,12 +63,26 @@ TEST(CardTransfer, ServerAddresses) {
     }
 }
 
+// And a line end in any text is none on its way to the server, nor in the log.
 TEST(CardTransfer, RefusalSaysWhyWithoutThePassword) {
     the_clock().simulate(kStart);
-    testing::internal::CaptureStderr();
-    EXPECT_NE(xftp_upload_base("user@127.0.0.1", "user", "secret", "a.cap", "data", 4, 0, nullptr), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "2021-09-02 03:46:20 13 upload of \"a.cap\" to \"user@127.0.0.1\" failed: not a server address\n");
+    struct Row {
+        const char *server, *user, *passwd, *file_name, *logged;
+    };
+    const char *const character = "a control character in the server, user, password or file name";
+    for (const Row &row : {Row{"user@127.0.0.1", "user", "secret", "a.cap", "not a server address"},
+                           {"127.0.0.1:1", "user\nDELE x", "secret", "a.cap", character},
+                           {"127.0.0.1:1", "user", "secret\r", "a.cap", character},
+                           {"127.0.0.1:1", "user", "secret", "a.cap\x7f", character},
+                           {"127.0.0.1:1\n", "user", "secret", "a.cap", character}}) {
+        testing::internal::CaptureStderr();
+        EXPECT_NE(xftp_upload_base(row.server, row.user, row.passwd, row.file_name, "data", 4, 0, nullptr), 0);
+        const std::string logged = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(logged.find_first_of("\r\n\x7f"), logged.size() - 1) << logged;
+        EXPECT_EQ(logged.find("secret"), logged.npos) << logged;
+        EXPECT_TRUE(logged.starts_with("2021-09-02 03:46:20 13 upload of \"a.cap")) << logged;
+        EXPECT_TRUE(logged.ends_with(std::string("failed: ") + row.logged + "\n")) << logged;
+    }
 }
 
 }  // namespace
