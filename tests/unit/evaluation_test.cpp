@@ -11,14 +11,16 @@ namespace {
 
 using EvaluationTest = ModuleTest;
 
-// Alarms come once and in the order of the indexes, on both sides of the most that are noted; each block is closed once
-// a pass. Two fast and two long periods end together.
+// Alarms come once and in the order of the indexes, on both sides of the few that are noted without memory; each block
+// is closed once a pass. Two fast and two long periods end together.
 TEST_F(EvaluationTest, AlarmsComeInOrderFromFewAndFromMany) {
     set(ATC_LLDP, 1,
         {atc_api_set_protocol_fp_limit, atc_api_set_protocol_src_fp_limit, atc_api_set_protocol_lp_limit,
          atc_api_set_protocol_src_lp_limit});
     atc_api_set_long_period_time(10);
-    for (const uint32_t noisy : {3U, 512U, 513U, 1024U, 1025U}) {  // flows, each with a quiet and a noisy source
+    // Flows, each with a quiet and a noisy source; whether there is memory to note more than a few.
+    for (const auto &[noisy, has_memory] :
+         {std::pair(3U, true), {512U, true}, {513U, true}, {1025U, true}, {513U, false}, {1025U, false}}) {
         clear();
         for (const int round : {0, 1, 2}) {
             for (uint32_t port = round == 2 ? 0 : noisy; port > 0; port--) {
@@ -26,7 +28,9 @@ TEST_F(EvaluationTest, AlarmsComeInOrderFromFewAndFromMany) {
                 rx_n(12, lldp().from(2), port, 100);
             }
             rx_n(10, lldp(), noisy + 1, 100);
+            fake().fail(Call::alloc, has_memory ? 0 : 1, true);
             pass_seconds(10);
+            fake().fail_none();
             Lines expected;
             for (const std::string period : {"fast", "long"}) {
                 for (uint32_t port = 1; port <= noisy && round != 1; port++) {

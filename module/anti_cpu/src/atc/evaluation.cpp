@@ -33,9 +33,19 @@ struct notable_t {
     atc_src_entry_t *src;
 };
 
-constexpr uint32_t NOTABLES_MAX = 1024;
-notable_t notables[NOTABLES_MAX] ATC_GUARDED_BY(g_atc_lock);
-uint32_t notables_count ATC_GUARDED_BY(g_atc_lock);  // also of those that did not fit
+// What a pass has noted. It begins in the room for a few, which costs no memory; more are noted in memory of the pass's
+// own, so that it costs what there is to say and not a walk over everything.
+struct notables_t {
+    notable_t *items;
+    uint32_t count;
+    uint32_t room;  // items
+    bool is_cut;    // there was no memory for all: nothing that was noted counts
+};
+
+constexpr uint32_t NOTABLES_FEW = 1024;
+constexpr uint32_t NOTABLES_MAX = 1u << 26;  // their bytes fit the card's 32-bit sizes
+notable_t few_notables[NOTABLES_FEW] ATC_GUARDED_BY(g_atc_lock);
+notables_t notables ATC_GUARDED_BY(g_atc_lock);
 
 bool is_before(const notable_t &a, const notable_t &b);
 void log_alarm(const atc_entry_t *flow, const atc_src_entry_t *src, atc_period_t period, event_t event,
@@ -48,6 +58,8 @@ void begin_pass() ATC_REQUIRES(g_atc_lock);
 void close_or_note(atc_entry_t *flow, atc_src_entry_t *src, atc_stat_t *stat, atc_period_t period)
     ATC_REQUIRES(g_atc_lock);
 void note(atc_entry_t *flow, atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
+bool grow_notables() ATC_REQUIRES(g_atc_lock);
+void free_notables() ATC_REQUIRES(g_atc_lock);
 template <typename evaluate_t>
 bool evaluate_notables(evaluate_t evaluate) ATC_REQUIRES(g_atc_lock);
 void end_pass(atc_period_t period) ATC_REQUIRES(g_atc_lock);
@@ -229,7 +241,7 @@ void each_aggregate_tree(visit_t visit) {
 }
 
 void begin_pass() {
-    notables_count = 0;
+    notables = {few_notables, 0, NOTABLES_FEW, false};
     atc_stat_pass(true);
 }
 
@@ -244,23 +256,47 @@ void close_or_note(atc_entry_t *flow, atc_src_entry_t *src, atc_stat_t *stat, at
 }
 
 void note(atc_entry_t *flow, atc_src_entry_t *src) {
-    if (notables_count < NOTABLES_MAX) {
-        notables[notables_count] = {flow, src};
+    if (notables.count == notables.room && !grow_notables()) {
+        notables.is_cut = true;
+        return;
     }
-    notables_count++;
+    notables.items[notables.count] = {flow, src};
+    notables.count++;
+}
+
+// Doubles the room. Returns false when there is no memory for that, or was none before.
+bool grow_notables() {
+    const uint32_t room = notables.room * 2;
+    if (notables.is_cut || room > NOTABLES_MAX) {
+        return false;
+    }
+    auto *items = static_cast<notable_t *>(atc_malloc(room * static_cast<uint32_t>(sizeof(notable_t))));
+    if (items == nullptr) {
+        return false;
+    }
+    std::copy_n(notables.items, notables.count, items);
+    free_notables();
+    notables.items = items;
+    notables.room = room;
+    return true;
+}
+
+void free_notables() {
+    if (notables.items != few_notables) {
+        atc_free(notables.items);
+    }
 }
 
 // Calls evaluate(notable) for what has been noted, in the order of the indexes, so that what is logged and captured
-// does not depend on where it lies in memory. Returns false when there was more than could be noted: then nothing is
-// done.
+// does not depend on where it lies in memory. Returns false when not everything could be noted: then nothing is done.
 template <typename evaluate_t>
 bool evaluate_notables(evaluate_t evaluate) {
-    if (notables_count > NOTABLES_MAX) {
-        return false;
+    if (!notables.is_cut) {
+        std::sort(notables.items, notables.items + notables.count, is_before);
+        std::for_each(notables.items, notables.items + notables.count, evaluate);
     }
-    std::sort(notables, notables + notables_count, is_before);
-    std::for_each(notables, notables + notables_count, evaluate);
-    return true;
+    free_notables();
+    return !notables.is_cut;
 }
 
 // A flow comes before its sources.
