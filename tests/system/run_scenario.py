@@ -7,6 +7,7 @@ A scenario is a folder with
     traffic*.txt   what a capture holds (see traffic.py), one file a capture
     samples.txt    names of captures in samples/, one a line (either may be missing)
     options.txt    options of the replay, one a line (may be missing)
+    config.txt     the operator's lines before the first packet (may be missing)
     script.txt     the operator's lines (missing: a replay without an operator)
     expected.txt   the transcript: standard output, then standard error, then the exit status
 --update writes expected.txt from what the program prints now.
@@ -38,13 +39,14 @@ def transcript(program, folder, work):
     options = folder / "options.txt"
     if options.exists():
         command += options.read_text(encoding="utf-8").split()
-    script = folder / "script.txt"
-    if script.exists():
-        command += ["--script", script]
+    for kind in ("config", "script"):
+        if (folder / f"{kind}.txt").exists():
+            command += [f"--{kind}", folder / f"{kind}.txt"]
     # In a folder of its own: what the script saves lies there. A program that hangs is a failure.
     result = subprocess.run(command, cwd=work, capture_output=True, timeout=300, check=False)
     text = result.stdout.decode() + result.stderr.decode() + f"status {result.returncode}\n"
-    text = re.sub(r"(?m)^real time .*$", "real time (not compared)", text)
+    # What takes real time, and what the transfer library says of it.
+    text = re.sub(r'(?m)^(real time |.*"(?:real|packets_per)_second.*: |.* 13 upload of .* failed: ).*$', r"\1(not compared)", text)
     text = text.replace("\r\n", "\n")  # traces
     return text.replace(str(work) + "/", "").replace(str(folder) + "/", "").replace(str(SAMPLES) + "/", "")
 

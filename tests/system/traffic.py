@@ -5,13 +5,13 @@ Usage: traffic.py DESCRIPTION CAPTURE
 
 Each line of the description is a stream of frames, or tells what happens to the file:
 
-    FROM TO PPS KIND SENDERS [vlan VLANS]    from second FROM to second TO, PPS frames a second
+    FROM TO PPS KIND SENDERS [vlan VLANS] [size BYTES]    from second FROM to second TO, PPS frames a second
     cut BYTES                                the file ends behind so many bytes
     back PACKET SECONDS                      this packet (from 1) is stamped so many seconds earlier
 
 KIND is arp, syn (TCP, by IPv4), ns (neighbour solicitation), lldp or ospf. SENDERS and VLANS are a number or a range,
-"7" or "20-39", taken in turn: sender n has the addresses 02:00:00:00:HH:LL, 10.0.HH.LL and 2001:db8::n.
-The first second is 2021-09-02 03:46:20 UTC.
+"7" or "20-39", taken in turn: sender n has the addresses 02:00:00:00:HH:LL, 10.0.HH.LL and 2001:db8::n. Of several PPS,
+"5,20,1", each holds for an equal part of the time. The first second is 2021-09-02 03:46:20 UTC.
 """
 import struct
 import sys
@@ -71,11 +71,14 @@ def numbers(word):
 
 
 def stream(words):
-    begin, end, pps, kind = float(words[0]), float(words[1]), float(words[2]), KINDS[words[3]]
-    senders = numbers(words[4])
-    vlans = numbers(words[6]) if len(words) > 5 and words[5] == "vlan" else [None]
-    for i in range(round((end - begin) * pps)):
-        yield START_NS + round((begin + i / pps) * 10**9), kind(senders[i % len(senders)], vlans[i % len(vlans)])
+    begin, end, rates, kind, senders = float(words[0]), float(words[1]), words[2].split(","), KINDS[words[3]], numbers(words[4])
+    options = dict(zip(words[5::2], words[6::2]))
+    vlans = numbers(options["vlan"]) if "vlan" in options else [None]
+    part = (end - begin) / len(rates)
+    for number, pps in enumerate(map(float, rates)):
+        for i in range(round(part * pps)):
+            frame = kind(senders[i % len(senders)], vlans[i % len(vlans)])
+            yield START_NS + round((begin + number * part + i / pps) * 10**9), frame.ljust(int(options.get("size", 0)), b"\0")
 
 
 def main():
