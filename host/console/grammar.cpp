@@ -297,6 +297,7 @@ std::vector<std::string> Grammar::completions(const std::vector<std::string> &wo
 
 std::vector<Grammar::State> Grammar::begin() const {
     std::vector<State> states;
+    states.reserve(variants_.size());
     for (const Variant &variant : variants_) {
         states.push_back({&variant, 0, nullptr, {}});
     }
@@ -305,6 +306,7 @@ std::vector<Grammar::State> Grammar::begin() const {
 
 std::vector<Grammar::Edge> Grammar::edges(const std::vector<State> &states) const {
     std::vector<Edge> all;
+    all.reserve(states.size());
     for (size_t i = 0; i < states.size(); i++) {
         const State &state = states[i];
         if (state.field != nullptr) {
@@ -350,38 +352,37 @@ std::vector<Grammar::State> Grammar::step(const std::vector<State> &states, cons
         return {};
     }
     std::vector<State> followers;
-    std::vector<std::string> descriptions;
-    std::vector<std::string> known;
     bool refused = false;
     for (const Edge &edge : all) {
-        State state = states[edge.state];
-        if (meant.empty() && edge.kind != nullptr && edge.kind->read(word)) {
-            refused = !take_argument(state, edge, word);
-        } else if (edge.kind == nullptr && meant.contains(edge.word)) {
-            refused = !take_word(state, edge);
-        } else {
-            add_once(descriptions, edge.kind != nullptr ? edge.kind->description : "\"" + edge.word + "\"");
-            if (edge.kind == nullptr) {
-                add_once(known, edge.word);
-            } else if (edge.kind->choices != nullptr) {
-                std::ranges::for_each(edge.kind->choices(), [&known](const auto &choice) { add_once(known, choice); });
-            }
+        if (edge.kind != nullptr ? !meant.empty() || !edge.kind->read(word) : !meant.contains(edge.word)) {
             continue;
         }
+        State state = states[edge.state];
+        refused = edge.kind != nullptr ? !take_argument(state, edge, word) : !take_word(state, edge);
         if (!refused) {
             followers.push_back(std::move(state));
         }
     }
     if (followers.empty()) {
-        const std::string near = nearest(word, known);
-        if (refused) {
-            error = ": this field is there already, or is zero, which stands for any";
-        } else {
-            error = ": " + (descriptions.empty() ? "nothing may follow here" : "expected " + joined(descriptions));
-            error += near.empty() ? "" : "; did you mean \"" + near + "\"?";
-        }
+        error = refused ? ": this field is there already, or is zero, which stands for any" : unfit(all, word);
     }
     return followers;
+}
+
+std::string Grammar::unfit(const std::vector<Edge> &all, const std::string &word) {
+    std::vector<std::string> descriptions;
+    std::vector<std::string> known;
+    for (const Edge &edge : all) {
+        add_once(descriptions, edge.kind != nullptr ? edge.kind->description : "\"" + edge.word + "\"");
+        if (edge.kind == nullptr) {
+            add_once(known, edge.word);
+        } else if (edge.kind->choices != nullptr) {
+            std::ranges::for_each(edge.kind->choices(), [&known](const auto &choice) { add_once(known, choice); });
+        }
+    }
+    const std::string near = nearest(word, known);
+    return ": " + (descriptions.empty() ? "nothing may follow here" : "expected " + joined(descriptions)) +
+           (near.empty() ? "" : "; did you mean \"" + near + "\"?");
 }
 
 std::vector<Grammar::State> Grammar::walk(const std::vector<std::string> &words, std::string &error) const {

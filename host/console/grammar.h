@@ -93,6 +93,8 @@ private:
     // Empty with 'error' set when the word fits nowhere.
     std::vector<State> step(const std::vector<State> &states, const std::string &word, std::string &error) const;
     std::vector<State> walk(const std::vector<std::string> &words, std::string &error) const;
+    // What is wrong with a word that none of the edges takes.
+    static std::string unfit(const std::vector<Edge> &all, const std::string &word);
     static bool take_word(State &state, const Edge &edge);
     static bool take_argument(State &state, const Edge &edge, const std::string &word);
     static bool is_complete(const State &state);
