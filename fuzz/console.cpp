@@ -1,49 +1,74 @@
-// console.cpp: operator lines into the console of a card that has seen a frame of every class; more come between them.
+// console.cpp: lines of an operator, run by the console of a card that has seen a frame of every class. A line that
+// ends in a tab is completed.
 #include "console/console.h"
 
 #include <sstream>
 
 #include "anti_cpu/anti_cpu.h"
-#include "card_run.h"
+#include "anti_cpu/platform.h"
+#include "card.h"
 #include "clock/clock.h"
 #include "frames.h"
 
-namespace {
+using host::console::Console;
 
-void receive_all_classes() {
-    for (uint16_t protocol = 1; protocol <= ATC_PROTOCOL_COUNT; protocol++) {
-        const Frame frame = frame_of_class(protocol);
-        atc_api_receive_packet(frame.data(), frame.size(), 3, 100);
-    }
+// In the place of the card's, by the link: nothing is sent anywhere.
+extern "C" int __wrap_xftp_upload_base(const char *, const char *, const char *, const char *, const void *, uint32_t,
+                                       uint32_t, void *) {
+    return -1;
 }
 
-// Lines that read or write files, reach for the network or let time go on for ever are read, not run.
-constexpr std::string_view kNotRun[] = {"capture save", "upload password file", "upload now", "upload enable", "run"};
+namespace {
 
-bool may_run(const host::console::Console &console, const std::string &line) {
+// Lines that read or write files, or let time go on for as long as they say, are read and not run.
+bool may_run(const std::vector<std::string> &words) {
+    static const std::vector<std::string_view> not_run[] = {
+        {"run"}, {"capture", "save"}, {"upload", "password", "file"}};
+    return std::ranges::none_of(not_run, [&words](const auto &start) {
+        return words.size() >= start.size() &&
+               std::equal(start.begin(), start.end(), words.begin(), [](auto a, auto b) { return a.starts_with(b); });
+    });
+}
+
+void run_line(Console &console, const std::string &line) {
     std::vector<std::string> words;
-    if (!host::console::split_line(line, words) || words.empty()) {
-        return true;
+    if (host::console::split_line(line, words) && !may_run(words)) {
+        console.grammar().parse(words);
+    } else if (line.ends_with('\t')) {
+        console.grammar().completions(words, "");
+    } else {
+        console.run_line(line);
     }
-    console.grammar().completions({words.begin(), words.end() - 1}, words.back());
-    const host::console::Command *command = console.grammar().parse(words).command;
-    const std::string_view pattern = command != nullptr ? command->pattern : "";
-    return std::ranges::none_of(kNotRun, [&](std::string_view start) { return pattern.starts_with(start); });
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    host::CaptureSet captures;
-    CardRun run(captures);
-    host::CapturesFolder folder;
-    host::CaptureKeeper captured(run.replay(), folder);
-    host::console::Session session{run.replay(), captured, false, true};
-    host::console::Console console(session);
-    std::istringstream input(std::string(reinterpret_cast<const char *>(data), size));
-    for (std::string line; std::getline(input, line); run.replay().run_for(card::kNanosecondsPerSecond)) {
-        receive_all_classes();
-        may_run(console, line) ? console.run_line(line) : host::console::Status::kDone;
+    static host::CaptureSet no_captures;
+    static host::EventLog events(nullptr, nullptr, host::EventLog::Keep::kNothing);
+    static host::Replay replay(no_captures, events, {});
+    static host::CapturesFolder folder;
+    static host::CaptureKeeper captures(replay, folder);
+    static host::console::Session session{replay, captures, false, true};
+    static Console console(session);
+    static const std::vector<Frame> frames = [] {
+        replay.start();
+        std::vector<Frame> all;
+        for (uint16_t id = 1; id <= ATC_PROTOCOL_COUNT; id++) {
+            all.push_back(frame_of_class(id));
+        }
+        return all;
+    }();
+    use_simulated_time();
+    for (const Frame &frame : frames) {
+        atc_api_receive_packet(frame.data(), frame.size(), 3, 100);
     }
+    replay.run_for(card::kNanosecondsPerSecond);
+    std::istringstream lines(std::string(reinterpret_cast<const char *>(data), size));
+    for (std::string line; std::getline(lines, line);) {
+        run_line(console, line);
+    }
+    events.alarms().forget();
+    end_input();
     return 0;
 }

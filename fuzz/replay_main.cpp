@@ -1,19 +1,17 @@
 // replay_main.cpp: runs every file of a folder through a fuzz target, in the order of their names.
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <set>
-#include <vector>
 
 #include "support.h"
 
 int main(int argc, char **argv) {
     require(argc == 2, "name the folder of the inputs");
+    require(std::freopen("/dev/null", "w", stdout) != nullptr, "standard output cannot be thrown away");
     const std::filesystem::directory_iterator files(argv[1]);
     const std::set<std::filesystem::path> paths(begin(files), end(files));
     require(!paths.empty(), "there is no input");
-    LLVMFuzzerInitialize(&argc, &argv);
     for (const std::filesystem::path &path : paths) {
         // Before the run: the last name is that of the input that failed.
         std::fprintf(stderr, "%s\n", path.c_str());

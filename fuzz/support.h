@@ -1,22 +1,28 @@
 // support.h: what the fuzz targets share: reading values out of an input, and the complaint that ends it.
 //
 // Every target is one LLVMFuzzerTestOneInput. It is linked twice: with libFuzzer, which makes up inputs (run.sh), and
-// with replay_main, which runs the committed ones as a test. What goes to standard output is thrown away.
-// An input always does the same: whatever a target changes, it puts back.
+// with replay_main, which runs the committed ones as a test. An input always does the same: whatever a target changes,
+// it puts back.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <span>
 #include <vector>
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 // Ends the process, and so reports the input, unless 'holds'.
-void require(bool holds, const char *what);
+inline void require(bool holds, const char *what) {
+    if (!holds) {
+        std::fprintf(stderr, "fuzz: %s\n", what);
+        std::abort();
+    }
+}
 
 // The bytes of an input, from the front. Behind the end every value is 0.
 class Input {
@@ -24,13 +30,6 @@ public:
     Input(const uint8_t *data, size_t size) : rest_(data, size) {}
 
     bool empty() const { return rest_.empty(); }
-
-    // At most 'size' bytes.
-    std::span<const uint8_t> bytes(size_t size) {
-        const std::span<const uint8_t> taken = rest_.first(std::min(size, rest_.size()));
-        rest_ = rest_.subspan(taken.size());
-        return taken;
-    }
 
     template <typename value_t>
     value_t value() {
@@ -40,13 +39,19 @@ public:
         }
         return result;
     }
+    uint8_t u8() { return value<uint8_t>(); }
     // u16 length and so many bytes, in a block of just their size, so that a sanitizer sees a read behind it.
     std::vector<uint8_t> block() {
         const std::span<const uint8_t> taken = bytes(value<uint16_t>());
         return {taken.begin(), taken.end()};
     }
-    uint8_t u8() { return value<uint8_t>(); }
 
 private:
+    std::span<const uint8_t> bytes(size_t size) {
+        const std::span<const uint8_t> taken = rest_.first(std::min(size, rest_.size()));
+        rest_ = rest_.subspan(taken.size());
+        return taken;
+    }
+
     std::span<const uint8_t> rest_;
 };
