@@ -13,6 +13,9 @@ EventLog::~EventLog() {
 void EventLog::take(const card::LogMessage &message) {
     if (const auto alarm = read_alarm(message)) {
         alarms_.take(*alarm);
+        if (listener_) {
+            listener_(*alarm);
+        }
     }
     if (terminal_ != nullptr) {
         card::print_log_line(terminal_, message);

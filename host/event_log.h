@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,9 @@ public:
     const AlarmBook &alarms() const { return alarms_; }
     AlarmBook &alarms() { return alarms_; }
 
+    // Called with every alarm that is raised or taken back.
+    void set_alarm_listener(std::function<void(const AlarmEvent &)> listener) { listener_ = std::move(listener); }
+
     const std::vector<Event> &events() const { return events_; }
 
 private:
@@ -47,6 +51,7 @@ private:
     std::FILE *file_;
     Keep keep_;
     AlarmBook alarms_;
+    std::function<void(const AlarmEvent &)> listener_;
     std::vector<Event> events_;
 };
 

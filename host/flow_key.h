@@ -6,6 +6,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <functional>
 
 #include "addresses.h"
 
@@ -16,6 +17,12 @@ struct FlowKey {
     uint32_t vlan = 0;
     uint32_t protocol = 0;  // 0: its packets have no class (the module names it like the class of unknown packets)
     auto operator<=>(const FlowKey &) const = default;
+};
+
+struct FlowKeyHash {
+    size_t operator()(const FlowKey &flow) const {
+        return std::hash<uint64_t>()(uint64_t{flow.port} << 32 | flow.vlan << 16 | flow.protocol);
+    }
 };
 
 // A flow (source type 0), or one of its sources.

@@ -2,13 +2,9 @@
 
 #include <algorithm>
 
+#include "packet_flow.h"
+
 namespace host {
-
-namespace {
-
-constexpr uint32_t kUntrackedVlan = 4089;  // the module counts its packets for the VLAN, and for no flow
-
-}  // namespace
 
 std::vector<FlowVerdict> FlowVerdicts::rows() const {
     std::vector<FlowVerdict> rows;

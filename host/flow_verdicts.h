@@ -3,7 +3,8 @@
 // A packet that passes costs nothing here: how many there were is the module's count of the flow, less those dropped.
 // So only stopped and dropped packets are looked into. What a clear of the module's counts takes away is kept here;
 // packets that pass while the module is off are counted by nobody.
-// Used by: replay (packets), the console (clears), report (rows). Uses: module_tables. Thread: the driving one.
+// Used by: replay (packets), the console (clears), report (rows). Uses: module_tables, packet_flow. Thread: the driving
+// one.
 #pragma once
 
 #include <cstdint>
@@ -58,13 +59,8 @@ private:
         uint64_t stopped = 0;
         uint64_t dropped = 0;
     };
-    struct Hash {
-        size_t operator()(const FlowKey &flow) const {
-            return std::hash<uint64_t>()(uint64_t{flow.port} << 32 | flow.vlan << 16 | flow.protocol);
-        }
-    };
 
-    std::unordered_map<FlowKey, Denied, Hash> denied_;
+    std::unordered_map<FlowKey, Denied, FlowKeyHash> denied_;
     std::map<FlowKey, uint64_t> kept_;  // counts that clears took away
 };
 

@@ -60,6 +60,7 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
         });
     replay->add_flag("--interactive", options.interactive,
                      "Hand the terminal to the operator at every --until and at the end");
+    replay->add_flag("--all", options.all, "Print alarms as they come and every table, then the verdict");
     replay->add_flag("--quiet", options.quiet, "Print the summary only");
     replay->add_flag("--json", options.json, "Print one JSON object in place of messages and tables");
 }
@@ -79,6 +80,7 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
     CLI::App app("anti-cpu: protection of a line card's CPU");
     app.require_subcommand(1);
     ReplayOptions options;
+    options.command.assign(argv, argv + argc);
     std::string verb;
     add_replay(app, options);
     const CLI::App *reference = app.add_subcommand("reference", "Print the page on the operator's lines (Markdown)");

@@ -15,6 +15,7 @@ namespace host {
 constexpr uint64_t kBytesPerMegabyte = 1'000'000;
 
 struct ReplayOptions {
+    std::vector<std::string> command;  // the command line as it was given
     std::vector<std::string> files;
     std::vector<uint32_t> ports{1};  // of the files, one each; the last one also of all further files
     uint32_t vlan = 1;
@@ -33,6 +34,7 @@ struct ReplayOptions {
     std::string script_file;
     bool interactive = false;
     bool quiet = false;
+    bool all = false;
     bool json = false;
 };
 

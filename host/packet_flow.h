@@ -1,6 +1,6 @@
-// packet_flow.h: which flow the module counts a received packet in.
+// packet_flow.h: which flow the module counts a received packet in, and for which sender.
 //
-// By the module's own parser, whose objects are linked into the host. Used by: replay. Thread: any.
+// By the module's own parser, whose objects are linked into the host. Used by: replay, account, tune. Thread: any.
 #pragma once
 
 #include "capture_reader.h"
@@ -8,12 +8,21 @@
 
 namespace host {
 
+constexpr uint32_t kUntrackedVlan = 4089;  // the module counts its packets for the VLAN, and for no flow
+
+struct SeenPacket {
+    FlowKey flow;
+    Source address;  // that the module counts it for; type ATC_SRC_NONE: none
+    Source mac;      // the frame's source MAC; type ATC_SRC_NONE: the frame is too short to have one
+};
+
 class PacketFlow {
 public:
     // 'vlan' is that of frames without a tag, 'device' the address that the module knows as its own.
     PacketFlow(uint32_t vlan, const MacAddress &device) : vlan_(vlan), device_(device) {}
 
-    FlowKey of(const Packet &packet, uint32_t logical_port) const;
+    FlowKey of(const Packet &packet, uint32_t logical_port) const { return look(packet, logical_port).flow; }
+    SeenPacket look(const Packet &packet, uint32_t logical_port) const;
 
 private:
     uint32_t vlan_;

@@ -155,16 +155,21 @@ void Replay::deliver(const Packet &packet) {
         look_up(packet.port);
     }
     last_counts_->offered++;
+    Outcome outcome = Outcome::kPassed;
     if (chip_.denies(packet.data, packet.len, packet.port, settings_.vlan)) {
         last_counts_->stopped++;
         verdicts_.stopped(packet_flow_.of(packet, last_logical_));
+        outcome = Outcome::kStopped;
     } else {
-        judge(packet);
+        outcome = judge(packet);
+    }
+    if (account_ != nullptr) {
+        account_->count(packet, last_logical_, outcome);
     }
 }
 
 // A packet that made the module allocate something may be the first of its flow.
-void Replay::judge(const Packet &packet) {
+Outcome Replay::judge(const Packet &packet) {
     const int verdict = atc_api_receive_packet(packet.data, packet.len, last_logical_, settings_.vlan);
     if (const uint64_t blocks = card::blocks_made(); blocks != blocks_seen_) [[unlikely]] {
         blocks_seen_ = blocks;
@@ -173,9 +178,10 @@ void Replay::judge(const Packet &packet) {
     if (verdict != 0) {
         last_counts_->dropped++;
         verdicts_.dropped(packet_flow_.of(packet, last_logical_));
-    } else {
-        last_counts_->passed++;
+        return Outcome::kDropped;
     }
+    last_counts_->passed++;
+    return Outcome::kPassed;
 }
 
 void Replay::look_up(uint32_t port) {

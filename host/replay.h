@@ -22,6 +22,7 @@
 #include "flow_account.h"
 #include "flow_verdicts.h"
 #include "packet_flow.h"
+#include "traffic/account.h"
 
 namespace host {
 
@@ -86,6 +87,10 @@ public:
     FlowAccount &flows() const { return flows_; }
     AlarmBook &alarms() const { return events_.alarms(); }
 
+    MacAddress device_mac() const { return settings_.device_mac(); }
+
+    // Counts every received packet from now on; null, as at first: none.
+    void set_account(TrafficAccount *account) { account_ = account; }
     // Called now and then while time goes on (true), and when it has come to where it should (false).
     void set_progress(std::function<void(bool goes_on)> progress) { progress_ = std::move(progress); }
 
@@ -95,7 +100,7 @@ private:
     void show_progress(bool goes_on);
     void deliver(const Packet &packet);
     void look_up(uint32_t port);
-    void judge(const Packet &packet);
+    Outcome judge(const Packet &packet);
     void deliver_sent(const Packet &packet);
     bool is_own(const Packet &packet) const;
 
@@ -115,6 +120,7 @@ private:
     uint64_t sent_dropped_ = 0;
     std::map<uint32_t, PortCounts> ports_;
     PacketFlow packet_flow_;
+    TrafficAccount *account_ = nullptr;
     FlowVerdicts verdicts_;
     mutable FlowAccount flows_;              // walks put it in order
     uint64_t blocks_seen_ = 0;               // allocated by the module so far

@@ -165,16 +165,34 @@ void print_results(const ReplayOptions &options, const Summary &summary) {
         write_report(stdout, summary);
     } else if (options.quiet) {
         print_summary(stdout, summary);
-    } else {
+    } else if (options.all) {
         print_report(stdout, summary);
+    } else {
+        print_answer(stdout, summary);
     }
+}
+
+// The command line, without the secrets of operator's lines.
+std::vector<std::string> command_words(const ReplayOptions &options, const console::Console &console) {
+    std::vector<std::string> words = options.command;
+    for (std::string &word : words) {
+        for (const std::string &line : options.lines) {
+            if (word.ends_with(line)) {
+                word = word.substr(0, word.size() - line.size()) + console.grammar().without_secrets(line);
+            }
+        }
+    }
+    return words;
 }
 
 // Everything between the files that are read and those that are written.
 console::Status replay_captures(const ReplayOptions &options, CaptureSet &captures, CapturesFolder &folder,
                                 std::FILE *log_file) {
     const bool led_by_operator = options.interactive || !options.script_file.empty();
-    EventLog events(options.quiet || options.json ? nullptr : stdout, log_file,
+    // A flood of alarms would push the answer off the screen; who reads a pipe waits for them.
+    const bool from_pipe = std::ranges::count(options.files, kStandardInput) > 0;
+    const bool shows_alarms = (options.all || led_by_operator || from_pipe) && !options.quiet && !options.json;
+    EventLog events(shows_alarms ? stdout : nullptr, log_file,
                     options.json ? EventLog::Keep::kEvents : EventLog::Keep::kNothing);
     Replay replay(captures, events, {options.vlan, parse_mac(options.own_mac)});
     Progress progress(isatty(STDERR_FILENO) != 0 && !options.quiet, captures);
@@ -194,12 +212,24 @@ console::Status replay_captures(const ReplayOptions &options, CaptureSet &captur
         return status;
     }
     session.may_run = true;
+    const ModuleSettings settings = module_settings();
+    std::optional<TrafficAccount> account;
+    AlarmHistory alarms;
+    if (!options.quiet && !led_by_operator) {
+        account.emplace(options.vlan, replay.device_mac(), fast_limits(settings));
+        replay.set_account(&*account);
+        events.set_alarm_listener([&alarms](const AlarmEvent &event) { alarms.take(event); });
+    }
     status = run_packets(options, replay, console);
     const std::chrono::duration<double> real_time = real_now() - began;
 
     captured.write_all();
     if (!led_by_operator) {
-        print_results(options, {captures, replay, events, real_time.count()});
+        std::optional<Verdict> verdict;
+        if (account) {
+            verdict.emplace(replay, *account, alarms, settings, command_words(options, console));
+        }
+        print_results(options, {captures, replay, events, real_time.count(), verdict ? &*verdict : nullptr});
     }
     if (kept_signal() != 0) {
         std::fprintf(stderr, "anti-cpu: ended by signal %d at %s UTC\n", kept_signal(),

@@ -92,6 +92,24 @@ void print_report(std::FILE *out, const Summary &summary) {
     print_verdicts(out, summary.replay);
     print_title(out, "Summary");
     print_summary(out, summary);
+    if (summary.verdict != nullptr) {
+        print_title(out, "Verdict");
+        summary.verdict->print(out, Verdict::Floods::kAll);
+    }
+}
+
+void print_answer(std::FILE *out, const Summary &summary) {
+    summary.verdict->print(out, Verdict::Floods::kFirst);
+    const Replay &replay = summary.replay;
+    if (replay.sent() > 0) {
+        std::fprintf(out, "Packets sent: %" PRIu64 ", dropped in software %" PRIu64 ".\n", replay.sent(),
+                     replay.sent_dropped());
+    }
+    if (summary.captures.refused() + summary.captures.shortened() > 0) {
+        std::fprintf(out, "Packets that the reader refused: %" PRIu64 "; cut short when captured: %" PRIu64 ".\n",
+                     summary.captures.refused(), summary.captures.shortened());
+    }
+    std::fputs("\nEvery table and alarm: --all. The same as data: --json.\n", out);
 }
 
 void print_summary(std::FILE *out, const Summary &summary) {

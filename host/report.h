@@ -10,6 +10,7 @@
 
 #include "event_log.h"
 #include "replay.h"
+#include "verdict/verdict.h"
 
 namespace host {
 
@@ -17,13 +18,16 @@ struct Summary {
     const CaptureSet &captures;
     const Replay &replay;
     const EventLog &events;
-    double real_time_s;  // not part of what two replays print alike
+    double real_time_s;      // not part of what two replays print alike
+    const Verdict *verdict;  // null where the traffic was not counted
 
     double simulated_time_s() const;
     double packets_per_second() const;
 };
 
 void print_report(std::FILE *out, const Summary &summary);
+// What fits a screen: the verdict, and what the reader has to say.
+void print_answer(std::FILE *out, const Summary &summary);
 void print_summary(std::FILE *out, const Summary &summary);
 
 // The module's own texts, and behind them how many rows they had no room for.

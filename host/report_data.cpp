@@ -8,6 +8,7 @@
 #include "chip/chip.h"
 #include "module_text.h"
 #include "os/os.h"
+#include "verdict/flood_data.h"
 
 namespace host {
 
@@ -74,6 +75,14 @@ void write_report(std::FILE *out, const Summary &summary) {
     const AlarmListing alarms = list_alarms(replay.alarms());
     JsonWriter json(out);
     json.open_object();
+    if (summary.verdict != nullptr) {
+        json.add("verdict", summary.verdict->verdict_json());
+        json.open_array("floods");
+        for (const Flood &flood : summary.verdict->floods()) {
+            json.add(flood_json(flood));
+        }
+        json.close();
+    }
     json.add("summary", summary_json(summary));
     json.add("protocols_received", protocols_json(ATC_DIRECTION_RX));
     json.add("protocols_sent", protocols_json(ATC_DIRECTION_TX));

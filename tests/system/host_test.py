@@ -375,7 +375,7 @@ class HostTest(unittest.TestCase):
         for options in ((SAMPLES / "campus.pcap",), (wide, *captured), (wide, "--memory-budget", "5")):
             arguments = ("--fast-period", "10", *options)
             report, _ = self.report(*arguments)
-            sections = self.run_program("replay", *arguments).stdout.split("\n== ")
+            sections = self.run_program("replay", "--all", *arguments).stdout.split("\n== ")
             texts = {title: body for title, _, body in (section.partition(" ==\n") for section in sections)}
             flows, alarms = [], []
             columns = "{packets:<11}{speed_pps:<14}{peak_packets:<16}{peak_pps:<19}"
@@ -401,11 +401,30 @@ class HostTest(unittest.TestCase):
                 self.assertEqual(len(rows) > 10000, "more" in cut, (title, len(rows), cut))
         self.assertEqual([file.name for file in (self.work / "captures").iterdir()], ["atc-rx-16001-1-arp.cap"])
 
-    def test_two_replays_print_the_same(self):
+    def traffic(self, description):
         capture = self.work / "traffic.pcap"
-        description = TESTS / "scenarios" / "denied_source" / "traffic.txt"
         subprocess.run([sys.executable, TESTS / "traffic.py", description, capture], check=True)
-        arguments = ["replay", capture, "--fast-period", "10", "-x", "set hw-deny arp on", "-x", "set deny arp source on"]
+        return capture
+
+    def test_the_flood_is_what_was_sent(self):
+        sent = "0 100 2000 syn forged vlan 7\n0 100 100 syn 9 vlan 7\n0 100 1 bgp 2 vlan 7\n"
+        capture = self.traffic(self.file("sent.txt", sent.encode()))
+        report, _ = self.report(capture, "--fast-period", "10", "-x", "set hw-deny tcp-syn source on")
+        (flood,) = report["floods"]
+        (verdict,) = report["flow_verdicts"]
+        self.assertEqual((flood["packets"], flood["peak_second_packets"], flood["times"]), (210000, 2100, 1))
+        self.assertEqual((flood["packets"], flood["stopped_in_chip"], flood["passed"]),
+                         (verdict["offered"], verdict["stopped_in_chip"], verdict["passed"]))
+        loudest = flood["addresses"]["busiest"][0]
+        self.assertEqual((loudest["address"], loudest["packets"]), ("10.0.0.9", 10000))
+        self.assertEqual(loudest["stopped_in_chip"], flood["stopped_in_chip"])
+        self.assertFalse(flood["addresses"]["number_is_exact"])
+        self.assertAlmostEqual(flood["addresses"]["number"], 200000, delta=10000)
+        self.assertEqual(report["verdict"]["alarms_raised"], report["summary"]["alarms_raised"])
+
+    def test_two_replays_print_the_same(self):
+        capture = self.traffic(TESTS / "scenarios" / "denied_source" / "traffic.txt")
+        arguments = ["replay", capture, "--all", "--fast-period", "10", "-x", "set hw-deny arp on", "-x", "set deny arp source on"]
         runs = [self.run_program(*arguments).stdout.splitlines() for _ in range(2)]
         runs = [[line for line in run if not line.startswith("real time")] for run in runs]
         self.assertGreater(len(runs[0]), 20)

@@ -15,6 +15,7 @@ A scenario is a folder with
 import difflib
 import pathlib
 import re
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -38,7 +39,7 @@ def transcript(program, folder, work):
     command = [program, "replay", *captures_of(folder, work)]
     options = folder / "options.txt"
     if options.exists():
-        command += options.read_text(encoding="utf-8").split()
+        command += shlex.split(options.read_text(encoding="utf-8"))
     for kind in ("config", "script"):
         if (folder / f"{kind}.txt").exists():
             command += [f"--{kind}", folder / f"{kind}.txt"]
@@ -48,7 +49,7 @@ def transcript(program, folder, work):
     # What takes real time, and what the transfer library says of it.
     text = re.sub(r'(?m)^(real time |.*"(?:real|packets_per)_second.*: |.* 13 upload of .* failed: ).*$', r"\1(not compared)", text)
     text = text.replace("\r\n", "\n")  # traces
-    return text.replace(str(work) + "/", "").replace(str(folder) + "/", "").replace(str(SAMPLES) + "/", "")
+    return text.replace(str(program), "anti-cpu").replace(str(work) + "/", "").replace(str(folder) + "/", "").replace(str(SAMPLES) + "/", "")
 
 
 def main():
