@@ -89,4 +89,24 @@ std::optional<AlarmEvent> read_alarm(const card::LogMessage &message) {
     return event;
 }
 
+// "anti-cpu port 3 vlan 100 protocol arp src mac 02:00:00:00:00:07 diagnose buffer is overflow"
+std::optional<Subject> read_full_capture(const card::LogMessage &message) {
+    Pieces pieces(message.text);
+    Subject subject;
+    std::string_view protocol;
+    const bool is_full = pieces.word("anti-cpu port ") && pieces.number(subject.flow.port) && pieces.word(" vlan ") &&
+                         pieces.number(subject.flow.vlan) && pieces.word(" protocol ") && pieces.any_word(protocol) &&
+                         take_source(pieces, subject.source) && pieces.word(" diagnose buffer is overflow") &&
+                         pieces.is_at_end();
+    if (!is_full) {
+        return std::nullopt;
+    }
+    subject.flow.protocol = parse_protocol(protocol);
+    return subject;
+}
+
+bool tells_of_refused_memory(const card::LogMessage &message) {
+    return message.text.starts_with("card: memory budget of ");
+}
+
 }  // namespace host

@@ -1,6 +1,6 @@
-// alarm_event.h: what a line of the module's log says about an alarm, as data.
+// alarm_event.h: what a line of the log says about an alarm, or about captures and memory, as data.
 //
-// Owns the wording of the eight alarm messages, as the host reads it. Used by: event_log. Uses: the module's protocol
+// Owns the wording of these messages, as the host reads it. Used by: event_log, journal. Uses: the module's protocol
 // names, which take no lock. Thread: any.
 #pragma once
 
@@ -26,5 +26,11 @@ struct AlarmEvent {
 
 // Nothing for a message about something else.
 std::optional<AlarmEvent> read_alarm(const card::LogMessage &message);
+
+// Whose automatic capture has filled its buffer.
+std::optional<Subject> read_full_capture(const card::LogMessage &message);
+
+// The card's own line about allocations that the memory budget has forbidden.
+bool tells_of_refused_memory(const card::LogMessage &message);
 
 }  // namespace host

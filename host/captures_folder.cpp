@@ -63,6 +63,9 @@ bool CapturesFolder::write(const std::string &name, std::string_view content) {
     }
     held_ += content.size() - replaced;
     written_.insert(free_name);
+    if (told_) {
+        told_(path.string(), content.size());
+    }
     return true;
 }
 

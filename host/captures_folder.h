@@ -7,9 +7,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "problems.h"
 
@@ -22,6 +24,11 @@ public:
 
     bool is_open() const { return problems_ != nullptr; }
 
+    // Called with the path and the size of each file that has been written.
+    void set_written(std::function<void(const std::string &path, uint64_t bytes)> written) {
+        told_ = std::move(written);
+    }
+
     // Of each capture once. False when the file is not written; the reason is reported.
     bool write(const std::string &name, std::string_view content);
 
@@ -31,6 +38,7 @@ private:
     uint64_t held_ = 0;  // bytes in the folder
     Problems *problems_ = nullptr;
     std::set<std::string> written_;  // names of this run
+    std::function<void(const std::string &, uint64_t)> told_;
 };
 
 }  // namespace host

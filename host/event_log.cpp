@@ -1,5 +1,7 @@
 #include "event_log.h"
 
+#include "events/journal.h"
+
 namespace host {
 
 EventLog::EventLog(std::FILE *terminal, std::FILE *file, Keep keep) : terminal_(terminal), file_(file), keep_(keep) {
@@ -11,11 +13,15 @@ EventLog::~EventLog() {
 }
 
 void EventLog::take(const card::LogMessage &message) {
-    if (const auto alarm = read_alarm(message)) {
+    const auto alarm = read_alarm(message);
+    if (alarm) {
         alarms_.take(*alarm);
         if (listener_) {
             listener_(*alarm);
         }
+    }
+    if (journal_ != nullptr) {
+        journal_->note(message, alarm);
     }
     if (terminal_ != nullptr) {
         card::print_log_line(terminal_, message);

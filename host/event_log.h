@@ -17,6 +17,8 @@
 
 namespace host {
 
+class Journal;
+
 struct Event {
     int64_t realtime_ns;
     uint32_t level;
@@ -41,6 +43,8 @@ public:
 
     // Called with every alarm that is raised or taken back.
     void set_alarm_listener(std::function<void(const AlarmEvent &)> listener) { listener_ = std::move(listener); }
+    // Gets every message, besides; null ends that.
+    void set_journal(Journal *journal) { journal_ = journal; }
 
     const std::vector<Event> &events() const { return events_; }
 
@@ -52,6 +56,7 @@ private:
     Keep keep_;
     AlarmBook alarms_;
     std::function<void(const AlarmEvent &)> listener_;
+    Journal *journal_ = nullptr;
     std::vector<Event> events_;
 };
 

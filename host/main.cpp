@@ -44,6 +44,13 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
     replay->add_option("--captures", options.captures_folder, "Folder that what the module records is written into");
     replay->add_option("--captures-quota", options.captures_quota_mb, "Megabytes that the folder may hold [100]");
     replay->add_option("--log", options.log_file, "File that every message is written to");
+    replay->add_option(
+        "--events", options.events_file,
+        "File that events (alarms, rules, captures) are written to as they happen, one JSON object a line; "
+        "\"-\" = standard output, and nothing else there");
+    replay->add_option("--syslog", options.syslog,
+                       "Where the same goes as syslog messages (RFC 5424): a socket's path such as /dev/log, or a "
+                       "server (10.0.0.1:514)");
     replay->add_option("--config", options.config_file, "File of operator's lines, run before the first packet");
     replay->add_option("-x,--line", options.lines, "One such line, in quotes; may be given again")
         ->allow_extra_args(false);

@@ -24,6 +24,8 @@ struct ReplayOptions {
     std::optional<uint32_t> long_period_s;
     std::optional<uint32_t> drain_s;  // not set: to the end of the running fast period
     std::string log_file;
+    std::string events_file;  // "-" = standard output, and nothing else there
+    std::string syslog;       // path or server
     std::string config_file;
     std::vector<std::string> lines;  // operator lines, after those of the file
     std::string captures_folder;

@@ -23,6 +23,11 @@ public:
 
     FlowKey of(const Packet &packet, uint32_t logical_port) const { return look(packet, logical_port).flow; }
     SeenPacket look(const Packet &packet, uint32_t logical_port) const;
+    // With the sender by which the module tells sources apart; the device's own packets have none.
+    Subject subject_of(const Packet &packet, uint32_t logical_port) const {
+        const SeenPacket seen = look(packet, logical_port);
+        return {seen.flow, seen.address};
+    }
 
 private:
     uint32_t vlan_;

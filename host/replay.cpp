@@ -24,9 +24,13 @@ Replay::Replay(CaptureSet &captures, EventLog &events, const ReplaySettings &set
       clock_(card::Clock::instance()),
       chip_(card::Chip::instance()),
       settings_(settings),
-      packet_flow_(settings.vlan, settings.device_mac()) {}
+      packet_flow_(settings.vlan, settings.device_mac()),
+      journal_(events.alarms()) {
+    events_.set_journal(&journal_);
+}
 
 Replay::~Replay() {
+    events_.set_journal(nullptr);
     clock_.set_driver_sleep(nullptr);
 }
 
@@ -44,6 +48,7 @@ void Replay::start() {
 void Replay::run_until(int64_t realtime_ns) {
     feed(realtime_ns, false);
     pass_silence(realtime_ns, [] { return kept_signal() != 0; });
+    settle_news();
     show_progress(false);
 }
 
@@ -76,6 +81,7 @@ int64_t Replay::fast_period_rest_ns() const {
 void Replay::fast_period_set(uint32_t seconds) {
     period_s_ = seconds;
     period_start_ns_ = now_ns();
+    journal_.set_period(AlarmEvent::Period::kFast, seconds);
 }
 
 bool Replay::trunk_change(uint32_t trunk, uint32_t member, bool joins) {
@@ -85,7 +91,9 @@ bool Replay::trunk_change(uint32_t trunk, uint32_t member, bool joins) {
         trunk_of_.erase(found);
     }
     last_counts_ = nullptr;
-    return card::trunk_change(trunk, member, joins);
+    const bool is_told = card::trunk_change(trunk, member, joins);
+    journal_.settle(nullptr);
+    return is_told;
 }
 
 int64_t Replay::now_ns() const {
@@ -113,6 +121,7 @@ void Replay::feed(int64_t end_ns, bool stop_at_alarm) {
         } else {
             clock_.run_until(next_.time_ns);
         }
+        settle_news();
         if (is_over()) {
             return;
         }
@@ -156,9 +165,12 @@ void Replay::deliver(const Packet &packet) {
     }
     last_counts_->offered++;
     Outcome outcome = Outcome::kPassed;
-    if (chip_.denies(packet.data, packet.len, packet.port, settings_.vlan)) {
+    const uint32_t rule = chip_.denied_by(packet.data, packet.len, packet.port, settings_.vlan);
+    if (rule != 0) {
+        const Subject subject = packet_flow_.subject_of(packet, last_logical_);
         last_counts_->stopped++;
-        verdicts_.stopped(packet_flow_.of(packet, last_logical_));
+        verdicts_.stopped(subject.flow);
+        journal_.rules().stopped(rule, subject);
         outcome = Outcome::kStopped;
     } else {
         outcome = judge(packet);
@@ -174,6 +186,10 @@ Outcome Replay::judge(const Packet &packet) {
     if (const uint64_t blocks = card::blocks_made(); blocks != blocks_seen_) [[unlikely]] {
         blocks_seen_ = blocks;
         flows_.note(packet_flow_.of(packet, last_logical_));
+    }
+    if (journal_.has_news()) [[unlikely]] {
+        const Subject subject = packet_flow_.subject_of(packet, last_logical_);
+        journal_.settle(&subject);
     }
     if (verdict != 0) {
         last_counts_->dropped++;

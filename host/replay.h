@@ -19,6 +19,7 @@
 #include "chip/chip.h"
 #include "clock/clock.h"
 #include "event_log.h"
+#include "events/journal.h"
 #include "flow_account.h"
 #include "flow_verdicts.h"
 #include "packet_flow.h"
@@ -79,6 +80,10 @@ public:
     uint64_t packets() const { return packets_; }
     uint64_t sent() const { return sent_; }
     uint64_t sent_dropped() const { return sent_dropped_; }
+    Journal &journal() { return journal_; }
+    const Journal &journal() const { return journal_; }
+    // Tells what an operator has brought about.
+    void settle() { journal_.settle(nullptr); }
     const std::map<uint32_t, PortCounts> &ports() const { return ports_; }
     PortCounts received() const;
     const FlowVerdicts &flow_verdicts() const { return verdicts_; }
@@ -101,6 +106,11 @@ private:
     void deliver(const Packet &packet);
     void look_up(uint32_t port);
     Outcome judge(const Packet &packet);
+    void settle_news() {
+        if (journal_.has_news()) [[unlikely]] {
+            journal_.settle(nullptr);
+        }
+    }
     void deliver_sent(const Packet &packet);
     bool is_own(const Packet &packet) const;
 
@@ -121,6 +131,7 @@ private:
     std::map<uint32_t, PortCounts> ports_;
     PacketFlow packet_flow_;
     TrafficAccount *account_ = nullptr;
+    Journal journal_;
     FlowVerdicts verdicts_;
     mutable FlowAccount flows_;              // walks put it in order
     uint64_t blocks_seen_ = 0;               // allocated by the module so far

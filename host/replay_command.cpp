@@ -15,6 +15,8 @@
 #include "clock/clock.h"
 #include "console/console.h"
 #include "event_log.h"
+#include "events/event_file.h"
+#include "events/syslog.h"
 #include "os/os.h"
 #include "problems.h"
 #include "process.h"
@@ -26,6 +28,8 @@
 namespace host {
 
 namespace {
+
+constexpr const char *kStandardOutput = "-";
 
 struct FileCloser {
     void operator()(std::FILE *file) const { std::fclose(file); }
@@ -160,6 +164,46 @@ console::Status run_packets(const ReplayOptions &options, Replay &replay, consol
     return options.interactive ? console.run_terminal() : console::Status::kDone;
 }
 
+// Where events go as data, beside the report.
+class EventOutputs {
+public:
+    // False when one of them cannot be opened; the reason has been reported.
+    bool open(const ReplayOptions &options, Problems &problems) {
+        std::string error;
+        if (!options.events_file.empty() && !file_.emplace().open(options.events_file, error)) {
+            problems.report(options.events_file, "write", "cannot be written: " + error);
+            return false;
+        }
+        if (!options.syslog.empty() && !syslog_.emplace().open(options.syslog, error)) {
+            problems.report(options.syslog, "write", "takes no syslog messages: " + error);
+            return false;
+        }
+        return true;
+    }
+
+    void follow(Journal &journal) {
+        if (file_) {
+            file_->follow(journal);
+        }
+        if (syslog_) {
+            syslog_->follow(journal);
+        }
+    }
+
+    void close(Problems &problems, const ReplayOptions &options) const {
+        if (file_ && !file_->is_whole()) {
+            problems.report(options.events_file, "events", "not all events could be written");
+        }
+        if (syslog_ && syslog_->lost() > 0) {
+            problems.report(options.syslog, "syslog", std::to_string(syslog_->lost()) + " messages were not taken");
+        }
+    }
+
+private:
+    std::optional<EventFile> file_;
+    std::optional<Syslog> syslog_;
+};
+
 void print_results(const ReplayOptions &options, const Summary &summary) {
     if (options.json) {
         write_report(stdout, summary);
@@ -187,16 +231,21 @@ std::vector<std::string> command_words(const ReplayOptions &options, const conso
 
 // Everything between the files that are read and those that are written.
 console::Status replay_captures(const ReplayOptions &options, CaptureSet &captures, CapturesFolder &folder,
-                                std::FILE *log_file) {
+                                std::FILE *log_file, EventOutputs &outputs) {
     const bool led_by_operator = options.interactive || !options.script_file.empty();
+    const bool prints_events = options.events_file == kStandardOutput;
     // A flood of alarms would push the answer off the screen; who reads a pipe waits for them.
     const bool from_pipe = std::ranges::count(options.files, kStandardInput) > 0;
-    const bool shows_alarms = (options.all || led_by_operator || from_pipe) && !options.quiet && !options.json;
+    const bool shows_alarms =
+        (options.all || led_by_operator || from_pipe) && !options.quiet && !options.json && !prints_events;
     EventLog events(shows_alarms ? stdout : nullptr, log_file,
                     options.json ? EventLog::Keep::kEvents : EventLog::Keep::kNothing);
     Replay replay(captures, events, {options.vlan, parse_mac(options.own_mac)});
     Progress progress(isatty(STDERR_FILENO) != 0 && !options.quiet, captures);
     replay.set_progress([&](bool goes_on) { goes_on ? progress.show(replay) : progress.clear(); });
+    outputs.follow(replay.journal());
+    folder.set_written(
+        [&replay](const std::string &path, uint64_t bytes) { replay.journal().note_written(path, bytes); });
 
     const auto began = real_now();
     replay.start();
@@ -224,7 +273,8 @@ console::Status replay_captures(const ReplayOptions &options, CaptureSet &captur
     const std::chrono::duration<double> real_time = real_now() - began;
 
     captured.write_all();
-    if (!led_by_operator) {
+    replay.settle();
+    if (!led_by_operator && !prints_events) {
         std::optional<Verdict> verdict;
         if (account) {
             verdict.emplace(replay, *account, alarms, settings, command_words(options, console));
@@ -268,7 +318,12 @@ int replay_command(const ReplayOptions &options) {
             return kExitRefused;
         }
     }
-    const console::Status status = replay_captures(options, captures, folder, log_file.get());
+    EventOutputs outputs;
+    if (!outputs.open(options, problems)) {
+        return kExitRefused;
+    }
+    const console::Status status = replay_captures(options, captures, folder, log_file.get(), outputs);
+    outputs.close(problems, options);
     problems.check_written(stdout, "standard output");
     if (log_file) {
         problems.check_written(log_file.get(), options.log_file);

@@ -34,8 +34,13 @@ Status set_fast_period(Session &session, const Arguments &arguments) {
     return Status::kDone;
 }
 
-Status set_long_period(Session &, const Arguments &arguments) {
-    return done_if_zero(atc_api_set_long_period_time(arguments.number("seconds")), kRefused);
+Status set_long_period(Session &session, const Arguments &arguments) {
+    const uint32_t seconds = arguments.number("seconds");
+    if (atc_api_set_long_period_time(seconds) != 0) {
+        return failed(kRefused);
+    }
+    session.replay.journal().set_period(AlarmEvent::Period::kLong, seconds);
+    return Status::kDone;
 }
 
 Status set_limit(Session &, const Arguments &arguments) {

@@ -170,7 +170,9 @@ Status Console::run(const std::string &line, std::string &error) {
     }
     const card::BudgetScope no_budget_for_the_operator(false);
     session_.captures.look();
-    return parsed.command->handler(session_, parsed.arguments);
+    const Status status = parsed.command->handler(session_, parsed.arguments);
+    session_.replay.settle();
+    return status;
 }
 
 template <typename RunLine>

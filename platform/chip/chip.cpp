@@ -52,6 +52,9 @@ struct Rule {
     Rule(uint32_t entry, uint32_t stat, Description what)
         : entry_id(entry), stat_id(stat), description(std::move(what)) {}
     bool denies() const { return description.action == Action::kDeny; }
+    ChipRule seen() const {
+        return {entry_id, stat_id, denies(), packets.load(std::memory_order_relaxed), description.text};
+    }
 };
 
 }  // namespace
@@ -71,6 +74,19 @@ struct Chip::State {
     }
 };
 
+const char *refusal_text(int code) {
+    switch (code) {
+        case kDuplicate:
+            return "installed already";
+        case kUnknown:
+            return "not installed";
+        case kFull:
+            return "full";
+        default:
+            return "malformed";
+    }
+}
+
 Chip &Chip::instance() {
     static Chip chip;
     return chip;
@@ -81,7 +97,17 @@ void Chip::set_capacity(size_t rules) {
     state_->capacity = rules;
 }
 
-bool Chip::matches_deny(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan) {
+void Chip::set_observer(std::function<void(const ChipChange &)> observer) {
+    observer_ = std::move(observer);
+}
+
+void Chip::tell(const ChipChange &change) const noexcept {
+    if (observer_) {
+        observer_(change);
+    }
+}
+
+uint32_t Chip::match_deny(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan) {
     const KeyBits key = frame_key(frame, len, vlan);
     const std::shared_lock lock(state_->mutex);
     bool is_counted = false;
@@ -92,12 +118,12 @@ bool Chip::matches_deny(const uint8_t *frame, uint32_t len, uint32_t port, uint3
         if (rule->description.pattern.matches(key) && rule->description.covers_port(port)) {
             rule->packets.fetch_add(1, std::memory_order_relaxed);
             if (rule->denies()) {
-                return true;
+                return rule->entry_id;
             }
             is_counted = true;
         }
     }
-    return false;
+    return 0;
 }
 
 std::vector<ChipRule> Chip::rules() const {
@@ -105,8 +131,7 @@ std::vector<ChipRule> Chip::rules() const {
     std::vector<ChipRule> result;
     result.reserve(state_->rules.size());
     for (const std::unique_ptr<Rule> &rule : state_->rules) {
-        result.push_back({rule->entry_id, rule->stat_id, rule->denies(), rule->packets.load(std::memory_order_relaxed),
-                          rule->description.text});
+        result.push_back(rule->seen());
     }
     return result;
 }
@@ -121,6 +146,18 @@ void Chip::reset() {
 }
 
 int Chip::install(Description description) {
+    ChipChange change{
+        ChipChange::Kind::kInstalled, {0, 0, description.action == Action::kDeny, 0, description.text}, nullptr};
+    const int result = add(std::move(description), &change.rule);
+    if (result != 0) {
+        change.kind = ChipChange::Kind::kRefused;
+        change.reason = refusal_text(result);
+    }
+    tell(change);
+    return result;
+}
+
+int Chip::add(Description description, ChipRule *seen) {
     const std::unique_lock lock(state_->mutex);
     if (state_->place_of(description) != state_->rules.end()) {
         return kDuplicate;
@@ -133,17 +170,23 @@ int Chip::install(Description description) {
     ++state_->next_entry_id;
     ++state_->next_stat_id;
     rule_count_.store(state_->rules.size(), std::memory_order_release);
+    *seen = state_->rules.back()->seen();
     return 0;
 }
 
 int Chip::remove(const Description &description) {
-    const std::unique_lock lock(state_->mutex);
-    const State::Place place = state_->place_of(description);
-    if (place == state_->rules.end()) {
-        return kUnknown;
+    ChipChange change{ChipChange::Kind::kRemoved, {}, nullptr};
+    {
+        const std::unique_lock lock(state_->mutex);
+        const State::Place place = state_->place_of(description);
+        if (place == state_->rules.end()) {
+            return kUnknown;
+        }
+        change.rule = (*place)->seen();
+        state_->rules.erase(place);
+        rule_count_.store(state_->rules.size(), std::memory_order_release);
     }
-    state_->rules.erase(place);
-    rule_count_.store(state_->rules.size(), std::memory_order_release);
+    tell(change);
     return 0;
 }
 

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -37,6 +38,21 @@ struct ChipRule {
     std::string description;  // "deny ports 3 vlan 100 eth-type 0x0806", "count(101) ports 3,4 src-ip 10.0.0.0/8"
 };
 
+// What became of a rule.
+struct ChipChange {
+    enum class Kind {
+        kInstalled,
+        kRefused,
+        kRemoved
+    };
+    Kind kind;
+    ChipRule rule;       // a refused one has the entry id 0
+    const char *reason;  // of a refusal; text that lives for ever
+};
+
+// "full"
+const char *refusal_text(int code);
+
 class Chip {
 public:
     static constexpr size_t kDefaultCapacity = 1024;  // rules
@@ -47,12 +63,19 @@ public:
     // How many rules fit from now on; more that are there already stay. 0 refuses every installation.
     void set_capacity(size_t rules);
 
-    // True when a deny rule matches the frame of 'len' bytes, which came in on 'port' and was put into 'vlan' there
-    // (its own outermost tag goes first). Counts it at the first deny rule and at the first counting rule that match,
-    // in order of entry id. Without rules: one load. 'frame' may be null with 'len' 0.
-    bool denies(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan) {
-        return rule_count_.load(std::memory_order_acquire) != 0 && matches_deny(frame, len, port, vlan);
+    // Entry id of the deny rule that stops the frame of 'len' bytes, which came in on 'port' and was put into 'vlan'
+    // there (its own outermost tag goes first); 0 when none does. Counts it at the first deny rule and at the first
+    // counting rule that match, in order of entry id. Without rules: one load. 'frame' may be null with 'len' 0.
+    uint32_t denied_by(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan) {
+        return rule_count_.load(std::memory_order_acquire) != 0 ? match_deny(frame, len, port, vlan) : 0;
     }
+    bool denies(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan) {
+        return denied_by(frame, len, port, vlan) != 0;
+    }
+
+    // Tells of every installation, removal and refused installation behind it, in the thread that asked for it (the
+    // module's, with its mutex held); the chip may be asked meanwhile. An empty function ends that. Before packets.
+    void set_observer(std::function<void(const ChipChange &)> observer);
 
     // Every rule, in order of entry id.
     std::vector<ChipRule> rules() const;
@@ -72,11 +95,14 @@ public:
     Chip &operator=(const Chip &) = delete;
 
 private:
-    bool matches_deny(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan);
+    uint32_t match_deny(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan);
+    int add(Description description, ChipRule *seen);
+    void tell(const ChipChange &change) const noexcept;
 
     struct State;
     std::unique_ptr<State> state_;
     std::atomic<size_t> rule_count_{0};  // follows state_->rules
+    std::function<void(const ChipChange &)> observer_;
 };
 
 }  // namespace card

@@ -22,19 +22,6 @@ int refuse(const char *operation, int code, const char *reason) {
     return code;
 }
 
-const char *reason_of(int code) {
-    switch (code) {
-        case card::kDuplicate:
-            return "installed already";
-        case card::kUnknown:
-            return "not installed";
-        case card::kFull:
-            return "full";
-        default:
-            return "malformed";
-    }
-}
-
 // Reads the buffers and, when they are sound, runs act(description). No exception leaves towards the C caller: without
 // memory the rule is refused like one that does not fit.
 template <typename act_t>
@@ -46,7 +33,7 @@ int with_description(const char *operation, Kind kind, card::Buffer match, card:
             return refuse(operation, card::kMalformed, fault);
         }
         const int result = act(description);
-        return result == 0 ? 0 : refuse(operation, result, reason_of(result));
+        return result == 0 ? 0 : refuse(operation, result, card::refusal_text(result));
     } catch (const std::exception &) {
         return refuse(operation, card::kFull, "no memory");
     }
@@ -92,7 +79,7 @@ int hw_driver_get_stat_by_stat_id(uint32_t stat_id, atc_stat_hw_t *stat) {
     }
     uint64_t packets;
     if (const int result = Chip::instance().count(stat_id, &packets); result != 0) {
-        return refuse("statistics", result, reason_of(result));
+        return refuse("statistics", result, card::refusal_text(result));
     }
     *stat = {0, packets};
     return 0;

@@ -1,7 +1,7 @@
 // server_address.h: the server text of an upload, checked and brought into the form that a URL takes.
 //
-// Inside transfer/ only. The text comes from an operator or from the module; whatever else it contains must not become
-// part of a URL.
+// Used by: transfer, and the host for other servers. The text comes from an operator or from the module; whatever else
+// it contains must not become part of a URL.
 #pragma once
 
 #include <optional>

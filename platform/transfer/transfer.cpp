@@ -50,6 +50,7 @@ struct Upload {
 struct Options {
     std::mutex mutex;
     TransferOptions values;
+    std::function<void(const card::TransferResult &)> observer;
 };
 
 // One transfer of libcurl's.
@@ -90,6 +91,10 @@ void card::set_transfer_options(const TransferOptions &options) {
     current.values = options;
 }
 
+void card::set_transfer_observer(std::function<void(const TransferResult &)> observer) {
+    the_options().observer = std::move(observer);
+}
+
 int xftp_upload_base(const char *server, const char *user, const char *passwd, const char *file_name, const void *data,
                      uint32_t length, uint32_t ftp_type, void *) {
     const auto text = [](const char *given) { return given == nullptr ? "" : given; };
@@ -99,6 +104,9 @@ int xftp_upload_base(const char *server, const char *user, const char *passwd, c
     {
         const card::RealTimeScope system_time;
         failure = upload(&request);
+    }
+    if (const auto &observer = the_options().observer) {
+        observer({request.server, request.file_name, request.length, failure.empty()});
     }
     if (failure.empty()) {
         return 0;

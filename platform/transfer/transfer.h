@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -29,5 +30,17 @@ std::string printable(std::string text);
 
 // For the transfers that start from now on. Any thread.
 void set_transfer_options(const TransferOptions &options);
+
+// How a transfer ended.
+struct TransferResult {
+    std::string server;
+    std::string file;
+    uint64_t bytes;
+    bool arrived;
+};
+
+// Called behind each transfer, in the thread that asked for it, with no lock of the card's held. An empty function ends
+// that. While no transfer runs.
+void set_transfer_observer(std::function<void(const TransferResult &)> observer);
 
 }  // namespace card

@@ -9,9 +9,11 @@ import lzma
 import os
 import pathlib
 import pty
+import re
 import resource
 import shutil
 import signal
+import socket
 import stat
 import struct
 import subprocess
@@ -159,6 +161,21 @@ class HostTest(unittest.TestCase):
             watchdog.cancel()
             program.communicate()
 
+    def test_syslog(self):
+        capture = self.file("flood.pcap", pcap([(i / 200, arp(7)) for i in range(200 * 15)]))
+        for target, family in (str(self.work / "log"), socket.AF_UNIX), ("127.0.0.1", socket.AF_INET):
+            with self.subTest(target), socket.socket(family, socket.SOCK_DGRAM) as log:
+                log.bind(target if family == socket.AF_UNIX else (target, 0))
+                log.setblocking(False)
+                if family == socket.AF_INET:
+                    target += ":%d" % log.getsockname()[1]
+                result = self.run_program("replay", capture, "--fast-period", "10", "--syslog", target)
+                self.assertEqual(result.returncode, 0, result.stderr)
+                # RFC 5424, 6: header, one element of structured data, no text.
+                form = r'<2[89]>1 2021-09-02T03:46:[\d.]+Z \S+ anti-cpu \d+ (\S+) \[anti-cpu@32473( [a-z_]+="[^"\\\]]*")+\]'
+                found = [re.fullmatch(form, log.recv(2048).decode()).group(1) for _ in range(3)]
+                self.assertEqual(found, ["alarm-raised", "alarm-raised", "alarm-cleared"])
+
     def test_usage(self):
         capture = self.file("capture", pcap([(0, arp(1))]))
         settings = self.file("settings", b"set limit arp fast 50\nset limits arp fast 5\n")
@@ -170,6 +187,8 @@ class HostTest(unittest.TestCase):
             (("replay",), 2, "FILE"),
             (("replay", missing), 1, "cannot be opened"),
             (("replay", capture, "--vlan", "4096"), 2, "4096"),
+            (("replay", capture, "--events", str(self.work)), 1, "cannot be written"),
+            (("replay", capture, "--syslog", missing), 1, "takes no syslog messages"),
             (("replay", "-", "--interactive"), 2, "not the operator's terminal"),
             (("replay", capture, "--own-mac", "02:00"), 2, "no MAC address"),
             (("replay", capture, "--fast-period", "0"), 2, "0 not in range"),

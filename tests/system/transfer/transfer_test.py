@@ -224,9 +224,9 @@ upload enable on
         flood.write_text(self.FLOOD, encoding="utf-8")
         settings.write_text(self.SETTINGS, encoding="utf-8")
         run(sys.executable, pathlib.Path(__file__).resolve().parent.parent / "traffic.py", flood, capture)
-        options = ["--port", "3", "--fast-period", "10", "--config", settings, "--captures", written]
+        options = ["--port", "3", "--fast-period", "10", "--config", settings, "--captures", written, "--events", "-"]
         output = run(PROGRAM, "replay", capture, *options, cwd=self.work, stderr=subprocess.STDOUT)
-        self.assertNotIn("Failed to upload", output)
+        self.assertEqual([output.count(f'"event":"capture-{what}"') for what in ("written", "uploaded")], [2, 2], output)
         names = ["atc-rx-3-100-tcp-syn-(10.0.0.9).cap", "atc-rx-3-100-tcp-syn.cap"]
         self.assertEqual(sorted(path.name for path in self.folder.iterdir()), names, output)
         for name in names:
