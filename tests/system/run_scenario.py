@@ -54,6 +54,7 @@ def transcript(program, folder, work):
     # What takes real time, and what the transfer library says of it.
     text = re.sub(r'(?m)^(real time |.*"(?:real|packets_per)_second.*: |.* 13 upload of .* failed: ).*$', r"\1(not compared)", text)
     text = text.replace("\r\n", "\n")  # traces
+    text = text.replace(f" --events {work}/events", "")  # what the verdict proposes is the command line as it was given
     return text.replace(str(program), "anti-cpu").replace(str(work) + "/", "").replace(str(folder) + "/", "").replace(str(SAMPLES) + "/", "")
 
 
