@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <span>
 #include <tuple>
 
 #include "atc/state/records.h"
@@ -23,42 +24,37 @@ void expect(bool holds, const char *what) {
     EXPECT_TRUE(holds) << "platform: " << what;
 }
 
-// The driver's buffers, word by word in the processor's order.
-class Words {
-public:
-    Words(const void *data, uint32_t size) : bytes_(size) { std::memcpy(bytes_.data(), data, size); }
-
-    bool empty() const { return at_ >= bytes_.size(); }
-    // Zeros behind the end; the text then says so.
-    Bytes bytes(size_t size) {
-        is_whole_ = is_whole_ && at_ + size <= bytes_.size();
-        bytes_.resize(std::max(bytes_.size(), at_ + size));
-        at_ += size;
-        return Bytes(bytes_.begin() + static_cast<ptrdiff_t>(at_ - size), bytes_.begin() + static_cast<ptrdiff_t>(at_));
-    }
+// A driver's buffer, number by number in the processor's order; zeros behind its end.
+struct Words {
+    Words(const void *data, uint32_t size)
+        : bytes(static_cast<const uint8_t *>(data), static_cast<const uint8_t *>(data) + size) {}
     template <typename number_t = uint16_t>
     number_t number() {
-        number_t value;
-        std::memcpy(&value, bytes(sizeof(value)).data(), sizeof(value));
+        number_t value = 0;
+        if (at + sizeof(value) <= bytes.size()) {
+            std::memcpy(&value, &bytes[at], sizeof(value));
+        }
+        at += sizeof(value);
         return value;
     }
-    void expect_end() const { expect(empty() && is_whole_, "a list is not as long as it says"); }
-
-private:
-    Bytes bytes_;
-    size_t at_ = 0;
-    bool is_whole_ = true;
+    Bytes take(size_t size) {
+        Bytes taken(size);
+        std::ranges::generate(taken, [this] { return number<uint8_t>(); });
+        return taken;
+    }
+    Bytes bytes;
+    size_t at = 0;
 };
 
 bool is_zero(const Bytes &bytes, size_t from) {
-    return std::all_of(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.end(),
-                       [](uint8_t byte) { return byte == 0; });
+    return std::ranges::all_of(std::span(bytes).subspan(std::min(from, bytes.size())),
+                               [](uint8_t byte) { return byte == 0; });
 }
 
 std::string item_text(Words *match) {
     const uint16_t code = match->number(), flag = match->number();
     const uint16_t size = match->number(), mask_size = match->number();
-    const Bytes value = match->bytes(32), mask = match->bytes(32), tail = match->bytes(16);
+    const Bytes value = match->take(32), mask = match->take(32), tail = match->take(16);
     std::string text = std::to_string(code) + "=";
     if (code <= 3) {
         for (uint16_t i = 0; i < std::min<uint16_t>(size, 32); ++i) {
@@ -80,8 +76,9 @@ std::string item_text(Words *match) {
     return text + (bits == 256 ? " " : "/" + std::to_string(bits) + " ");
 }
 
-// 'kind': of the port list, 1 to install or look up, 0 to delete.
-std::string rule_text(uint16_t kind, Words match, Words op, Words port) {
+// 'kind': of the port list, 1 to install or look up, 0 to delete. 'unused': what must be 0 in a driver's call.
+std::string rule_text(uint16_t kind, uint32_t unused, Words match, Words op, Words port) {
+    expect(unused == 0, "a chip call with more arguments");
     std::string text;
     for (uint16_t items = match.number(); items > 0; --items) {
         text += item_text(&match);
@@ -92,7 +89,7 @@ std::string rule_text(uint16_t kind, Words match, Words op, Words port) {
         for (uint16_t values = op.number(); values > 0; --values) {
             expect(op.number() == 4, "an operation's value of another length");
             text += ":" + std::to_string(op.number<uint32_t>());
-            op.bytes(12);
+            op.take(12);
         }
     }
     text += " |";
@@ -100,15 +97,23 @@ std::string rule_text(uint16_t kind, Words match, Words op, Words port) {
     for (uint16_t ports = port.number(); ports > 0; --ports) {
         text += " " + std::to_string(port.number());
     }
-    match.expect_end();
-    op.expect_end();
-    port.expect_end();
+    expect(match.at == match.bytes.size() && op.at == op.bytes.size() && port.at == port.bytes.size(),
+           "a list is not as long as it says");
     return text;
 }
 
 template <typename rules_t>
 auto with_stat_id(rules_t &rules, uint32_t stat_id) {
     return std::ranges::find(rules, stat_id, [](const auto &rule) { return rule.second.stat_id; });
+}
+
+int look_up(Call kind, const std::string &text, uint32_t ChipRule::*member, uint32_t *id) {
+    const auto rule = fake().rules.find(text);
+    if (fake().enter(kind) || rule == fake().rules.end()) {
+        return -1;
+    }
+    *id = rule->second.*member;
+    return 0;
 }
 
 void *allocate(size_t size, int fill) {
@@ -324,10 +329,14 @@ int xftp_upload_base(const char *server, const char *user, const char *passwd, c
     return 0;
 }
 
-int hw_driver_set_stream_qos_item(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
-                                  uint32_t op_len, const void *port, uint32_t port_len, void *unused) {
-    expect(a == 0 && b == 0 && unused == nullptr, "a chip call with more arguments");
-    const std::string text = rule_text(1, {match, match_len}, {op, op_len}, {port, port_len});
+// The description of a rule in a driver's call, and its text.
+#define RULE                                                                                                          \
+    uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op, uint32_t op_len, const void *port, \
+        uint32_t port_len
+#define TEXT(kind) rule_text(kind, a | b, {match, match_len}, {op, op_len}, {port, port_len})
+
+int hw_driver_set_stream_qos_item(RULE, void *) {
+    const std::string text = TEXT(1);
     if (fake().enter(Call::chip_set) || fake().chip_set_result < 0 || fake().rules.contains(text)) {
         return std::min(fake().chip_set_result, -1);
     }
@@ -336,33 +345,17 @@ int hw_driver_set_stream_qos_item(uint32_t a, uint32_t b, const void *match, uin
     return fake().chip_set_result;
 }
 
-int hw_driver_delete_qos_item_by_stream(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
-                                        uint32_t op_len, const void *port, uint32_t port_len, void *unused) {
-    expect(a == 0 && b == 0 && unused == nullptr, "a chip call with more arguments");
-    const std::string text = rule_text(0, {match, match_len}, {op, op_len}, {port, port_len});
+int hw_driver_delete_qos_item_by_stream(RULE, void *) {
+    const std::string text = TEXT(0);
     return !fake().enter(Call::chip_delete) && fake().rules.erase(text) == 1 ? 0 : -1;
 }
 
-int hw_driver_lookup_entry_by_stream(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
-                                     uint32_t op_len, const void *port, uint32_t port_len, uint32_t *entry_id) {
-    expect(a == 0 && b == 0, "a chip call with more arguments");
-    const auto rule = fake().rules.find(rule_text(1, {match, match_len}, {op, op_len}, {port, port_len}));
-    if (fake().enter(Call::chip_entry_id) || rule == fake().rules.end()) {
-        return -1;
-    }
-    *entry_id = rule->second.entry_id;
-    return 0;
+int hw_driver_lookup_entry_by_stream(RULE, uint32_t *entry_id) {
+    return look_up(Call::chip_entry_id, TEXT(1), &ChipRule::entry_id, entry_id);
 }
 
-int hw_driver_lookup_stat_id_by_stream(uint32_t a, uint32_t b, const void *match, uint32_t match_len, const void *op,
-                                       uint32_t op_len, const void *port, uint32_t port_len, uint32_t *stat_id) {
-    expect(a == 0 && b == 0, "a chip call with more arguments");
-    const auto rule = fake().rules.find(rule_text(1, {match, match_len}, {op, op_len}, {port, port_len}));
-    if (fake().enter(Call::chip_stat_id) || rule == fake().rules.end()) {
-        return -1;
-    }
-    *stat_id = rule->second.stat_id;
-    return 0;
+int hw_driver_lookup_stat_id_by_stream(RULE, uint32_t *stat_id) {
+    return look_up(Call::chip_stat_id, TEXT(1), &ChipRule::stat_id, stat_id);
 }
 
 int hw_driver_get_stat_by_stat_id(uint32_t stat_id, atc_stat_hw_t *stat) {

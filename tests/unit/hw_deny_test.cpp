@@ -24,57 +24,6 @@ protected:
     size_t rules() { return fake().rules.size(); }
 };
 
-TEST_F(HwDeny, OnlyWhenEnabledAndNotOnTheReservedPort) {
-    using Row = std::array<uint32_t, 3>;
-    for (const auto &[enable, port, expected] : {Row{0, 1, 0}, {2, 1, 0}, {1, 254, 2}, {1, 255, 0}, {1, 256, 2}}) {
-        atc_api_set_protocol_hw_deny_enable(ATC_ARP, enable);
-        atc_api_set_protocol_src_hw_deny_enable(ATC_ARP, enable);
-        rx_n(3 * THRESHOLD, arp(), port);
-        EXPECT_EQ(rules(), expected) << enable << " on port " << port;
-        clear();
-    }
-}
-
-// The limit of rules, and on both sides of it; one that goes makes room.
-TEST_F(HwDeny, AtMostAHundredRules) {
-    deny_flows();
-    for (uint32_t vlan = 1; vlan <= 101; ++vlan) {
-        rx_n(THRESHOLD, arp(), 1, vlan);
-        EXPECT_EQ(rules(), std::min(vlan, 100U));
-    }
-    atc_api_clear_hw_deny_info(fake().chip().at(50).entry_id);
-    rx(arp(), 1, 101);
-    EXPECT_EQ(rules(), 100U);
-    EXPECT_EQ(entry(1, 101, ATC_ARP)->stat.hw_deny_on, 1U);
-}
-
-TEST_F(HwDeny, StaysWhileTheChipStopsTheThreshold) {
-    constexpr uint64_t WRAP = uint64_t{1} << 32;
-    const struct {
-        uint64_t last, count;
-        bool stays;
-    } rows[] = {{1000, 1009, false},
-                {1000, 1010, true},
-                {WRAP - 5, WRAP + 5, true},
-                {WRAP - 5, WRAP + 4, false},
-                {1000, 0, false}};  // a counter that cannot be read
-    for (bool per_source : {false, true}) {
-        atc_api_set_protocol_hw_deny_enable(ATC_ARP, !per_source);
-        atc_api_set_protocol_src_hw_deny_enable(ATC_ARP, per_source);
-        for (const auto &row : rows) {
-            rx_n(3 * THRESHOLD, arp());
-            ASSERT_EQ(rules(), 1U);
-            atc_list_record<atc_hw_deny_t>(state()->hw_deny_list.next)->last_packets = row.last;
-            fake().set_packets(fake().chip()[0].stat_id, row.count);
-            pass_seconds(THRESHOLD);
-            EXPECT_EQ(rules(), row.stays ? 1U : 0U) << row.last << " " << row.count;
-            pass_seconds(THRESHOLD);  // nothing more was stopped
-            EXPECT_EQ(rules(), 0U);
-            clear();
-        }
-    }
-}
-
 TEST_F(HwDeny, RefusalsAreLoggedAndLeaveNoRecord) {
     const Lines refusal = {"drv set stream deny tocpu faild!"};
     deny_flows();

@@ -74,18 +74,6 @@ TEST_F(Trunk, RulesCoverTheMembers) {
     EXPECT_TRUE(alarms().empty());
 }
 
-// The denies are given up, the filter is tried again.
-TEST_F(Trunk, ARefusedMoveGivesTheDenyUp) {
-    install_rules();
-    fake().chip_set_result = -2;
-    change("+3");
-    EXPECT_EQ(std::exchange(fake().chip_set_result, 0), -2);
-    EXPECT_EQ(state()->rule_hw_count, 0U);
-    EXPECT_EQ(alarms(), Lines(3, "drv set stream deny tocpu faild!"));
-    change("+4");
-    EXPECT_EQ(ports(), Lines{"3 4"});
-}
-
 // A filter on port 3 and one of the same match on a trunk that shrinks to port 3: the chip takes that rule once only.
 TEST_F(Trunk, AFilterThatIsNotInTheChipTakesNoOthersRuleOut) {
     const auto add = [](uint32_t id, uint32_t port) {
