@@ -112,6 +112,78 @@ TEST(RuleMatch, AgreesWithItsTwin) {
     EXPECT_LT(matched, rounds / 2);
 }
 
+class RuleVerdicts : public ModuleTest {
+protected:
+    struct Added {
+        atc_filter_rule_t rule;
+        uint32_t list_type;
+    };
+
+    // Under an id of its own: a new kind of rule, or one that compares the same members as one that is there already.
+    void add(const atc_pkt_info_t &pkt) {
+        Added added = {maker.rule_like(pkt), maker.up_to(1)};
+        if (!rules.empty() && maker.up_to(2) > 0) {
+            added.rule = rules[maker.up_to(static_cast<uint32_t>(rules.size()) - 1)].rule;
+            added.rule.src_ipv4 ^= added.rule.src_ipv4 == 0 ? 0 : 1 + maker.up_to(0xFFFF);
+            added.rule.src_port = static_cast<uint16_t>(added.rule.src_port == 0 ? 0 : 1 + maker.up_to(9));
+        }
+        added.rule.id = ++last_id;
+        added.rule.action = maker.up_to(3);
+        if (atc_api_cfg_filter_rule_add(&added.rule, added.list_type) == 0) {
+            rules.push_back(added);
+        }
+    }
+
+    void remove() {
+        std::swap(rules[maker.up_to(static_cast<uint32_t>(rules.size()) - 1)], rules.back());
+        EXPECT_EQ(atc_api_cfg_filter_rule_del(rules.back().rule.id, rules.back().list_type), 0);
+        rules.pop_back();
+    }
+
+    int any(uint32_t action, const atc_pkt_info_t &pkt) const {
+        return std::ranges::any_of(
+            rules, [&](const Added &added) { return added.rule.action == action && twin(added.rule, pkt, true); });
+    }
+
+    RuleMaker maker{test_seed()};
+    std::vector<Added> rules;
+    uint32_t last_id = 0;
+};
+
+// However few allocations succeed; and with all of them, the lists are not walked.
+TEST_F(RuleVerdicts, AreThoseOfAWalk) {
+    uint32_t matched = 0;
+    atc_pkt_info_t pkt = {};
+    for (int step = 0; step < 6000; ++step) {
+        if (step % 200 == 0) {
+            std::generate_n(reinterpret_cast<uint8_t *>(&pkt), sizeof(pkt),
+                            [&] { return static_cast<uint8_t>(maker.up_to(255)); });
+        }
+        const size_t before = rules.size();
+        const bool fails = maker.up_to(3) == 0;
+        if (fails) {
+            fake().fail(Call::alloc, 1 + maker.up_to(2), maker.up_to(1) == 0);
+        }
+        if (rules.empty() || maker.up_to(9) > (step % 200 > 120 ? 8U : 2U)) {
+            add(pkt);
+        } else {
+            remove();
+        }
+        fake().fail_none();
+        pkt.src_port = static_cast<uint16_t>(1 + maker.up_to(9));
+        pkt.pkt_len = 60 + maker.up_to(1500);
+        const State locked;
+        const bool is_whole =
+            atc_rule_index_is_whole(&locked->deny_rules) && atc_rule_index_is_whole(&locked->permit_rules);
+        EXPECT_TRUE(is_whole || fails || rules.size() == before);
+        ASSERT_EQ(atc_filter_rule_check_deny(&pkt), any(ATC_ACTION_DENY, pkt)) << "step " << step;
+        ASSERT_EQ(atc_filter_rule_check_permit(&pkt), any(ATC_ACTION_PERMIT, pkt)) << "step " << step;
+        matched += any(ATC_ACTION_DENY, pkt) ? 1 : 0;
+    }
+    EXPECT_GT(matched, 300U) << "both answers are asked for, often";
+    EXPECT_LT(matched, 5700U);
+}
+
 TEST(CmpByMasklen, OrdersByTheMaskedPrefix) {
     struct {
         Bytes a, b;

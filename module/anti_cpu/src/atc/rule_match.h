@@ -1,7 +1,7 @@
 // rule_match.h: one rule against one packet, and the prefix arithmetic behind it.
 //
 // The single matcher of the permit and deny rules, the trace filter and the capture filter. Pure but for the two
-// verdict look-ups, which walk filter_list under the mutex.
+// verdict look-ups, which ask the rules' indexes, or walk filter_list where one is not whole, under the mutex.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +17,10 @@ bool atc_rule_match(const atc_filter_rule_t *rule, const atc_pkt_info_t *pkt);
 
 // True when no mask is longer than its field (48, 32, 128 bits).
 bool atc_rule_masks_fit(const atc_filter_rule_t *rule);
+
+// Writes the bits of its members that a rule compares with a packet as ones, all others of the record as zeros: a
+// packet that is the same under this mask matches, when it is long enough and the rule's masks fit.
+void atc_rule_mask(const atc_filter_rule_t *rule, atc_filter_rule_t *mask);
 
 // Return 1 when any permit (deny) rule of either list matches the packet, else 0.
 int atc_filter_rule_check_permit(const atc_pkt_info_t *pkt) ATC_REQUIRES(g_atc_lock);

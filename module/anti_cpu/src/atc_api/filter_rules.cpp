@@ -10,6 +10,10 @@ uint32_t list_index(uint32_t list_type);
 atc_filter_record_t *rule_find(uint32_t id, uint32_t list_type) ATC_REQUIRES(g_atc_lock);
 bool rule_store(const atc_filter_rule_t *rule, uint32_t list_type) ATC_REQUIRES(g_atc_lock);
 int rule_delete(uint32_t id, uint32_t list_type) ATC_REQUIRES(g_atc_lock);
+// What is done to an index with a rule, under the mask of what that compares.
+using index_step_t = void (*)(atc_rule_index_t *index, atc_filter_record_t *record, const atc_filter_rule_t *mask);
+void index_rule(atc_filter_record_t *record, index_step_t step) ATC_REQUIRES(g_atc_lock);
+void index_missing() ATC_REQUIRES(g_atc_lock);
 
 constexpr uint32_t LIST_OF_CHOSEN_IDS = 0;
 
@@ -89,6 +93,8 @@ bool rule_store(const atc_filter_rule_t *rule, uint32_t list_type) {
     record->rule = *rule;
     atc_list_insert_after(&g_atc_global.filter_list[list_index(list_type)], &record->link);
     g_atc_global.has_rules = 1;
+    index_rule(record, atc_rule_index_add);
+    index_missing();
     return true;
 }
 
@@ -98,10 +104,33 @@ int rule_delete(uint32_t id, uint32_t list_type) {
         return -1;
     }
     atc_list_remove(&record->link);
+    index_rule(record, atc_rule_index_remove);
+    index_missing();
     atc_free(record);
     g_atc_global.has_rules =
         !atc_list_is_empty(&g_atc_global.filter_list[0]) || !atc_list_is_empty(&g_atc_global.filter_list[1]);
     return 0;
+}
+
+void index_rule(atc_filter_record_t *record, index_step_t step) {
+    atc_rule_index_t *index = atc_rule_index_of(record->rule.action);
+    if (index != nullptr) {
+        atc_filter_rule_t mask;
+        atc_rule_mask(&record->rule, &mask);
+        step(index, record, &mask);
+    }
+}
+
+// Takes in what found no memory before. Seldom: while that is missing, every packet walks the lists.
+void index_missing() {
+    if (atc_rule_index_is_whole(&g_atc_global.deny_rules) && atc_rule_index_is_whole(&g_atc_global.permit_rules)) {
+        return;
+    }
+    for (atc_list_t &head : g_atc_global.filter_list) {
+        atc_list_each<atc_filter_record_t>(&head, [](atc_filter_record_t *record) ATC_REQUIRES(g_atc_lock) {
+            index_rule(record, atc_rule_index_hold);
+        });
+    }
 }
 
 }  // namespace

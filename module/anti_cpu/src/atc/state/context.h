@@ -13,6 +13,7 @@
 #include "atc/protocol.h"
 #include "atc/state/recall.h"
 #include "atc/state/records.h"
+#include "atc/state/rule_index.h"
 #include "atc_lock/lock.h"
 
 using atc_protocol_words_t = uint32_t[ATC_PROTOCOL_SLOTS];
@@ -33,7 +34,9 @@ struct atc_global_t {
     atc_avl_tree_t tx_protocol_tree;  // sent, by protocol
 
     // Rules and trunks.
-    atc_list_t filter_list[2];      // software rules: [1] of list type 1, [0] of any other
+    atc_list_t filter_list[2];    // software rules: [1] of list type 1, [0] of any other
+    atc_rule_index_t deny_rules;  // those of them with this action, found without walking the lists
+    atc_rule_index_t permit_rules;
     atc_list_t hw_cfg_filter_list;  // the operator's hardware filters
     atc_list_t hw_deny_list;        // automatic hardware deny rules
     uint32_t rule_hw_count;         // records on hw_deny_list
@@ -107,6 +110,13 @@ extern atc_timer_t g_atc_timer_24h ATC_GUARDED_BY(g_atc_lock);
 void atc_sem_take() ATC_ACQUIRE(g_atc_lock);
 void atc_sem_take_for_packet() ATC_ACQUIRE(g_atc_lock);
 void atc_sem_give() ATC_RELEASE(g_atc_lock);
+
+// The index of the rules with this action; null for an action that never acts.
+inline atc_rule_index_t *atc_rule_index_of(uint32_t action) ATC_REQUIRES(g_atc_lock) {
+    return action == ATC_ACTION_DENY     ? &g_atc_global.deny_rules
+           : action == ATC_ACTION_PERMIT ? &g_atc_global.permit_rules
+                                         : nullptr;
+}
 
 // Gives new flows their places in entry_tree.
 void atc_new_flows_link() ATC_REQUIRES(g_atc_lock);
