@@ -57,7 +57,7 @@ void reset(const Workload &workload);
 void warm(const Workload &workload);
 
 // The module may keep some blocks besides its records, a table that grows with them for one.
-constexpr int64_t kBlocksBeside = 64;
+constexpr int64_t kBlocksBeside = 8192;
 
 using PacketCall = int (*)(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan);
 

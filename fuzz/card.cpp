@@ -42,10 +42,15 @@ void use_simulated_time() {
 void end_input() {
     atc_api_set_cap_clear();
     atc_api_clear_statistic_all();
+    for (const uint32_t list : {0U, 1U}) {
+        const atc_filter_node_t *rule = atc_api_cfg_filter_rule_get_first(list);
+        for (const atc_filter_node_t *const head = rule->prev; rule != head;) {
+            atc_api_cfg_filter_rule_del(std::exchange(rule, rule->next)->rule.id, list);
+        }
+    }
     {
         const atc_guard_t guard;
-        for (atc_list_t *head : {&g_atc_global.filter_list[0], &g_atc_global.filter_list[1],
-                                 &g_atc_global.hw_cfg_filter_list, &g_atc_global.trunk_list}) {
+        for (atc_list_t *head : {&g_atc_global.hw_cfg_filter_list, &g_atc_global.trunk_list}) {
             for (atc_list_t *link = head->next; link != head;) {
                 atc_free(std::exchange(link, link->next));
             }

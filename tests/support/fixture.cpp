@@ -132,9 +132,11 @@ void ModuleTest::clear() {
     // Left: filters of a trunk without usable members, which are not in the chip.
     free_all<atc_hw_cfg_filter_t>(&g_atc_global.hw_cfg_filter_list);
     free_all<atc_trunk_t>(&g_atc_global.trunk_list);
-    free_all<atc_filter_record_t>(&g_atc_global.filter_list[0]);
-    free_all<atc_filter_record_t>(&g_atc_global.filter_list[1]);
-    g_atc_global.has_rules = 0;
+    for (const uint32_t list : {0U, 1U}) {
+        atc_list_each<atc_filter_record_t>(&g_atc_global.filter_list[list], [list](const atc_filter_record_t *record) {
+            atc_api_cfg_filter_rule_del(record->rule.id, list);
+        });
+    }
     for (int id = 1; id <= ATC_RULE_ID_MAX; ++id) {
         atc_free_rule_id(id);
     }

@@ -72,10 +72,10 @@ struct Seen {
     void remembered(const atc_recall_t &recall) {
         for (const auto &[table, linked] : {std::pair(&recall.flows, &flows), {&recall.sources, &sources}}) {
             uint32_t used = 0;
-            for (uint32_t at = 0; table->slots != nullptr && at <= table->mask; at++) {
-                used += table->slots[at].tag != 0 ? 1 : 0;
-                check(table->slots[at].tag == 0 || linked->contains(table->slots[at].record), "a record is gone");
-            }
+            atc_recall_each<const void>(table, [&](const void *record) {
+                used++;
+                check(linked->contains(record), "a record is gone");
+            });
             check(used == table->used && used <= linked->size(), "the records remembered are counted wrong");
         }
         check(recall.linked_sources == sources.size(), "linked_sources is not the number of sources");

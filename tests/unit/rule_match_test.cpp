@@ -172,9 +172,9 @@ TEST_F(RuleVerdicts, AreThoseOfAWalk) {
         fake().fail_none();
         pkt.src_port = static_cast<uint16_t>(1 + maker.up_to(9));
         pkt.pkt_len = 60 + maker.up_to(1500);
-        const State locked;
+        const atc_guard_t guard;
         const bool is_whole =
-            atc_rule_index_is_whole(&locked->deny_rules) && atc_rule_index_is_whole(&locked->permit_rules);
+            atc_rule_index_is_whole(&g_atc_global.deny_rules) && atc_rule_index_is_whole(&g_atc_global.permit_rules);
         EXPECT_TRUE(is_whole || fails || rules.size() == before);
         ASSERT_EQ(atc_filter_rule_check_deny(&pkt), any(ATC_ACTION_DENY, pkt)) << "step " << step;
         ASSERT_EQ(atc_filter_rule_check_permit(&pkt), any(ATC_ACTION_PERMIT, pkt)) << "step " << step;

@@ -32,7 +32,7 @@ atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t &key, bool is_ne
 [[gnu::noinline, gnu::cold]] atc_entry_t *obtain_port(uint32_t port) ATC_REQUIRES(g_atc_lock);
 [[gnu::noinline, gnu::cold]] atc_entry_t *obtain_protocol(uint32_t direction, uint16_t protocol)
     ATC_REQUIRES(g_atc_lock);
-[[gnu::noinline, gnu::cold]] atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint64_t tag)
+[[gnu::noinline, gnu::cold]] atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint64_t word)
     ATC_REQUIRES(g_atc_lock);
 [[gnu::noinline, gnu::cold]] atc_src_entry_t *obtain_source(atc_entry_t *flow, uint32_t src_type,
                                                             const address_t *address, uint64_t tag, bool *is_full)
@@ -40,7 +40,6 @@ atc_entry_t *obtain(atc_avl_tree_t *tree, const atc_entry_key_t &key, bool is_ne
 atc_entry_t *create_entry(const atc_entry_key_t &key);
 atc_entry_t *create_flow(const atc_entry_key_t &key) ATC_REQUIRES(g_atc_lock);
 atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t &key) ATC_REQUIRES(g_atc_lock);
-uint64_t flow_tag(uint32_t port, uint16_t vlan, uint16_t protocol) ATC_REQUIRES(g_atc_lock);
 uint64_t source_tag(const atc_entry_t *flow, uint32_t src_type, const address_t *address) ATC_REQUIRES(g_atc_lock);
 void forget_aggregate(const atc_avl_tree_t *tree, const atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
 
@@ -121,11 +120,11 @@ atc_entry_t *atc_protocol_obtain(uint32_t direction, uint16_t protocol) {
 }
 
 atc_entry_t *atc_flow_obtain(uint32_t port, uint16_t vlan, uint16_t protocol) {
-    // The whole key is in the word that is mixed: a flow is known by its tag alone.
-    const uint64_t tag = flow_tag(port, vlan, protocol);
-    auto *flow =
-        atc_recall_find<atc_entry_t>(&g_atc_global.recall.flows, tag, [](const atc_entry_t *) { return true; });
-    return flow != nullptr ? flow : obtain_flow({{}, ATC_DIRECTION_RX, port, vlan, protocol}, tag);
+    const atc_recall_table_t *flows = &g_atc_global.recall.flows;
+    const uint64_t key = atc_flow_key(port, vlan, protocol);
+    auto *flow = atc_recall_find<atc_entry_t>(flows, atc_flow_place(flows->secret, port, vlan, protocol), key,
+                                              [](const atc_entry_t *) { return true; });
+    return flow != nullptr ? flow : obtain_flow({{}, ATC_DIRECTION_RX, port, vlan, protocol}, key);
 }
 
 atc_src_entry_t *atc_source_obtain(atc_entry_t *flow, const atc_pkt_info_t *info, bool *is_full) {
@@ -142,7 +141,7 @@ atc_src_entry_t *atc_source_obtain(atc_entry_t *flow, const atc_pkt_info_t *info
         return last;
     }
     const uint64_t tag = source_tag(flow, info->src_type, &address);
-    auto *src = atc_recall_find<atc_src_entry_t>(&recall->sources, tag, is_sender);
+    auto *src = atc_recall_find<atc_src_entry_t>(&recall->sources, atc_tag_place(tag), tag, is_sender);
     recall->flood.src = src;
     return src != nullptr ? src : obtain_source(flow, info->src_type, &address, tag, is_full);
 }
@@ -174,7 +173,7 @@ void atc_flow_discard(atc_entry_t *flow) {
     atc_tree_each<atc_src_entry_t>(&flow->src_tree, atc_src_entry_discard);
     atc_hw_filter_delete_by_pro(flow);
     g_atc_global.recall.flood = {};
-    atc_recall_remove(&g_atc_global.recall.flows, flow_tag(flow->port, flow->vlan, flow->protocol), flow);
+    atc_recall_remove(&g_atc_global.recall.flows, atc_flow_key(flow->port, flow->vlan, flow->protocol), flow);
     atc_avl_remove(&g_atc_global.entry_tree, flow);
     atc_capture_auto_release(&flow->stat);
     atc_free(flow);
@@ -299,7 +298,7 @@ atc_entry_t *obtain_protocol(uint32_t direction, uint16_t protocol) {
 
 // Finds a flow that is not remembered in its index, or creates it. When every flow is remembered it is new, and the
 // index need not be asked: its place there can wait for others.
-atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint64_t tag) {
+atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint64_t word) {
     const atc_avl_tree_t *tree = &g_atc_global.entry_tree;
     atc_recall_table_t *remembered = &g_atc_global.recall.flows;
     const uint32_t waiting = g_atc_global.new_flow_count;
@@ -310,7 +309,7 @@ atc_entry_t *obtain_flow(const atc_entry_key_t &key, uint64_t tag) {
     void *found = is_new ? nullptr : atc_avl_find(tree, &key, nullptr);
     auto *flow = found != nullptr ? static_cast<atc_entry_t *>(found) : create_flow(key);
     if (flow != nullptr) {
-        atc_recall_add(remembered, tag, flow);
+        atc_recall_add(remembered, word, flow);
     }
     return flow;
 }
@@ -363,14 +362,10 @@ atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t &key) {
     return src;
 }
 
-uint64_t flow_tag(uint32_t port, uint16_t vlan, uint16_t protocol) {
-    return atc_recall_tag(g_atc_global.recall.secret, atc_flow_key(port, vlan, protocol));
-}
-
 uint64_t source_tag(const atc_entry_t *flow, uint32_t src_type, const address_t *address) {
-    const uint64_t secret = g_atc_global.recall.secret;
     const uint64_t owner = reinterpret_cast<uintptr_t>(flow) + src_type;
-    return atc_recall_tag(secret, atc_recall_fold(secret, owner ^ address->high, address->low)) | 1;
+    const uint64_t folded = atc_recall_fold(g_atc_global.recall.address_secrets, address->low, address->high ^ owner);
+    return folded | 1;
 }
 
 void forget_aggregate(const atc_avl_tree_t *tree, const atc_entry_t *entry) {

@@ -41,8 +41,8 @@ int atc_init() ATC_NO_THREAD_SAFETY_ANALYSIS {
     create_indexes();
     create_lists();
     atc_recall_init(&g_atc_global.recall);
-    atc_rule_index_init(&g_atc_global.deny_rules, g_atc_global.recall.secret);
-    atc_rule_index_init(&g_atc_global.permit_rules, g_atc_global.recall.secret);
+    atc_rule_index_init(&g_atc_global.deny_rules, g_atc_global.recall.flows.secret);
+    atc_rule_index_init(&g_atc_global.permit_rules, g_atc_global.recall.flows.secret);
     set_defaults();
     hal_register_trunk_handler(atc_api_trunk_member_pro);
     norv_task_spawn("atc-mon", TASK_PRIORITY, TASK_OPTIONS, TASK_STACK_SIZE, atc_task, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);

@@ -16,7 +16,7 @@ void pass_filters(atc_rule_index_t *index, uint32_t at, const atc_filter_rule_t 
 
 void atc_rule_index_init(atc_rule_index_t *index, uint64_t secret) {
     for (uint32_t word = 0; word < ATC_RULE_WORDS; word++) {
-        index->factors[word] = atc_recall_tag(secret, word + 1) | 1;
+        index->factors[word] = atc_recall_spread((word + 1) * secret) | 1;
     }
 }
 
@@ -44,8 +44,9 @@ void atc_rule_index_hold(atc_rule_index_t *index, atc_filter_record_t *record, c
     pass_filters(index, at, &record->rule);
     const uint64_t tag = atc_rule_tag(index, at, &record->rule);
     const auto is_it = [record](const atc_filter_record_t *held) { return held == record; };
-    if (atc_recall_find<atc_filter_record_t>(&index->held, tag, is_it) == nullptr) {
+    if (atc_recall_find<atc_filter_record_t>(&index->held, atc_tag_place(tag), tag, is_it) == nullptr) {
         const uint32_t before = index->held.used;
+        index->held.patience = 0;  // rules change seldom, and every packet walks while one is missing
         atc_recall_add(&index->held, tag, record);
         index->shapes[at].rules += index->held.used - before;
     }
@@ -65,7 +66,7 @@ uint64_t atc_rule_tag(atc_rule_index_t *index, uint32_t at, const atc_filter_rul
         }
         sum += mixed;
     }
-    return atc_recall_tag(index->factors[0], sum) | 1;
+    return atc_recall_spread(sum * index->factors[0]) | 1;
 }
 
 namespace {

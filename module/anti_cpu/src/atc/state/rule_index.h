@@ -100,7 +100,7 @@ inline const atc_filter_record_t *atc_rule_index_find(atc_rule_index_t *index, c
         }
         const uint64_t tag = atc_rule_tag(index, at, pkt);
         if (tag != 0) {
-            const auto *found = atc_recall_find<atc_filter_record_t>(&index->held, tag, is_match);
+            const auto *found = atc_recall_find<atc_filter_record_t>(&index->held, atc_tag_place(tag), tag, is_match);
             if (found != nullptr) {
                 return found;
             }
