@@ -101,6 +101,7 @@ TEST(Recall, AgainstASet) {
         EXPECT_EQ(table.pieces, nullptr);
         EXPECT_EQ(fake().live_blocks(), 0u);
     }
+    FakePlatform::release_clock();
 }
 
 // Addresses that a sender may choose, in steps that a multiplication alone would leave in order or in the top bits.

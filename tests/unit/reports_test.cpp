@@ -58,4 +58,33 @@ TEST_F(ReportsTest, EmptyIndexesGiveTheHeaderAndNoMemoryGivesNull) {
     }
 }
 
+// What a dump says stands in scenarios, whose host makes its line ends its own; here they are to the byte.
+TEST_F(ReportsTest, DumpsEndTheirLinesWithLineFeedAndReturn) {
+    atc_filter_rule_t rule = {};
+    rule.action = ATC_ACTION_DENY;
+    ASSERT_EQ(atc_api_cfg_filter_rule_add(&rule, 1), 0);
+    ASSERT_EQ(atc_api_cfg_hw_filter_rule_add(&rule), 0);
+    ASSERT_EQ(atc_api_trunk_member_pro(0, 40, 3, 1), 0);
+    run_messages();
+    const struct {
+        std::function<int()> dump;
+        int lines;
+    } rows[] = {{atc_filter_show, 12},
+                {atc_limit_show, 16 * int{ATC_PROTOCOL_COUNT}},
+                {atc_config_show, 13},
+                {atc_trunk_show, 2},
+                {[] { return atc_log_port_show(1); }, 4}};
+    for (const auto &row : rows) {
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(row.dump(), 0);
+        std::string text = testing::internal::GetCapturedStdout();
+        int lines = 0;
+        for (size_t at; (at = text.find("\n\r")) != std::string::npos; lines++) {
+            text.erase(at, 2);
+        }
+        EXPECT_EQ(lines, row.lines) << text;
+        EXPECT_EQ(text.find_first_of("\r\n"), std::string::npos) << text;
+    }
+}
+
 }  // namespace

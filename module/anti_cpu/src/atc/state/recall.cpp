@@ -18,6 +18,7 @@ constexpr uint32_t FULL_AT = ATC_RECALL_SLOTS / 8 * 7;        // records: a sear
 constexpr uint32_t MERGED_AT = ATC_RECALL_SLOTS / 8;          // records of both pieces
 constexpr uint32_t RECORDS_AN_ENTRY = ATC_RECALL_SLOTS / 16;  // of the directory, at least
 constexpr uint32_t PATIENCE = 256;                            // full pieces met from one refusal to the next request
+constexpr uint32_t ENTRY_SIZE = sizeof(void *);               // of the directory
 
 atc_recall_place_t place_of(const atc_recall_table_t *table, uint64_t word);
 uint32_t wanted_slot(const atc_recall_table_t *table, uint64_t word);
@@ -95,7 +96,8 @@ atc_recall_place_t place_of(const atc_recall_table_t *table, uint64_t word) {
 }
 
 uint32_t wanted_slot(const atc_recall_table_t *table, uint64_t word) {
-    return (place_of(table, word).offset & ATC_RECALL_OFFSETS) / sizeof(atc_recall_slot_t);
+    constexpr uint32_t SLOT_SIZE = sizeof(atc_recall_slot_t);
+    return (place_of(table, word).offset & ATC_RECALL_OFFSETS) / SLOT_SIZE;
 }
 
 uint32_t depth_of(const atc_recall_table_t *table) {
@@ -132,7 +134,7 @@ room_t *request(atc_recall_table_t *table, uint32_t size) {
 
 // The first piece, in both entries of the smallest directory.
 bool begin(atc_recall_table_t *table) {
-    auto **pieces = request<atc_recall_piece_t *>(table, 2 * sizeof(atc_recall_piece_t *));
+    auto **pieces = request<atc_recall_piece_t *>(table, 2 * ENTRY_SIZE);
     auto *piece = pieces != nullptr ? request<atc_recall_piece_t>(table, sizeof(atc_recall_piece_t)) : nullptr;
     if (piece == nullptr) {
         atc_free(pieces);
@@ -186,8 +188,7 @@ bool double_directory(atc_recall_table_t *table) {
     if (depth_of(table) == MAX_DEPTH || table->used / RECORDS_AN_ENTRY < 2 * entries) {
         return false;
     }
-    constexpr uint32_t SIZE = sizeof(atc_recall_piece_t *);
-    auto **pieces = request<atc_recall_piece_t *>(table, 2 * entries * SIZE);
+    auto **pieces = request<atc_recall_piece_t *>(table, 2 * entries * ENTRY_SIZE);
     if (pieces == nullptr) {
         return false;
     }
