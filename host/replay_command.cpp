@@ -94,6 +94,7 @@ void apply_settings(const ReplayOptions &options, Replay &replay) {
     }
     if (options.long_period_s) {
         atc_api_set_long_period_time(*options.long_period_s);
+        replay.journal().set_period(AlarmEvent::Period::kLong, *options.long_period_s);
     }
     if (options.chip_rules) {
         card::Chip::instance().set_capacity(*options.chip_rules);
