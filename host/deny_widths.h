@@ -19,7 +19,7 @@ struct DenyWidth {
 };
 
 // The rules of some frames of a class.
-struct DenyRow {
+struct DenyRow {  // NOLINT(clang-analyzer-optin.performance.Padding): the rows are drawn in this order
     uint16_t protocol;
     const char *kind;              // which frames; empty = its plain ones
     DenyWidth flow;                // the rule for the whole flow

@@ -37,7 +37,7 @@ void JsonWriter::add(const std::string &key, const Json &member) {
     const std::string text = text_of(member);
     for (size_t begin = 0;;) {
         const size_t end = std::min(text.find('\n', begin), text.size());
-        std::fwrite(text.data() + begin, 1, end - begin, out_);
+        static_cast<void>(std::fwrite(text.data() + begin, 1, end - begin, out_));  // asked for at the end: ferror
         if (end == text.size()) {
             return;
         }

@@ -392,7 +392,7 @@ std::vector<Grammar::State> Grammar::walk(const std::vector<std::string> &words,
         const std::vector<State> before = std::exchange(states, step(states, words[i], reason));
         if (states.empty()) {
             const std::string shown = may_be_secret(before) ? kHidden : card::printable(words[i]);
-            error = "word " + std::to_string(i + 1) + " \"" + shown + "\"" + reason;
+            error.assign("word ").append(std::to_string(i + 1)).append(" \"").append(shown).append("\"").append(reason);
         }
     }
     return states;

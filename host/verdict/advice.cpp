@@ -117,7 +117,7 @@ std::optional<uint32_t> fitting_period_s(const std::vector<Flood> &floods, uint3
         }
     }
     uint32_t fitting_s = 1;
-    for (const uint32_t seconds : {1, 2, 5, 10, 20, 30, 60, 120}) {
+    for (const uint32_t seconds : {1U, 2U, 5U, 10U, 20U, 30U, 60U, 120U}) {
         fitting_s = shortest_ns && seconds * OverLimit::kSecondNs * 3 <= *shortest_ns ? seconds : fitting_s;
     }
     return shortest_ns && fitting_s < current_s ? std::optional(fitting_s) : std::nullopt;

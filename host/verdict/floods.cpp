@@ -1,6 +1,7 @@
 #include "verdict/floods.h"
 
 #include <algorithm>
+#include <cmath>
 #include <tuple>
 #include <unordered_map>
 
@@ -89,8 +90,8 @@ uint64_t Flood::average_pps() const {
     const bool is_over = over->times() > 0;
     const auto packets = static_cast<double>(is_over ? over->packets() : traffic->packets);
     const int64_t length_ns = is_over ? over->length_ns() : traffic->last_ns - traffic->first_ns;
-    return static_cast<uint64_t>((packets - 1) * kSecondNs / static_cast<double>(std::max(length_ns, shortest_ns)) +
-                                 0.5);
+    return static_cast<uint64_t>(
+        std::llround((packets - 1) * kSecondNs / static_cast<double>(std::max(length_ns, shortest_ns))));
 }
 
 std::vector<Flood> find_floods(const TrafficAccount &account, const AlarmHistory &alarms) {

@@ -1,6 +1,7 @@
 #include "verdict/verdict.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "clock/clock.h"
 #include "services/services.h"
@@ -193,7 +194,7 @@ std::vector<std::string> Verdict::notes() const {
         if (misleads && notes.size() < kNotesShown) {
             const double seconds = static_cast<double>(traffic.last_stopped_ns - traffic.first_stopped_ns) / 1e9;
             const auto rate =
-                static_cast<uint64_t>(static_cast<double>(traffic.stopped) / std::max(seconds, 0.1) + 0.5);
+                static_cast<uint64_t>(std::llround(static_cast<double>(traffic.stopped) / std::max(seconds, 0.1)));
             const Source &source = cleared->subject.source;
             const std::string from = source.type == ATC_SRC_NONE ? "" : " from " + source_text(source);
             notes.push_back("Alarms count what reaches the CPU: " + place_text(flood) + from + " \"restore ... " +
