@@ -72,7 +72,7 @@ struct Seen {
     void remembered(const atc_recall_t &recall) {
         for (const auto &[table, linked] : {std::pair(&recall.flows, &flows), {&recall.sources, &sources}}) {
             uint32_t used = 0;
-            atc_recall_each<const void>(table, [&](const void *record) {
+            atc_recall_each<const void>(table, [&, linked = linked](const void *record) {
                 used++;
                 check(linked->contains(record), "a record is gone");
             });
