@@ -9,18 +9,16 @@
 #include <memory>
 #include <system_error>
 
-#include "anti_cpu/anti_cpu.h"
 #include "capture_keeper.h"
-#include "chip/chip.h"
 #include "clock/clock.h"
 #include "console/console.h"
 #include "event_log.h"
 #include "events/event_file.h"
 #include "events/syslog.h"
-#include "os/os.h"
 #include "problems.h"
 #include "process.h"
 #include "replay.h"
+#include "replay_setup.h"
 #include "report.h"
 #include "report_data.h"
 #include "services/services.h"
@@ -77,33 +75,6 @@ private:
     std::chrono::steady_clock::time_point shown_{};
 };
 
-bool open_captures(const ReplayOptions &options, CaptureSet &captures, Problems &problems) {
-    for (size_t i = 0; i < options.files.size(); i++) {
-        CaptureFile file;
-        if (file.open(options.files[i], options.ports[std::min(i, options.ports.size() - 1)], problems)) {
-            captures.add(std::move(file));
-        }
-    }
-    return !captures.empty();
-}
-
-void apply_settings(const ReplayOptions &options, Replay &replay) {
-    if (options.fast_period_s) {
-        atc_api_set_fast_period_time(*options.fast_period_s);
-        replay.fast_period_set(*options.fast_period_s);
-    }
-    if (options.long_period_s) {
-        atc_api_set_long_period_time(*options.long_period_s);
-        replay.journal().set_period(AlarmEvent::Period::kLong, *options.long_period_s);
-    }
-    if (options.chip_rules) {
-        card::Chip::instance().set_capacity(*options.chip_rules);
-    }
-    if (options.memory_budget_mb) {
-        card::set_memory_budget(*options.memory_budget_mb * kBytesPerMegabyte);
-    }
-}
-
 int exit_status(console::Status status, const Problems &problems) {
     if (const int signal = kept_signal(); signal != 0) {
         return kExitSignal + signal;
@@ -125,25 +96,6 @@ bool are_in_the_capture(const std::vector<std::string> &times, const Replay &rep
         }
     }
     return true;
-}
-
-// The operator's settings, before the first packet.
-console::Status run_settings(const ReplayOptions &options, console::Console &console) {
-    console::Status status = console::Status::kDone;
-    if (!options.config_file.empty()) {
-        status = console.run_settings(options.config_file);
-    }
-    for (const std::string &line : options.lines) {
-        if (status == console::Status::kDone) {
-            status = console.run_setting(line, "-x '" + console.grammar().without_secrets(line) + "'");
-        }
-    }
-    return status;
-}
-
-void run_to_the_end(const ReplayOptions &options, Replay &replay) {
-    replay.run_to_end();
-    replay.run_for(options.drain_s ? *options.drain_s * card::kNanosecondsPerSecond : replay.fast_period_rest_ns());
 }
 
 // The packets, with the operator at the points asked for. Ctrl-C brings an operator who is there the next point early.

@@ -9,7 +9,7 @@ namespace host::console {
 namespace {
 
 // With an id of the operator's own the rule goes under it, otherwise the module chooses one.
-Status filter_add(Session &, const Arguments &arguments) {
+Status filter_add(Session &session, const Arguments &arguments) {
     atc_filter_rule_t rule = arguments.rule();
     rule.action = arguments.has("permit") ? ATC_ACTION_PERMIT : ATC_ACTION_DENY;
     if (arguments.given("id")) {
@@ -20,7 +20,9 @@ Status filter_add(Session &, const Arguments &arguments) {
     if (atc_api_filter_rule_add(&rule) != 0) {
         return failed("the id that the module chose is in use, all are taken, or there is no memory");
     }
-    std::printf("filter %u\n", rule.id);
+    if (!session.json) {
+        std::printf("filter %u\n", rule.id);
+    }
     return Status::kDone;
 }
 
@@ -52,7 +54,7 @@ void match_whole_addresses(atc_filter_rule_t &rule) {
     match_whole(rule.dst_ipv6, rule.dst_ipv6_masklen);
 }
 
-Status hw_filter_add(Session &, const Arguments &arguments) {
+Status hw_filter_add(Session &session, const Arguments &arguments) {
     atc_filter_rule_t rule = arguments.rule();
     if (rule.port == 0) {
         return failed("a filter of the switching chip stands at a port: give one");
@@ -65,7 +67,9 @@ Status hw_filter_add(Session &, const Arguments &arguments) {
     if (atc_api_cfg_hw_filter_rule_add(&rule) != 0) {
         return failed("the id is in use, the port has no usable members, or the switching chip refuses the rule");
     }
-    std::printf("hw-filter %u, entry %u of the chip\n", rule.id, rule.sdk_id);
+    if (!session.json) {
+        std::printf("hw-filter %u, entry %u of the chip\n", rule.id, rule.sdk_id);
+    }
     return Status::kDone;
 }
 
