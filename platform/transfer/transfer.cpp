@@ -203,7 +203,11 @@ bool describe(const Transfer &curl, const std::string &url, Upload *upload, cons
         set(CURLOPT_USERNAME, upload->user);
         set(CURLOPT_PASSWORD, upload->passwd);
     }
-    set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(options.connect_seconds));
+    // Nobody logs in to a TFTP server: three datagrams, a second or two apart, are answered by then.
+    constexpr uint32_t tftp_connect_seconds = 5;
+    const uint32_t connect_seconds =
+        upload->ftp_type == kTftp ? std::min(options.connect_seconds, tftp_connect_seconds) : options.connect_seconds;
+    set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(connect_seconds));
     set(CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>(options.stall_seconds));
     set(CURLOPT_LOW_SPEED_LIMIT, 1L);  // bytes a second
     set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(options.stall_seconds));

@@ -14,12 +14,13 @@
 namespace card {
 
 struct TransferOptions {
-    uint32_t connect_seconds = 10;  // until the server has let the user in; many answer a wrong password 5 s late
-    uint32_t stall_seconds = 10;    // below one byte a second, or without an answer, for this long
-    uint32_t total_seconds = 60;    // for the whole transfer
-    std::string ca_file;            // certificates that FTPS servers are checked against; empty = the system's
-    std::string known_hosts;        // keys that SFTP servers are checked against; empty = ~/.ssh/known_hosts
-    bool accept_any = false;        // neither certificates nor keys are checked: for labs only
+    // Until the server has let the user in; many answer a wrong password 5 s late. TFTP, which has no users: at most 5.
+    uint32_t connect_seconds = 10;
+    uint32_t stall_seconds = 10;  // below one byte a second, or without an answer, for this long
+    uint32_t total_seconds = 60;  // for the whole transfer
+    std::string ca_file;          // certificates that FTPS servers are checked against; empty = the system's
+    std::string known_hosts;      // keys that SFTP servers are checked against; empty = ~/.ssh/known_hosts
+    bool accept_any = false;      // neither certificates nor keys are checked: for labs only
 };
 
 // Whether 'text' holds one (0 to 31, 127). A line end would become a command of its own on its way to a server: a
