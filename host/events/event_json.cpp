@@ -82,12 +82,7 @@ void add(Json &json, const RuleEvent &event) {
     if (event.kind == RuleEvent::Kind::kWithdrawn) {
         json["installed"] = event_time(rule.installed_ns);
         json["packets"] = rule.packets;
-        json["others"] = Json::object();
-        for (uint32_t id = 0; id < rule.others.size(); id++) {
-            if (rule.others[id] > 0) {
-                json["others"][id == 0 ? std::string("none") : protocol_name(id)] = rule.others[id];
-            }
-        }
+        json["others"] = class_counts_json(rule.others);
     }
 }
 
@@ -115,6 +110,16 @@ void add(Json &json, const MemoryEntry &entry) {
 }
 
 }  // namespace
+
+Json class_counts_json(const ClassCounts &counts) {
+    Json json = Json::object();
+    for (uint32_t id = 0; id < counts.size(); id++) {
+        if (counts[id] > 0) {
+            json[id == 0 ? std::string("none") : protocol_name(id)] = counts[id];
+        }
+    }
+    return json;
+}
 
 Json event_json(const JournalEntry &entry) {
     Json json;

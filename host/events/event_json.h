@@ -12,4 +12,7 @@ namespace host {
 // Keys stay in the order in which they are written: "time", "event", then what the event is about.
 nlohmann::ordered_json event_json(const JournalEntry &entry);
 
+// {"bgp": 69, "none": 2}: classes without packets are left out.
+nlohmann::ordered_json class_counts_json(const ClassCounts &counts);
+
 }  // namespace host

@@ -45,6 +45,9 @@ std::optional<RuleEvent> RuleBook::take(const card::ChipChange &change, int64_t 
         rule.packets = change.rule.packets;
         if (rule.owner) {
             withdrawn_[fields_of(rule.description)] = *rule.owner;
+            FlowRules &flow = flows_[rule.owner->flow];
+            flow.withdrawn++;
+            flow.last_withdrawn_ns = realtime_ns;
         }
         return RuleEvent{RuleEvent::Kind::kWithdrawn, std::move(rule), nullptr};
     }
@@ -69,7 +72,9 @@ std::optional<RuleEvent> RuleBook::take(const card::ChipChange &change, int64_t 
     }
     refused_.erase(rule.description);
     if (rule.owner) {
-        flows_[rule.owner->flow].installed++;
+        FlowRules &flow = flows_[rule.owner->flow];
+        flow.first_installed_ns = flow.installed == 0 ? realtime_ns : flow.first_installed_ns;
+        flow.installed++;
     }
     rules_[rule.entry_id] = rule;
     return RuleEvent{RuleEvent::Kind::kInstalled, std::move(rule), nullptr};
@@ -125,11 +130,15 @@ void RuleBook::find_owner(Rule &rule, const Subject *cause) {
     rule.stops_every_source = rule.owner && rule.owner->source.type != ATC_SRC_NONE && !names_source(rule.description);
 }
 
-ClassCounts all_others(const RuleBook &book) {
-    ClassCounts sum{};
+FlowRules all_rules(const RuleBook &book) {
+    FlowRules sum;
     for (const auto &[key, flow] : book.flows()) {
-        for (size_t i = 0; i < sum.size(); i++) {
-            sum[i] += flow.others[i];
+        sum.installed += flow.installed;
+        sum.refused += flow.refused;
+        sum.withdrawn += flow.withdrawn;
+        sum.stopped += flow.stopped;
+        for (size_t i = 0; i < sum.others.size(); i++) {
+            sum.others[i] += flow.others[i];
         }
     }
     return sum;

@@ -51,6 +51,9 @@ struct RuleEvent {
 struct FlowRules {
     uint64_t installed = 0;
     uint64_t refused = 0;  // each until it was installed or another flood refused counts once
+    uint64_t withdrawn = 0;
+    int64_t first_installed_ns = 0;
+    int64_t last_withdrawn_ns = 0;
     uint64_t stopped = 0;  // packets
     ClassCounts others{};  // of these, those that the rules were not for: of other classes, VLANs or senders
 };
@@ -82,7 +85,7 @@ private:
     std::map<std::string, Subject> withdrawn_;  // owners by the fields of their rules, in these changes
 };
 
-// The sum over all flows, by class.
-ClassCounts all_others(const RuleBook &book);
+// The sum over all flows.
+FlowRules all_rules(const RuleBook &book);
 
 }  // namespace host

@@ -1,6 +1,7 @@
 #include "verdict/flood_data.h"
 
 #include "services/services.h"
+#include "verdict/rule_words.h"
 
 namespace host {
 
@@ -49,6 +50,7 @@ Json flood_json(const Flood &flood) {
                  {"outside_the_limiter", flood.is_outside()},
                  {"moment", flood.is_moment()},
                  {"sources_over_limit", flood.sources_over}};
+    json["rules"] = flow_rules_json(flood.rules);
     json["addresses"] = sources_json(flood, flood.addresses);
     json["macs"] = sources_json(flood, flood.macs);
     return json;

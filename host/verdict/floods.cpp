@@ -94,7 +94,7 @@ uint64_t Flood::average_pps() const {
         std::llround((packets - 1) * kSecondNs / static_cast<double>(std::max(length_ns, shortest_ns))));
 }
 
-std::vector<Flood> find_floods(const TrafficAccount &account, const AlarmHistory &alarms) {
+std::vector<Flood> find_floods(const TrafficAccount &account, const AlarmHistory &alarms, const RuleBook &rules) {
     FloodsByNumber by_number;
     find_flows(by_number, account, alarms);
     find_sources(by_number, account);
@@ -103,6 +103,9 @@ std::vector<Flood> find_floods(const TrafficAccount &account, const AlarmHistory
     std::vector<Flood> floods;
     floods.reserve(by_number.size());
     for (auto &[number, flood] : by_number) {
+        if (const auto of_flow = rules.flows().find(flood.flow); of_flow != rules.flows().end()) {
+            flood.rules = of_flow->second;
+        }
         floods.push_back(std::move(flood));
     }
     std::ranges::sort(floods, [](const Flood &a, const Flood &b) {

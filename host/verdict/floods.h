@@ -2,12 +2,13 @@
 //
 // A flood is a flow that had a second with more packets than its fast limit, or a source with more than a source's, as
 // the packets were offered, whatever the chip stopped; or that had an alarm, which may also be one of a long period.
-// Used by: verdict. Uses: account, alarm_history. Thread: the driving one, behind the last packet.
+// Used by: verdict, tune. Uses: account, alarm_history, rule_book. Thread: the driving one, behind the last packet.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "events/rule_book.h"
 #include "traffic/account.h"
 #include "verdict/alarm_history.h"
 
@@ -37,6 +38,7 @@ struct Flood {
     uint32_t sources_over = 0;  // how many passed a source's limit
     uint64_t over_packets = 0;  // that these sent
     FlowAlarms alarms;
+    FlowRules rules;  // that its packets brought into the chip
 
     // The limiter keeps no flow of VLAN 4089, and takes no reaction to packets of no class.
     bool is_outside() const { return flow.vlan == kUntrackedVlan || flow.protocol == 0; }
@@ -58,6 +60,6 @@ struct Flood {
 };
 
 // 'account' must outlive what comes back.
-std::vector<Flood> find_floods(const TrafficAccount &account, const AlarmHistory &alarms);
+std::vector<Flood> find_floods(const TrafficAccount &account, const AlarmHistory &alarms, const RuleBook &rules);
 
 }  // namespace host

@@ -6,6 +6,7 @@
 #include "clock/clock.h"
 #include "services/services.h"
 #include "text_table.h"
+#include "verdict/rule_words.h"
 #include "verdict/senders.h"
 #include "verdict/words.h"
 
@@ -32,7 +33,10 @@ void print_wrapped(std::FILE *out, const std::string &line, size_t indent) {
 
 Verdict::Verdict(const Replay &replay, const TrafficAccount &account, const AlarmHistory &alarms,
                  const ModuleSettings &settings, const std::vector<std::string> &command)
-    : replay_(replay), account_(account), settings_(settings), floods_(find_floods(account, alarms)) {
+    : replay_(replay),
+      account_(account),
+      settings_(settings),
+      floods_(find_floods(account, alarms, replay.journal().rules())) {
     for (const auto &[flow, of_flow] : alarms.flows()) {
         alarms_raised_ += of_flow.raised;
     }
@@ -146,6 +150,9 @@ std::string Verdict::done_text(const Flood &flood) const {
         text = "alarm " + when(flood.alarms.first_raised_ns) +
                (flood.alarms.standing > 0 ? "" : " to " + when(flood.alarms.last_cleared_ns));
     }
+    if (const std::string rules = flow_rules_text(flood.rules, with_date_); !rules.empty()) {
+        text += ", " + rules;
+    }
     if (flood.traffic->stopped > 0) {
         text += ", chip stopped " + with_commas(flood.traffic->stopped);
     }
@@ -166,18 +173,17 @@ void Verdict::print_floods(std::FILE *out, Floods shown) const {
                      {"peak/s", right},
                      {"average/s", right},
                      {"limit/s", right},
-                     {"from", left},
-                     {"what was done", left}});
+                     {"from whom; what was done", left}});
     const size_t rows = shown == Floods::kAll ? floods_.size() : std::min(floods_.size(), kFloodsShown);
     for (size_t i = 0; i < rows; i++) {
         const Flood &flood = floods_[i];
         table.add({flood.flow.protocol == 0 ? "no class" : protocol_name(flood.flow.protocol),
                    std::to_string(flood.flow.port), std::to_string(flood.flow.vlan), when(flood.first_ns()),
                    when(flood.last_ns()), with_commas(flood.traffic->second.peak()), with_commas(flood.average_pps()),
-                   with_commas(flood.limit_pps), senders_text(flood), done_text(flood)});
+                   with_commas(flood.limit_pps), senders_text(flood) + "; " + done_text(flood)});
     }
     std::fputs("\nFloods, most harmful first (peak: the busiest second; average: while over the limit)\n", out);
-    table.print(out);
+    table.print(out, kWidth);
     if (floods_.size() > rows) {
         std::fprintf(out, "and %s more: --all\n", with_commas(floods_.size() - rows).c_str());
     }
@@ -234,6 +240,9 @@ void Verdict::print(std::FILE *out, Floods shown) const {
     std::fprintf(out, "\nOf %s packets received the chip stopped %s, software dropped %s, %s passed.\n",
                  with_commas(total.packets).c_str(), with_commas(total.stopped).c_str(),
                  with_commas(total.dropped).c_str(), with_commas(total.passed()).c_str());
+    if (const std::string text = all_rules_text(all_rules(replay_.journal().rules()), total.stopped); !text.empty()) {
+        print_wrapped(out, text, 0);
+    }
     if (!advice_.command.empty()) {
         std::fputs("\nTry next:\n", out);
         for (const std::string &reason : advice_.reasons) {
@@ -254,6 +263,7 @@ Json Verdict::verdict_json() const {
                  {"capture_seconds", static_cast<double>(capture_length_ns()) / 1e9},
                  {"alarms_raised", alarms_raised_}};
     json["notes"] = notes();
+    json["rules"] = flow_rules_json(all_rules(replay_.journal().rules()));
     json["peak_second_packets"] = account_.total().second.peak();
     json["try_next"] = advice_.command.empty() ? Json(nullptr) : Json(advice_.command);
     json["reasons"] = advice_.reasons;

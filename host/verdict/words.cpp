@@ -66,24 +66,6 @@ std::string percent(uint64_t part, uint64_t whole) {
     return text;
 }
 
-std::vector<std::string> wrapped(const std::string &line, size_t width, size_t indent) {
-    std::vector<std::string> lines;
-    std::string rest = line;
-    while (rest.size() > width) {
-        size_t blank = rest.rfind(' ', width);
-        if (blank == std::string::npos || blank <= indent) {
-            blank = rest.find(' ', width);
-        }
-        if (blank == std::string::npos) {
-            break;
-        }
-        lines.push_back(rest.substr(0, blank));
-        rest = std::string(indent, ' ') + rest.substr(blank + 1);
-    }
-    lines.push_back(rest);
-    return lines;
-}
-
 std::string shell_quoted(const std::string &word) {
     const char *const plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:=,+@%";
     if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) {

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace host {
 
@@ -23,10 +22,6 @@ std::string counted(uint64_t number, const char *singular, const char *plural);
 
 // "80 %" of 'whole'; "less than 1 %", "more than 99 %" where it would be 0 or 100 by rounding only.
 std::string percent(uint64_t part, uint64_t whole);
-
-// One line into lines of at most 'width' characters, broken at blanks; the second and further begin with 'indent'
-// blanks.
-std::vector<std::string> wrapped(const std::string &line, size_t width, size_t indent);
 
 // For a shell: as it is, or in single quotes.
 std::string shell_quoted(const std::string &word);
