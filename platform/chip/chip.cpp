@@ -11,6 +11,7 @@
 
 #include "chip/description.h"
 #include "chip/frame_key.h"
+#include "chip/rule_plane.h"
 
 namespace card {
 
@@ -52,8 +53,11 @@ struct Rule {
     Rule(uint32_t entry, uint32_t stat, Description what)
         : entry_id(entry), stat_id(stat), description(std::move(what)) {}
     bool denies() const { return description.action == Action::kDeny; }
-    ChipRule seen() const {
-        return {entry_id, stat_id, denies(), packets.load(std::memory_order_relaxed), description.text};
+    uint64_t count(const RulePlane *plane) const {
+        return plane != nullptr ? plane->packets(entry_id) : packets.load(std::memory_order_relaxed);
+    }
+    ChipRule seen(const RulePlane *plane) const {
+        return {entry_id, stat_id, denies(), count(plane), description.text};
     }
 };
 
@@ -61,6 +65,7 @@ struct Rule {
 
 struct Chip::State {
     mutable RuleMutex mutex;  // exclusive to change the rules, shared to look at them
+    RulePlane *plane = nullptr;
     size_t capacity = kDefaultCapacity;
     uint32_t next_entry_id = kFirstEntryId;
     uint32_t next_stat_id = kFirstStatId;
@@ -97,6 +102,11 @@ void Chip::set_capacity(size_t rules) {
     state_->capacity = rules;
 }
 
+void Chip::set_plane(RulePlane *plane) {
+    const std::unique_lock lock(state_->mutex);
+    state_->plane = plane;
+}
+
 void Chip::set_observer(std::function<void(const ChipChange &)> observer) {
     observer_ = std::move(observer);
 }
@@ -131,7 +141,7 @@ std::vector<ChipRule> Chip::rules() const {
     std::vector<ChipRule> result;
     result.reserve(state_->rules.size());
     for (const std::unique_ptr<Rule> &rule : state_->rules) {
-        result.push_back(rule->seen());
+        result.push_back(rule->seen(state_->plane));
     }
     return result;
 }
@@ -165,12 +175,17 @@ int Chip::add(Description description, ChipRule *seen) {
     if (state_->rules.size() >= state_->capacity) {
         return kFull;
     }
+    if (state_->plane != nullptr) {
+        if (const int result = state_->plane->add(state_->next_entry_id, description); result != 0) {
+            return result;
+        }
+    }
     state_->rules.push_back(
         std::make_unique<Rule>(state_->next_entry_id, state_->next_stat_id, std::move(description)));
     ++state_->next_entry_id;
     ++state_->next_stat_id;
     rule_count_.store(state_->rules.size(), std::memory_order_release);
-    *seen = state_->rules.back()->seen();
+    *seen = state_->rules.back()->seen(state_->plane);
     return 0;
 }
 
@@ -182,7 +197,10 @@ int Chip::remove(const Description &description) {
         if (place == state_->rules.end()) {
             return kUnknown;
         }
-        change.rule = (*place)->seen();
+        change.rule = (*place)->seen(state_->plane);
+        if (state_->plane != nullptr) {
+            state_->plane->remove(change.rule.entry_id);
+        }
         state_->rules.erase(place);
         rule_count_.store(state_->rules.size(), std::memory_order_release);
     }
@@ -205,7 +223,7 @@ int Chip::count(uint32_t stat_id, uint64_t *packets) const {
     const std::shared_lock lock(state_->mutex);
     for (const std::unique_ptr<Rule> &rule : state_->rules) {
         if (rule->stat_id == stat_id) {
-            *packets = rule->packets.load(std::memory_order_relaxed);
+            *packets = rule->count(state_->plane);
             return 0;
         }
     }

@@ -20,6 +20,7 @@
 namespace card {
 
 struct Description;
+class RulePlane;
 
 // Results of hw_driver_* beside 0.
 enum ChipRefusal : int {
@@ -73,6 +74,10 @@ public:
         return denied_by(frame, len, port, vlan) != 0;
     }
 
+    // From now on 'plane', which outlives the chip's use, matches frames in place of denies(); null: as at first. While
+    // there are no rules.
+    void set_plane(RulePlane *plane);
+
     // Tells of every installation, removal and refused installation behind it, in the thread that asked for it (the
     // module's, with its mutex held); the chip may be asked meanwhile. An empty function ends that. Before packets.
     void set_observer(std::function<void(const ChipChange &)> observer);
@@ -80,7 +85,7 @@ public:
     // Every rule, in order of entry id.
     std::vector<ChipRule> rules() const;
 
-    // Forgets all rules and counters, starts ids afresh, and goes back to the default capacity.
+    // Forgets all rules and counters, starts ids afresh, and goes back to the default capacity. Without a plane only.
     void reset();
 
     // What hw_driver_* ask for, with a description that has been checked. They return 0 or a refusal.

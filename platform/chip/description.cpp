@@ -54,17 +54,19 @@ struct OperationRow {
     uint16_t values;  // each of 4 bytes
     bool is_action;
 };
+constexpr uint16_t kAutomatic = 121;  // goes with every rule that the module makes by itself
 constexpr std::array<OperationRow, 5> kOperations = {{
     {static_cast<uint16_t>(Action::kDeny), 0, true},
     {static_cast<uint16_t>(Action::kCount), 0, true},
     {static_cast<uint16_t>(Action::kCountToo), 0, true},
-    {121, 0, false},
+    {kAutomatic, 0, false},
     {113, 1, false},
 }};
 
 const char *read_match(std::span<const uint8_t> list, Description *description);
 const char *read_item(std::span<const uint8_t> item, Description *description);
 const char *read_operations(std::span<const uint8_t> list, Description *description);
+void keep_to_link_layer(Pattern &pattern);
 const char *read_ports(std::span<const uint8_t> list, Kind expected, Description *description);
 std::string headline(const Description &description);
 void append_field(std::string &text, const FieldRow &row, const uint8_t *value, const uint8_t *mask);
@@ -173,6 +175,7 @@ const char *read_operations(std::span<const uint8_t> list, Description *descript
     }
     size_t at = 2;
     int actions = 0;
+    bool is_automatic = false;
     for (uint16_t left = number_at(list, 0); left > 0; --left) {
         if (list.size() - at < 4) {
             return "operation list: length disagrees with its count";
@@ -195,6 +198,7 @@ const char *read_operations(std::span<const uint8_t> list, Description *descript
             return "operation list: wrong value length";
         }
         at += values * kOperationValue;
+        is_automatic |= code == kAutomatic;
         if (row->is_action) {
             description->action = static_cast<Action>(code);
             ++actions;
@@ -203,7 +207,20 @@ const char *read_operations(std::span<const uint8_t> list, Description *descript
     if (at != list.size()) {
         return "operation list: length disagrees with its count";
     }
+    if (is_automatic) {
+        keep_to_link_layer(description->pattern);
+    }
     return actions == 1 ? nullptr : "operation list: not just one of deny and count";
+}
+
+// A rule of the module's own that names a destination address and no type is about protocols of the link layer (STP,
+// LLDP, LACP): IP and ARP frames to the same address are not meant. Else a sender who forges LLDP from a neighbour's
+// address to the device's own would have all of that neighbour's frames stopped.
+void keep_to_link_layer(Pattern &pattern) {
+    if (is_present(pattern.mask, Field::kDestinationMac) && !is_present(pattern.mask, Field::kEtherType)) {
+        set_link_layer_mark(pattern.value);
+        set_link_layer_mark(pattern.mask);
+    }
 }
 
 const char *read_ports(std::span<const uint8_t> list, Kind expected, Description *description) {

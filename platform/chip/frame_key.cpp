@@ -28,6 +28,7 @@ constexpr uint16_t kTypeServiceTag = 0x88A8;
 constexpr uint16_t kTypeStackedTag = 0x9100;
 constexpr uint16_t kTypeMpls = 0x8847;  // RFC 3032, 5
 constexpr uint16_t kTypeIpv4 = 0x0800;
+constexpr uint16_t kTypeArp = 0x0806;
 constexpr uint16_t kTypeIpv6 = 0x86DD;
 constexpr uint16_t kMaxLength = 1500;  // IEEE 802.3 clause 3.2.6: up to here the type is a length
 constexpr uint8_t kSnapSap = 0xAA;     // IEEE 802 clause 9.2
@@ -39,6 +40,11 @@ constexpr uint8_t kTcp = 6;
 constexpr uint8_t kUdp = 17;
 constexpr uint8_t kIcmpv6 = 58;
 
+void set_mark(KeyBits &bits, size_t bit) {
+    uint8_t &byte = bits.bytes[kPresenceOffset + bit / 8];
+    byte = static_cast<uint8_t>(byte | 1U << bit % 8);
+}
+
 // A reader that walks down a frame and puts what it finds into a key.
 class Decoder {
 public:
@@ -47,6 +53,7 @@ public:
     KeyBits decode(uint16_t port_vlan);
 
 private:
+    void decode_frame();
     bool skip_tags();
     bool skip_llc();
     void ipv4();
@@ -84,13 +91,21 @@ KeyBits Decoder::decode(uint16_t port_vlan) {
     set_u16(Field::kVlan, port_vlan & 0x0FFF);
     copy(Field::kDestinationMac, 0);
     copy(Field::kSourceMac, 6);
+    decode_frame();
+    if (type_ != kTypeIpv4 && type_ != kTypeIpv6 && type_ != kTypeArp) {
+        set_link_layer_mark(key_);
+    }
+    return key_;
+}
+
+void Decoder::decode_frame() {
     if (!has(12, 2)) {
-        return key_;
+        return;
     }
     type_ = u16(12);
     at_ = 14;
     if (!skip_tags() || !skip_llc()) {
-        return key_;
+        return;
     }
     set_u16(Field::kEtherType, type_);
     // Both types of IP are read by the version nibble, so that a frame with the wrong type of the two is still IP.
@@ -101,7 +116,6 @@ KeyBits Decoder::decode(uint16_t port_vlan) {
             ipv6();
         }
     }
-    return key_;
 }
 
 // Walks over VLAN tags, the first of which names the VLAN, and MPLS labels. A label (RFC 3032) has no type behind it;
@@ -198,9 +212,16 @@ FieldPlace field_place(Field field) {
 }
 
 void set_presence(KeyBits &bits, Field field) {
+    set_mark(bits, static_cast<size_t>(field));
+}
+
+bool is_present(const KeyBits &bits, Field field) {
     const size_t bit = static_cast<size_t>(field);
-    uint8_t &byte = bits.bytes[kPresenceOffset + bit / 8];
-    byte = static_cast<uint8_t>(byte | 1U << bit % 8);
+    return (bits.bytes[kPresenceOffset + bit / 8] >> bit % 8 & 1U) != 0;
+}
+
+void set_link_layer_mark(KeyBits &bits) {
+    set_mark(bits, kLinkLayerMark);
 }
 
 KeyBits frame_key(const uint8_t *frame, uint32_t len, uint32_t vlan) {

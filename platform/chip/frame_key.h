@@ -28,6 +28,9 @@ enum class Field : uint8_t {
 };
 constexpr size_t kFieldCount = 11;
 
+// A mark without a field: the frame is neither IPv4, IPv6 nor ARP, as far as its type is there.
+constexpr size_t kLinkLayerMark = kFieldCount;
+
 // The block of bits: 62 bytes of fields and 2 of presence bits.
 struct KeyBits {
     alignas(8) uint8_t bytes[64];
@@ -42,6 +45,8 @@ FieldPlace field_place(Field field);
 
 // Marks a field as present (in a key) or asked for (in a value or a mask).
 void set_presence(KeyBits &bits, Field field);
+bool is_present(const KeyBits &bits, Field field);
+void set_link_layer_mark(KeyBits &bits);
 
 // The key of a frame of 'len' bytes that was put into 'vlan' (low 12 bits) where it came in. A field whose bytes are
 // not all there is not present.

@@ -1,0 +1,364 @@
+/* guard.bpf.c: the kernel's half of the card: what stands between a port and the machine's own stack.
+ *
+ * At a port that is watched, each received frame that is for this processor is counted, shown to the chip rules and the
+ * software denies, and copied into the ring for the module; what neither denies goes on to the stack at once. Sent
+ * frames are copied and nothing else. Nobody waits for the process; while it does not show itself (heartbeat), every
+ * frame passes untouched.
+ *
+ * Written by the process: everything but the counters. Runs on every processor at once; counters are one for each.
+ *
+ * SPDX-License-Identifier: MIT OR GPL-2.0-only
+ */
+#include <linux/bpf.h>
+
+#include <bpf/bpf_endian.h>
+#include <bpf/bpf_helpers.h>
+
+#include "parse.bpf.h"
+#include "record.h"
+
+char _license[] SEC("license") = "Dual MIT/GPL";
+
+/* ---- Shared with the process ------------------------------------------------------------------------------------ */
+
+volatile __u64 heartbeat_ns; /* CLOCK_MONOTONIC, when the process last showed itself */
+volatile __u64 patience_ns;  /* how long after it is still taken for alive */
+volatile __u32 mask_count;   /* slots of 'masks' in use, all in front */
+volatile __u32 deny_count;   /* software denies in force; 0 saves looking */
+union kernel_key masks[KERNEL_MASKS];
+
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(map_flags, BPF_F_NO_PREALLOC);
+    __uint(max_entries, KERNEL_RULES);
+    __type(key, struct kernel_rule_key);
+    __type(value, struct kernel_rule);
+} rules SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+    __uint(max_entries, KERNEL_COUNTERS);
+    __type(key, __u32);
+    __type(value, __u64);
+} matched SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(map_flags, BPF_F_NO_PREALLOC);
+    __uint(max_entries, KERNEL_DENIES);
+    __type(key, struct kernel_flow);
+    __type(value, __u32);
+} denies SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(max_entries, KERNEL_PORTS);
+    __type(key, __u32); /* interface index */
+    __type(value, struct kernel_port);
+} ports SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+    __uint(max_entries, KERNEL_PORTS);
+    __type(key, __u32);
+    __type(value, struct kernel_counts);
+} counts SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(max_entries, KERNEL_ADDRESSES);
+    __type(key, struct kernel_address);
+    __type(value, __u8);
+} addresses SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_RINGBUF);
+    __uint(max_entries, 16 << 20);
+} copies SEC(".maps");
+
+/* ---- Copies ----------------------------------------------------------------------------------------------------- */
+
+enum {
+    ADDRESSES = 12, /* bytes in front of a tag */
+};
+
+/* Copies a received frame straight into the ring, into a room of a size that the verifier knows. 1: does not fit. */
+static __always_inline int copy_received_into(struct xdp_md *ctx, const struct kernel_copy *head, const __u32 room) {
+    __u64 len = head->len;
+    __asm__ volatile("" : "+r"(len)); /* the verifier of 6.1 wants both bounds in the register that is passed */
+    if (len < 1 || len > room) {
+        return 1;
+    }
+    struct kernel_copy *copy = bpf_ringbuf_reserve(&copies, sizeof(*copy) + room, 0);
+    if (!copy) {
+        return -1;
+    }
+    *copy = *head;
+    if (bpf_xdp_load_bytes(ctx, 0, copy + 1, (__u32)len) != 0) {
+        bpf_ringbuf_discard(copy, BPF_RB_NO_WAKEUP);
+        return -1;
+    }
+    bpf_ringbuf_submit(copy, BPF_RB_NO_WAKEUP);
+    return 0;
+}
+
+/* 0, or -1 when the copy is lost. */
+__attribute__((noinline)) int copy_received(struct xdp_md *ctx, const struct kernel_copy *head) {
+    if (!head) {
+        return -1;
+    }
+    int result = copy_received_into(ctx, head, 128);
+    if (result > 0) {
+        result = copy_received_into(ctx, head, 512);
+    }
+    if (result > 0) {
+        result = copy_received_into(ctx, head, 2048);
+    }
+    return result > 0 ? copy_received_into(ctx, head, KERNEL_COPY_MAX) : result;
+}
+
+/* The same for a frame to be sent, whose tag may stand beside it: 'tag' bytes are put in behind the addresses. */
+static __always_inline int copy_sent_into(struct __sk_buff *skb, const struct kernel_copy *head, __u32 tag,
+                                          const __u32 room) {
+    __u64 rest = head->len - ADDRESSES - tag;
+    __asm__ volatile("" : "+r"(rest));
+    if (rest < 1 || rest > room) {
+        return 1;
+    }
+    struct kernel_copy *copy = bpf_ringbuf_reserve(&copies, sizeof(*copy) + ADDRESSES + 4 + room, 0);
+    if (!copy) {
+        return -1;
+    }
+    *copy = *head;
+    __u8 *frame = (__u8 *)(copy + 1);
+    long fault = bpf_skb_load_bytes(skb, 0, frame, ADDRESSES);
+    if (tag) {
+        put16(frame + ADDRESSES, bpf_ntohs((__u16)skb->vlan_proto));
+        put16(frame + ADDRESSES + 2, (__u16)skb->vlan_tci);
+        fault |= bpf_skb_load_bytes(skb, ADDRESSES, frame + ADDRESSES + 4, (__u32)rest);
+    } else {
+        fault |= bpf_skb_load_bytes(skb, ADDRESSES, frame + ADDRESSES, (__u32)rest);
+    }
+    if (fault != 0) {
+        bpf_ringbuf_discard(copy, BPF_RB_NO_WAKEUP);
+        return -1;
+    }
+    bpf_ringbuf_submit(copy, BPF_RB_NO_WAKEUP);
+    return 0;
+}
+
+__attribute__((noinline)) int copy_sent(struct __sk_buff *skb, const struct kernel_copy *head) {
+    if (!head) {
+        return -1;
+    }
+    const __u32 tag = skb->vlan_present ? 4 : 0;
+    int result = copy_sent_into(skb, head, tag, 128);
+    if (result > 0) {
+        result = copy_sent_into(skb, head, tag, 512);
+    }
+    if (result > 0) {
+        result = copy_sent_into(skb, head, tag, 2048);
+    }
+    return result > 0 ? copy_sent_into(skb, head, tag, KERNEL_COPY_MAX) : result;
+}
+
+/* ---- Whose frame it is ------------------------------------------------------------------------------------------ */
+
+static __always_inline int is_local(__u32 family, const __u8 *bytes, __u32 count) {
+    struct kernel_address address = {};
+    __builtin_memcpy(address.bytes, bytes, count);
+    address.family = family;
+    return bpf_map_lookup_elem(&addresses, &address) != 0;
+}
+
+/* Whether the machine's own stack would take the frame, rather than forward or drop it: one to a group, or to one of
+ * its addresses. Labelled and IP frames to its MAC address go on to others, unless the inner address is its own. */
+__attribute__((noinline)) int is_for_this_processor(const struct kernel_parsed *parsed) {
+    if (!parsed) {
+        return 0;
+    }
+    const union kernel_key *key = &parsed->key;
+    if (key->dst_mac[0] & 1) {
+        return 1;
+    }
+    if (!is_local(0, key->dst_mac, 6)) {
+        return 0;
+    }
+    if (key->presence[1] & HAS_DST_IPV4 >> 8) {
+        return (key->dst_ipv4[0] & 0xf0) == 0xe0 || is_local(4, key->dst_ipv4, 4);
+    }
+    if (key->presence[1] & HAS_DST_IPV6 >> 8) {
+        return key->dst_ipv6[0] == 0xff || is_local(6, key->dst_ipv6, 16);
+    }
+    return !parsed->is_labelled;
+}
+
+/* ---- Rules and software denies ---------------------------------------------------------------------------------- */
+
+static __always_inline void add(void *counters, __u32 index) {
+    __u64 *counter = bpf_map_lookup_elem(counters, &index);
+    if (counter) {
+        (*counter)++;
+    }
+}
+
+struct search {
+    union kernel_key key; /* of the frame */
+    struct kernel_rule_key wanted;
+    struct kernel_rule found;
+};
+
+/* One slot. A call-back of bpf_loop, so that the verifier goes through it once. */
+static long search_slot(__u32 slot, struct search *search) {
+    const union kernel_key *mask = &masks[slot & (KERNEL_MASKS - 1)];
+    /* Most slots ask for fields that the frame does not have. */
+    if ((~search->key.presence[0] & mask->presence[0]) | (~search->key.presence[1] & mask->presence[1])) {
+        return 0;
+    }
+    for (int i = 0; i < 8; i++) {
+        search->wanted.key.words[i] = search->key.words[i] & mask->words[i];
+    }
+    search->wanted.slot = slot;
+    const struct kernel_rule *rule = bpf_map_lookup_elem(&rules, &search->wanted);
+    if (!rule) {
+        return 0;
+    }
+    struct kernel_rule *found = &search->found;
+    if (rule->deny_entry != 0 && (found->deny_entry == 0 || rule->deny_entry < found->deny_entry)) {
+        found->deny_entry = rule->deny_entry;
+        found->deny_counter = rule->deny_counter;
+    }
+    if (rule->count_entry != 0 && (found->count_entry == 0 || rule->count_entry < found->count_entry)) {
+        found->count_entry = rule->count_entry;
+        found->count_counter = rule->count_counter;
+    }
+    return 0;
+}
+
+/* The oldest deny rule that matches stops the frame, 1; the oldest counting rule that matches counts it, if it is older
+ * than that. */
+__attribute__((noinline)) int is_stopped(const struct kernel_parsed *parsed) {
+    if (!parsed) {
+        return 0;
+    }
+    struct search search = {};
+    search.key = parsed->key;
+    search.wanted.port = parsed->flow.port;
+    bpf_loop(mask_count < KERNEL_MASKS ? mask_count : KERNEL_MASKS, search_slot, &search, 0);
+    const struct kernel_rule *found = &search.found;
+    if (found->count_entry != 0 && (found->deny_entry == 0 || found->count_entry < found->deny_entry)) {
+        add(&matched, found->count_counter);
+    }
+    if (found->deny_entry == 0) {
+        return 0;
+    }
+    add(&matched, found->deny_counter);
+    return 1;
+}
+
+/* One source, or the whole flow. */
+static __always_inline int is_denied(const struct kernel_flow *flow) {
+    if (deny_count == 0) {
+        return 0;
+    }
+    if (bpf_map_lookup_elem(&denies, flow)) {
+        return 1;
+    }
+    struct kernel_flow whole = {};
+    whole.port = flow->port;
+    whole.vlan = flow->vlan;
+    whole.protocol = flow->protocol;
+    return bpf_map_lookup_elem(&denies, &whole) != 0;
+}
+
+/* ---- Programs --------------------------------------------------------------------------------------------------- */
+
+SEC("xdp.frags") int guard_received(struct xdp_md *ctx) {
+    __u32 interface = ctx->ingress_ifindex;
+    const struct kernel_port *port = bpf_map_lookup_elem(&ports, &interface);
+    if (!port) {
+        return XDP_PASS;
+    }
+    __u32 index = port->index;
+    struct kernel_counts *count = bpf_map_lookup_elem(&counts, &index);
+    if (!count) {
+        return XDP_PASS;
+    }
+    struct kernel_copy head = {};
+    head.time_ns = bpf_ktime_get_ns();
+    if (head.time_ns > heartbeat_ns && head.time_ns - heartbeat_ns > patience_ns) {
+        count->blind++;
+        return XDP_PASS;
+    }
+    struct kernel_parsed parsed;
+    parse_frame(ctx, port->vlan, &parsed);
+    if (!port->all && !is_for_this_processor(&parsed)) {
+        count->transit++;
+        return XDP_PASS;
+    }
+    count->offered++;
+    parsed.flow.port = port->port;
+    if (mask_count != 0 && is_stopped(&parsed)) {
+        count->stopped++;
+        return XDP_DROP;
+    }
+    const int denied = is_denied(&parsed.flow);
+    head.flow = parsed.flow;
+    head.flags = denied ? KERNEL_DENIED : 0;
+    head.len = (__u32)bpf_xdp_get_buff_len(ctx);
+    if (head.len > KERNEL_COPY_MAX) {
+        head.len = KERNEL_COPY_MAX;
+    }
+    if (copy_received(ctx, &head) != 0) {
+        count->lost++;
+    }
+    if (denied) {
+        count->dropped++;
+        return XDP_DROP;
+    }
+    count->passed++;
+    return XDP_PASS;
+}
+
+/* Frames that this machine has made, not those that it forwards. */
+SEC("tc") int guard_sent(struct __sk_buff *skb) {
+    __u32 interface = skb->ifindex;
+    const struct kernel_port *port = bpf_map_lookup_elem(&ports, &interface);
+    if (!port || skb->ingress_ifindex != 0) {
+        return -1; /* go on */
+    }
+    __u32 index = port->index;
+    struct kernel_counts *count = bpf_map_lookup_elem(&counts, &index);
+    if (!count) {
+        return -1;
+    }
+    struct kernel_copy head = {};
+    head.time_ns = bpf_ktime_get_ns();
+    if (head.time_ns > heartbeat_ns && head.time_ns - heartbeat_ns > patience_ns) {
+        return -1;
+    }
+    count->sent++;
+    head.flow.port = port->port;
+    head.flags = KERNEL_SENT;
+    head.len = skb->len + (skb->vlan_present ? 4 : 0);
+    if (head.len > KERNEL_COPY_MAX) {
+        head.len = KERNEL_COPY_MAX;
+    }
+    if (copy_sent(skb, &head) != 0) {
+        count->lost++;
+    }
+    return -1;
+}
+
+/* For tests only, not loaded otherwise: what the parser makes of a frame, and whether a rule stops it. */
+struct kernel_parsed probed;
+volatile __u32 probe_port;
+volatile __u32 probe_vlan;
+
+SEC("?xdp") int probe(struct xdp_md *ctx) {
+    struct kernel_parsed parsed;
+    parse_frame(ctx, probe_vlan, &parsed);
+    parsed.flow.port = probe_port;
+    probed = parsed;
+    return mask_count != 0 && is_stopped(&parsed) ? XDP_DROP : XDP_PASS;
+}
