@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static host::Replay replay(no_captures, events, {});
     static host::CapturesFolder folder;
     static host::CaptureKeeper captures(replay, folder);
-    static host::console::Session session{replay, captures, false, true};
+    static host::console::Session session{replay, &replay, captures, false, true};
     static Console console(session);
     static const std::vector<Frame> frames = [] {
         replay.start();

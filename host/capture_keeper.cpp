@@ -6,7 +6,7 @@
 
 namespace host {
 
-CaptureKeeper::CaptureKeeper(const Replay &replay, CapturesFolder &folder) : replay_(replay), folder_(folder) {
+CaptureKeeper::CaptureKeeper(const Run &run, CapturesFolder &folder) : run_(run), folder_(folder) {
     if (folder_.is_open()) {
         card::Clock::instance().set_before_drive([this] { look(); });
     }
@@ -18,7 +18,7 @@ CaptureKeeper::~CaptureKeeper() {
 
 void CaptureKeeper::look() {
     const bool may_be_new = card::large_blocks_made() != large_blocks_seen_;
-    if (!folder_.is_open() || (!may_be_new && replay_.packets() == packets_seen_)) {
+    if (!folder_.is_open() || (!may_be_new && run_.packets() == packets_seen_)) {
         return;
     }
     const card::BudgetScope no_budget_for_copies(false);
@@ -32,7 +32,7 @@ void CaptureKeeper::look() {
         find_new();
     }
     large_blocks_seen_ = card::large_blocks_made();
-    packets_seen_ = replay_.packets();
+    packets_seen_ = run_.packets();
 }
 
 void CaptureKeeper::write_all() {
@@ -61,7 +61,7 @@ void CaptureKeeper::find_new() {
     if (atc_api_get_cap_is_exist() == 1) {
         take({});
     }
-    for (const auto &[subject, alarm] : replay_.alarms().standing(AlarmEvent::Period::kFast)) {
+    for (const auto &[subject, alarm] : run_.alarms().standing(AlarmEvent::Period::kFast)) {
         take({ATC_DIRECTION_RX, subject});
     }
 }

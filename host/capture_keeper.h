@@ -5,8 +5,8 @@
 // looks at the captures and remembers what they have recorded; one that is gone at the next look, or has begun anew, is
 // written from memory and forgotten. It remembers no more captures than the module holds: the manual one and ten
 // others. A new one is looked for only when the module has allocated a large block, and only where an alarm stands:
-// there is no other way for one to begin. Used by: replay_command, the console. Uses: replay (alarms, packets),
-// captures_folder, the clock. Thread: the driving one, with no lock held.
+// there is no other way for one to begin. Used by: replay_command, live_command, the console. Uses: run (alarms,
+// packets), captures_folder, the clock. Thread: the driving one, with no lock held.
 #pragma once
 
 #include <cstdint>
@@ -15,14 +15,14 @@
 
 #include "captures_folder.h"
 #include "module_captures.h"
-#include "replay.h"
+#include "run.h"
 
 namespace host {
 
 class CaptureKeeper {
 public:
     // From now on; not at all without a folder.
-    CaptureKeeper(const Replay &replay, CapturesFolder &folder);
+    CaptureKeeper(const Run &run, CapturesFolder &folder);
     ~CaptureKeeper();
     CaptureKeeper(const CaptureKeeper &) = delete;
     CaptureKeeper &operator=(const CaptureKeeper &) = delete;
@@ -37,7 +37,7 @@ private:
     void update(const CaptureKey &key, std::string &content);
     void find_new();
 
-    const Replay &replay_;
+    const Run &run_;
     CapturesFolder &folder_;
     std::map<CaptureKey, std::string> held_;  // content, as far as it has been seen
     uint64_t packets_seen_ = 0;

@@ -19,18 +19,13 @@ constexpr int64_t kStepNs = card::kNanosecondsPerSecond;  // of the module's own
 }  // namespace
 
 Replay::Replay(CaptureSet &captures, EventLog &events, const ReplaySettings &settings)
-    : captures_(captures),
-      events_(events),
-      clock_(card::Clock::instance()),
+    : Run(events),
+      captures_(captures),
       chip_(card::Chip::instance()),
       settings_(settings),
-      packet_flow_(settings.vlan, settings.device_mac()),
-      journal_(events.alarms()) {
-    events_.set_journal(&journal_);
-}
+      packet_flow_(settings.vlan, settings.device_mac()) {}
 
 Replay::~Replay() {
-    events_.set_journal(nullptr);
     clock_.set_driver_sleep(nullptr);
 }
 
@@ -81,34 +76,12 @@ int64_t Replay::fast_period_rest_ns() const {
 void Replay::fast_period_set(uint32_t seconds) {
     period_s_ = seconds;
     period_start_ns_ = now_ns();
-    journal_.set_period(AlarmEvent::Period::kFast, seconds);
+    Run::fast_period_set(seconds);
 }
 
 bool Replay::trunk_change(uint32_t trunk, uint32_t member, bool joins) {
-    if (joins) {
-        trunk_of_[member] = trunk;
-    } else if (const auto found = trunk_of_.find(member); found != trunk_of_.end() && found->second == trunk) {
-        trunk_of_.erase(found);
-    }
     last_counts_ = nullptr;
-    const bool is_told = card::trunk_change(trunk, member, joins);
-    journal_.settle(nullptr);
-    return is_told;
-}
-
-int64_t Replay::now_ns() const {
-    return clock_.realtime_ns();
-}
-
-PortCounts Replay::received() const {
-    PortCounts sum;
-    for (const auto &[port, counts] : ports_) {
-        sum.offered += counts.offered;
-        sum.stopped += counts.stopped;
-        sum.dropped += counts.dropped;
-        sum.passed += counts.passed;
-    }
-    return sum;
+    return Run::trunk_change(trunk, member, joins);
 }
 
 void Replay::feed(int64_t end_ns, bool stop_at_alarm) {
@@ -157,7 +130,7 @@ void Replay::show_progress(bool goes_on) {
 
 void Replay::deliver(const Packet &packet) {
     if (is_own(packet)) {
-        deliver_sent(packet);
+        hand_over_sent(packet);  // the switching chip only stands in the way of packets that come in
         return;
     }
     if (last_counts_ == nullptr || last_port_ != packet.port) {
@@ -173,44 +146,18 @@ void Replay::deliver(const Packet &packet) {
         journal_.rules().stopped(rule, subject);
         outcome = Outcome::kStopped;
     } else {
-        outcome = judge(packet);
+        outcome = judge(packet, packet_flow_, last_logical_, settings_.vlan);
+        (outcome == Outcome::kDropped ? last_counts_->dropped : last_counts_->passed)++;
     }
     if (account_ != nullptr) {
         account_->count(packet, last_logical_, outcome);
     }
 }
 
-// A packet that made the module allocate something may be the first of its flow.
-Outcome Replay::judge(const Packet &packet) {
-    const int verdict = atc_api_receive_packet(packet.data, packet.len, last_logical_, settings_.vlan);
-    if (const uint64_t blocks = card::blocks_made(); blocks != blocks_seen_) [[unlikely]] {
-        blocks_seen_ = blocks;
-        flows_.note(packet_flow_.of(packet, last_logical_));
-    }
-    if (journal_.has_news()) [[unlikely]] {
-        const Subject subject = packet_flow_.subject_of(packet, last_logical_);
-        journal_.settle(&subject);
-    }
-    if (verdict != 0) {
-        last_counts_->dropped++;
-        verdicts_.dropped(packet_flow_.of(packet, last_logical_));
-        return Outcome::kDropped;
-    }
-    last_counts_->passed++;
-    return Outcome::kPassed;
-}
-
 void Replay::look_up(uint32_t port) {
-    const auto trunk = trunk_of_.find(port);
     last_port_ = port;
-    last_logical_ = trunk != trunk_of_.end() ? trunk->second : port;
+    last_logical_ = logical_port(port);
     last_counts_ = &ports_[port];
-}
-
-// The switching chip only stands in the way of packets that come in.
-void Replay::deliver_sent(const Packet &packet) {
-    sent_++;
-    sent_dropped_ += atc_api_global_send_packet(packet.data, packet.len) != 0 ? 1 : 0;
 }
 
 bool Replay::is_own(const Packet &packet) const {

@@ -207,7 +207,7 @@ console::Status replay_captures(const ReplayOptions &options, CaptureSet &captur
     }
     apply_settings(options, replay);
     CaptureKeeper captured(replay, folder);
-    console::Session session{replay, captured, options.json, false};
+    console::Session session{replay, &replay, captured, options.json, false};
     console::Console console(session);
     console::Status status = run_settings(options, console);
     if (status != console::Status::kDone) {

@@ -51,13 +51,13 @@ std::string table_of(int (*report)(char **text), size_t rows) {
 }
 
 // Of every port.
-void print_ports(std::FILE *out, const Replay &replay) {
+void print_ports(std::FILE *out, const Run &run) {
     TextTable table({{"port", kRight},
                      {"offered", kRight},
                      {"stopped-in-chip", kRight},
                      {"dropped-in-software", kRight},
                      {"passed", kRight}});
-    for (const auto &[port, counts] : replay.ports()) {
+    for (const auto &[port, counts] : run.ports()) {
         table.add({std::to_string(port), std::to_string(counts.offered), std::to_string(counts.stopped),
                    std::to_string(counts.dropped), std::to_string(counts.passed)});
     }
@@ -132,16 +132,16 @@ void print_summary(std::FILE *out, const Summary &summary) {
                  summary.packets_per_second());
 }
 
-std::string ports_text(const Replay &replay) {
-    return table_of(atc_api_get_rx_port_stat_brief, port_rows(replay.flows()).size());
+std::string ports_text(const Run &run) {
+    return table_of(atc_api_get_rx_port_stat_brief, port_rows(run.flows()).size());
 }
 
-std::string flows_text(const Replay &replay) {
-    return table_of(atc_api_get_stat_brief, count_flow_lines(replay.flows()));
+std::string flows_text(const Run &run) {
+    return table_of(atc_api_get_stat_brief, count_flow_lines(run.flows()));
 }
 
-std::string alarms_text(const Replay &replay) {
-    return with_missing_rows(report_text(atc_api_get_alarm_info), list_alarms(replay.alarms()).beyond);
+std::string alarms_text(const Run &run) {
+    return with_missing_rows(report_text(atc_api_get_alarm_info), list_alarms(run.alarms()).beyond);
 }
 
 void print_chip_rules(std::FILE *out) {
@@ -162,9 +162,9 @@ void print_hw_deny(std::FILE *out) {
     std::fputs(text.empty() ? "(none)\n" : text.c_str(), out);
 }
 
-void print_verdicts(std::FILE *out, const Replay &replay) {
-    print_ports(out, replay);
-    const std::vector<FlowVerdict> flows = replay.flow_verdicts().rows();
+void print_verdicts(std::FILE *out, const Run &run) {
+    print_ports(out, run);
+    const std::vector<FlowVerdict> flows = run.flow_verdicts().rows();
     if (flows.empty()) {
         return;
     }

@@ -31,13 +31,13 @@ void print_answer(std::FILE *out, const Summary &summary);
 void print_summary(std::FILE *out, const Summary &summary);
 
 // The module's own texts, and behind them how many rows they had no room for.
-std::string ports_text(const Replay &replay);
-std::string flows_text(const Replay &replay);
-std::string alarms_text(const Replay &replay);
+std::string ports_text(const Run &run);
+std::string flows_text(const Run &run);
+std::string alarms_text(const Run &run);
 
 // Sections that the console shows too.
 void print_chip_rules(std::FILE *out);
 void print_hw_deny(std::FILE *out);
-void print_verdicts(std::FILE *out, const Replay &replay);
+void print_verdicts(std::FILE *out, const Run &run);
 
 }  // namespace host

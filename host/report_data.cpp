@@ -108,8 +108,8 @@ void write_report(std::FILE *out, const Summary &summary) {
     json.close();
 }
 
-void write_flows(JsonWriter &json, const Replay &replay, const StandingAlarms &alarms) {
-    each_flow_row(replay.flows(), alarms, [&json](const FlowRow &row) {
+void write_flows(JsonWriter &json, const Run &run, const StandingAlarms &alarms) {
+    each_flow_row(run.flows(), alarms, [&json](const FlowRow &row) {
         Json entry = flow_key_json(row.flow.subject.flow);
         append(entry, figures_json(row.flow.figures));
         entry["over_limit"] = row.flow.over_limit;
@@ -132,9 +132,9 @@ void write_alarms(JsonWriter &json, const StandingAlarms &alarms) {
     }
 }
 
-void write_flow_verdicts(JsonWriter &json, const Replay &replay) {
+void write_flow_verdicts(JsonWriter &json, const Run &run) {
     const auto known = [](const std::optional<uint64_t> &count) { return count ? Json(*count) : Json(nullptr); };
-    for (const FlowVerdict &row : replay.flow_verdicts().rows()) {
+    for (const FlowVerdict &row : run.flow_verdicts().rows()) {
         Json entry = flow_key_json(row.flow);
         entry["offered"] = known(row.offered);
         entry["stopped_in_chip"] = row.stopped;
@@ -148,8 +148,8 @@ Json protocols_json(uint32_t direction) {
     return table_json(protocol_rows(direction), "protocol", protocol_name);
 }
 
-Json ports_json(const Replay &replay) {
-    return table_json(port_rows(replay.flows()), "port", [](uint32_t port) { return port; });
+Json ports_json(const Run &run) {
+    return table_json(port_rows(run.flows()), "port", [](uint32_t port) { return port; });
 }
 
 Json vlans_json() {
@@ -189,9 +189,9 @@ Json hw_deny_json() {
     return json;
 }
 
-Json port_verdicts_json(const Replay &replay) {
+Json port_verdicts_json(const Run &run) {
     Json json = Json::array();
-    for (const auto &[port, counts] : replay.ports()) {
+    for (const auto &[port, counts] : run.ports()) {
         json.push_back({{"port", port},
                         {"offered", counts.offered},
                         {"stopped_in_chip", counts.stopped},

@@ -16,16 +16,16 @@ namespace host {
 void write_report(std::FILE *out, const Summary &summary);
 
 // The elements of an array that is open.
-void write_flows(JsonWriter &json, const Replay &replay, const StandingAlarms &alarms);
+void write_flows(JsonWriter &json, const Run &run, const StandingAlarms &alarms);
 void write_alarms(JsonWriter &json, const StandingAlarms &alarms);
-void write_flow_verdicts(JsonWriter &json, const Replay &replay);
+void write_flow_verdicts(JsonWriter &json, const Run &run);
 
 Json protocols_json(uint32_t direction);
-Json ports_json(const Replay &replay);
+Json ports_json(const Run &run);
 Json vlans_json();
 Json chip_rules_json();
 Json hw_deny_json();
-Json port_verdicts_json(const Replay &replay);
+Json port_verdicts_json(const Run &run);
 Json source_json(const Source &source);
 
 }  // namespace host

@@ -33,7 +33,8 @@ enum class Status {
 
 // Whom the lines work on.
 struct Session {
-    Replay &replay;
+    Run &run;
+    Replay *replay;  // the same, where packets come from captures; else null
     CaptureKeeper &captures;
     bool json;     // show prints data
     bool may_run;  // false while settings are made before the replay

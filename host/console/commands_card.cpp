@@ -7,7 +7,7 @@ namespace {
 
 Status trunk_change(Session &session, const Arguments &arguments) {
     const bool taken =
-        session.replay.trunk_change(arguments.number("trunk"), arguments.number("port"), arguments.has("join"));
+        session.run.trunk_change(arguments.number("trunk"), arguments.number("port"), arguments.has("join"));
     return taken ? Status::kDone : failed("nobody has registered for trunk changes");
 }
 

@@ -13,9 +13,9 @@ uint32_t direction_of(const Arguments &arguments) {
 }
 
 Status clear_all(Session &session, const Arguments &) {
-    Replay &replay = session.replay;
-    const int result = replay.flow_verdicts().keep_counts(replay.flows().flows(), atc_api_clear_statistic_all);
-    replay.alarms().forget();
+    Run &run = session.run;
+    const int result = run.flow_verdicts().keep_counts(run.flows().flows(), atc_api_clear_statistic_all);
+    run.alarms().forget();
     return done_if_zero(static_cast<uint32_t>(result), kNoEntry);
 }
 
@@ -41,7 +41,7 @@ Status clear_protocol(Session &, const Arguments &arguments) {
 Status clear_flow(Session &session, const Arguments &arguments) {
     const FlowName flow = flow_name(arguments);
     const FlowKey cleared = flow.subject().flow;
-    const int result = session.replay.flow_verdicts().keep_counts({&cleared, 1}, [&flow] {
+    const int result = session.run.flow_verdicts().keep_counts({&cleared, 1}, [&flow] {
         return atc_api_clear_statistic(flow.direction, flow.vlan, flow.port, flow.protocol, flow.source.type,
                                        flow.address());
     });

@@ -9,43 +9,51 @@ namespace host::console {
 
 namespace {
 
-constexpr const char *kNotNow = "time does not run while settings are made";
+// Time is the replay's, and not yet while settings are made.
+bool may_run(const Session &session) {
+    if (session.replay == nullptr) {
+        failed("time runs by itself here");
+    } else if (!session.may_run) {
+        failed("time does not run while settings are made");
+    }
+    return session.replay != nullptr && session.may_run;
+}
 
 Status run_seconds(Session &session, const Arguments &arguments) {
-    if (!session.may_run) {
-        return failed(kNotNow);
+    if (!may_run(session)) {
+        return Status::kFailed;
     }
-    session.replay.run_for(arguments.number("seconds") * card::kNanosecondsPerSecond);
+    session.replay->run_for(arguments.number("seconds") * card::kNanosecondsPerSecond);
     return Status::kDone;
 }
 
 Status run_until_time(Session &session, const Arguments &arguments) {
-    if (!session.may_run) {
-        return failed(kNotNow);
+    if (!may_run(session)) {
+        return Status::kFailed;
     }
-    const int64_t time_ns = *read_time(arguments.text("time"), session.replay.start_ns());
-    if (time_ns < session.replay.now_ns()) {
-        return failed(("it is " + card::time_text(session.replay.now_ns()) + " UTC already").c_str());
+    const int64_t time_ns = *read_time(arguments.text("time"), session.replay->start_ns());
+    if (time_ns < session.replay->now_ns()) {
+        return failed(("it is " + card::time_text(session.replay->now_ns()) + " UTC already").c_str());
     }
-    session.replay.run_until(time_ns);
+    session.replay->run_until(time_ns);
     return Status::kDone;
 }
 
 Status run_until_alarm(Session &session, const Arguments &) {
-    if (!session.may_run) {
-        return failed(kNotNow);
+    if (!may_run(session)) {
+        return Status::kFailed;
     }
-    const bool done = session.replay.run_until_alarm() || kept_signal() != 0;
+    const bool done = session.replay->run_until_alarm() || kept_signal() != 0;
     return done ? Status::kDone : failed("no alarm was raised up to the end");
 }
 
 // To the end of the fast period of the last packet, as a replay without an operator does.
 Status run_until_end(Session &session, const Arguments &) {
-    if (!session.may_run) {
-        return failed(kNotNow);
+    if (!may_run(session)) {
+        return Status::kFailed;
     }
-    session.replay.run_to_end();
-    session.replay.run_for(session.replay.fast_period_rest_ns());
+    session.replay->run_to_end();
+    session.replay->run_for(session.replay->fast_period_rest_ns());
     return Status::kDone;
 }
 

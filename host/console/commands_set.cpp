@@ -30,7 +30,7 @@ Status set_fast_period(Session &session, const Arguments &arguments) {
     if (atc_api_set_fast_period_time(seconds) != 0) {
         return failed(kRefused);
     }
-    session.replay.fast_period_set(seconds);
+    session.run.fast_period_set(seconds);
     return Status::kDone;
 }
 
@@ -39,7 +39,7 @@ Status set_long_period(Session &session, const Arguments &arguments) {
     if (atc_api_set_long_period_time(seconds) != 0) {
         return failed(kRefused);
     }
-    session.replay.journal().set_period(AlarmEvent::Period::kLong, seconds);
+    session.run.journal().set_period(AlarmEvent::Period::kLong, seconds);
     return Status::kDone;
 }
 

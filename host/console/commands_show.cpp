@@ -50,8 +50,8 @@ Status show_protocols(Session &session, const Arguments &arguments) {
 }
 
 Status show_ports(Session &session, const Arguments &arguments) {
-    return as_json(session, arguments) ? print_json(ports_json(session.replay))
-                                       : print_text(ports_text(session.replay));
+    return as_json(session, arguments) ? print_json(ports_json(session.run))
+                                       : print_text(ports_text(session.run));
 }
 
 Status show_vlans(Session &session, const Arguments &arguments) {
@@ -61,17 +61,17 @@ Status show_vlans(Session &session, const Arguments &arguments) {
 
 Status show_flows(Session &session, const Arguments &arguments) {
     if (!as_json(session, arguments)) {
-        return print_text(flows_text(session.replay));
+        return print_text(flows_text(session.run));
     }
-    const AlarmListing alarms = list_alarms(session.replay.alarms());
-    return print_array([&](JsonWriter &json) { write_flows(json, session.replay, alarms.standing); });
+    const AlarmListing alarms = list_alarms(session.run.alarms());
+    return print_array([&](JsonWriter &json) { write_flows(json, session.run, alarms.standing); });
 }
 
 Status show_alarms(Session &session, const Arguments &arguments) {
     if (!as_json(session, arguments)) {
-        return print_text(alarms_text(session.replay));
+        return print_text(alarms_text(session.run));
     }
-    const AlarmListing alarms = list_alarms(session.replay.alarms());
+    const AlarmListing alarms = list_alarms(session.run.alarms());
     return print_array([&](JsonWriter &json) { write_alarms(json, alarms.standing); });
 }
 
@@ -135,7 +135,7 @@ Status show_names(Session &session, const Arguments &arguments) {
 // Automatic captures by what they hold of, the manual one first.
 Status show_captures(Session &session, const Arguments &arguments) {
     const bool manual = atc_api_get_cap_is_exist() == 1;
-    const std::vector<HeldCapture> held = held_captures(session.replay.flows());
+    const std::vector<HeldCapture> held = held_captures(session.run.flows());
     if (as_json(session, arguments)) {
         Json json = {{"manual", manual}, {"automatic", Json::array()}};
         for (const HeldCapture &capture : held) {
@@ -156,14 +156,14 @@ Status show_verdicts(Session &session, const Arguments &arguments) {
     if (as_json(session, arguments)) {
         JsonWriter json(stdout);
         json.open_object();
-        json.add("ports", port_verdicts_json(session.replay));
+        json.add("ports", port_verdicts_json(session.run));
         json.open_array("flows");
-        write_flow_verdicts(json, session.replay);
+        write_flow_verdicts(json, session.run);
         json.close();
         json.close();
         return Status::kDone;
     }
-    print_verdicts(stdout, session.replay);
+    print_verdicts(stdout, session.run);
     return Status::kDone;
 }
 
@@ -184,16 +184,18 @@ Status show_memory(Session &session, const Arguments &arguments) {
 }
 
 Status show_clock(Session &session, const Arguments &arguments) {
-    const double since_start = static_cast<double>(session.replay.now_ns() - session.replay.start_ns()) /
+    const double since_start = static_cast<double>(session.run.now_ns() - session.run.start_ns()) /
                                static_cast<double>(card::kNanosecondsPerSecond);
-    const std::string now = card::time_text(session.replay.now_ns());
+    const std::string now = card::time_text(session.run.now_ns());
+    const bool live = session.replay == nullptr;
     if (as_json(session, arguments)) {
-        return print_json(
-            {{"time", now}, {"seconds_since_start", since_start}, {"packets_replayed", session.replay.packets()}});
+        return print_json({{"time", now},
+                           {"seconds_since_start", since_start},
+                           {live ? "packets" : "packets_replayed", session.run.packets()}});
     }
-    std::printf("%s UTC, %.3f s since the first packet, %llu packets replayed%s\n", now.c_str(), since_start,
-                static_cast<unsigned long long>(session.replay.packets()),
-                session.replay.at_end() ? ", none left" : "");
+    std::printf("%s UTC, %.3f s since %s, %llu packets %s%s\n", now.c_str(), since_start,
+                live ? "the start" : "the first packet", static_cast<unsigned long long>(session.run.packets()),
+                live ? "seen" : "replayed", !live && session.replay->at_end() ? ", none left" : "");
     return Status::kDone;
 }
 

@@ -128,7 +128,7 @@ Status Console::run_terminal() {
     rl_readline_name = "anti-cpu";
     for (;;) {
         if (take_ctrl_c()) {
-            std::printf("stopped at %s UTC\n", card::time_text(session_.replay.now_ns()).c_str());
+            std::printf("stopped at %s UTC\n", card::time_text(session_.run.now_ns()).c_str());
         }
         if (kept_signal() != 0) {
             return Status::kStopped;
@@ -171,7 +171,7 @@ Status Console::run(const std::string &line, std::string &error) {
     const card::BudgetScope no_budget_for_the_operator(false);
     session_.captures.look();
     const Status status = parsed.command->handler(session_, parsed.arguments);
-    session_.replay.settle();
+    session_.run.settle();
     return status;
 }
 

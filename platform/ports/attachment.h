@@ -40,8 +40,8 @@ private:
     std::string name_;
     uint32_t interface_;
     int received_link_ = -1;
-    int sent_link_ = -1;       // of a kernel that has such links; else a filter:
-    uint32_t sent_filter_ = 0; // its handle; 0 = none
+    int sent_link_ = -1;        // of a kernel that has such links; else a filter:
+    uint32_t sent_filter_ = 0;  // its handle; 0 = none
     bool restores_tags_ = false;
     bool sees_tags_ = false;
 };

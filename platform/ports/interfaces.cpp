@@ -67,7 +67,7 @@ std::vector<Interface> interfaces() {
             return;
         }
         const auto &link = reinterpret_cast<const sockaddr_ll &>(*one.ifa_addr);
-        Interface interface{};
+        Interface interface {};
         interface.index = static_cast<uint32_t>(link.sll_ifindex);
         interface.name = one.ifa_name;
         std::memcpy(interface.mac.data(), link.sll_addr, interface.mac.size());

@@ -54,7 +54,8 @@ protected:
         for (uint64_t tags = below(4) == 0 ? below(7) : 0; tags > 0; tags--) {
             static constexpr uint8_t types[][2] = {{0x81, 0}, {0x88, 0xa8}, {0x91, 0}, {0x88, 0x47}};
             const uint8_t *type = types[below(4)];
-            const uint8_t tag[] = {type[0], type[1], static_cast<uint8_t>(below(256)), static_cast<uint8_t>(below(256))};
+            const uint8_t tag[] = {type[0], type[1], static_cast<uint8_t>(below(256)),
+                                   static_cast<uint8_t>(below(256))};
             frame.insert(frame.begin() + 12, tag, tag + sizeof(tag));
         }
         for (uint64_t bytes = below(4); bytes > 0; bytes--) {
@@ -114,7 +115,8 @@ TEST_F(KernelTest, ParsesAsTheModuleAndTheChipDo) {
         ASSERT_EQ(parsed.flow.vlan, seen.flow.vlan) << "seed " << seed_ << ::testing::PrintToString(frame);
         ASSERT_EQ(parsed.flow.src_type, seen.address.type) << "seed " << seed_ << ::testing::PrintToString(frame);
         const card::KeyBits key = card::frame_key(frame.data(), len, VLAN);
-        ASSERT_EQ(std::memcmp(&parsed.key, &key, sizeof(key)), 0) << "seed " << seed_ << ::testing::PrintToString(frame);
+        ASSERT_EQ(std::memcmp(&parsed.key, &key, sizeof(key)), 0)
+            << "seed " << seed_ << ::testing::PrintToString(frame);
     }
 }
 

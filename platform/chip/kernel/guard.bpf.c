@@ -82,19 +82,26 @@ enum {
     ADDRESSES = 12, /* bytes in front of a tag */
 };
 
+/* 'len', which is 1 to 'room' already, so that the verifier of kernel 6.1 believes it: it wants both bounds in the very
+ * register that is passed on. 'room' is a power of two. */
+static __always_inline __u32 bounded(__u32 len, const __u32 room) {
+    __u32 index = len - 1;
+    __asm__ volatile("" : "+r"(index)); /* else the mask, which changes nothing, is thrown away */
+    return (index & (room - 1)) + 1;
+}
+
 /* Copies a received frame straight into the ring, into a room of a size that the verifier knows. 1: does not fit. */
 static __always_inline int copy_received_into(struct xdp_md *ctx, const struct kernel_copy *head, const __u32 room) {
-    __u64 len = head->len;
-    __asm__ volatile("" : "+r"(len)); /* the verifier of 6.1 wants both bounds in the register that is passed */
-    if (len < 1 || len > room) {
+    if (head->len > room) {
         return 1;
     }
+    const __u32 len = bounded(head->len, room);
     struct kernel_copy *copy = bpf_ringbuf_reserve(&copies, sizeof(*copy) + room, 0);
     if (!copy) {
         return -1;
     }
     *copy = *head;
-    if (bpf_xdp_load_bytes(ctx, 0, copy + 1, (__u32)len) != 0) {
+    if (bpf_xdp_load_bytes(ctx, 0, copy + 1, len) != 0) {
         bpf_ringbuf_discard(copy, BPF_RB_NO_WAKEUP);
         return -1;
     }
@@ -120,11 +127,10 @@ __attribute__((noinline)) int copy_received(struct xdp_md *ctx, const struct ker
 /* The same for a frame to be sent, whose tag may stand beside it: 'tag' bytes are put in behind the addresses. */
 static __always_inline int copy_sent_into(struct __sk_buff *skb, const struct kernel_copy *head, __u32 tag,
                                           const __u32 room) {
-    __u64 rest = head->len - ADDRESSES - tag;
-    __asm__ volatile("" : "+r"(rest));
-    if (rest < 1 || rest > room) {
+    if (head->len <= ADDRESSES + tag || head->len - ADDRESSES - tag > room) {
         return 1;
     }
+    const __u32 rest = bounded(head->len - ADDRESSES - tag, room);
     struct kernel_copy *copy = bpf_ringbuf_reserve(&copies, sizeof(*copy) + ADDRESSES + 4 + room, 0);
     if (!copy) {
         return -1;
@@ -135,9 +141,9 @@ static __always_inline int copy_sent_into(struct __sk_buff *skb, const struct ke
     if (tag) {
         put16(frame + ADDRESSES, bpf_ntohs((__u16)skb->vlan_proto));
         put16(frame + ADDRESSES + 2, (__u16)skb->vlan_tci);
-        fault |= bpf_skb_load_bytes(skb, ADDRESSES, frame + ADDRESSES + 4, (__u32)rest);
+        fault |= bpf_skb_load_bytes(skb, ADDRESSES, frame + ADDRESSES + 4, rest);
     } else {
-        fault |= bpf_skb_load_bytes(skb, ADDRESSES, frame + ADDRESSES, (__u32)rest);
+        fault |= bpf_skb_load_bytes(skb, ADDRESSES, frame + ADDRESSES, rest);
     }
     if (fault != 0) {
         bpf_ringbuf_discard(copy, BPF_RB_NO_WAKEUP);

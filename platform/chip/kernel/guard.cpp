@@ -85,9 +85,9 @@ std::unique_ptr<Guard> Guard::load(const GuardOptions &options, std::string &err
         error = reason(errno);
         return nullptr;
     }
-    guard->rules_ = std::make_unique<KernelRules>(
-        KernelRules::Tables{bpf_map__fd(program->maps.rules), bpf_map__fd(program->maps.matched), program->bss->masks,
-                            &program->bss->mask_count});
+    guard->rules_ = std::make_unique<KernelRules>(KernelRules::Tables{bpf_map__fd(program->maps.rules),
+                                                                      bpf_map__fd(program->maps.matched),
+                                                                      program->bss->masks, &program->bss->mask_count});
     guard->beat();
     return guard;
 }

@@ -24,10 +24,10 @@ struct ring_buffer;
 namespace card {
 
 struct GuardOptions {
-    kernel_classes classes{};                // of the module's parser
-    std::array<uint8_t, 6> device_mac{};     // frames from it are the device's own
-    uint64_t patience_ns = 3'000'000'000;    // how long the process may be silent
-    bool with_probe = false;                 // for tests: probe() works
+    kernel_classes classes{};              // of the module's parser
+    std::array<uint8_t, 6> device_mac{};   // frames from it are the device's own
+    uint64_t patience_ns = 3'000'000'000;  // how long the process may be silent
+    bool with_probe = false;               // for tests: probe() works
 };
 
 struct AddressLess {

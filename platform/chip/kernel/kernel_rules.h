@@ -1,10 +1,10 @@
 // kernel_rules.h: the chip's rules as the kernel's program searches them.
 //
-// Rules are grouped by their mask: one slot a mask, in which a frame's bits under that mask are looked up. A rule has an
-// entry for each of its ports; where several rules come to the same entry it names the oldest that denies and the
-// oldest that counts, which is what the software chip's walk comes to. Every write is one that packets may see: a slot's
-// mask changes only while nothing is in the slot. Used by: guard (owns it), chip (as its plane). Uses: the maps of the
-// program, by their descriptors. Threads: as rule_plane.h says.
+// Rules are grouped by their mask: one slot a mask, in which a frame's bits under that mask are looked up. A rule has
+// an entry for each of its ports; where several rules come to the same entry it names the oldest that denies and the
+// oldest that counts, which is what the software chip's walk comes to. Every write is one that packets may see: a
+// slot's mask changes only while nothing is in the slot. Used by: guard (owns it), chip (as its plane). Uses: the maps
+// of the program, by their descriptors. Threads: as rule_plane.h says.
 #pragma once
 
 #include <array>
@@ -21,9 +21,9 @@ class KernelRules : public RulePlane {
 public:
     // Descriptors of maps and memory shared with the program; they outlive this.
     struct Tables {
-        int rules;              // kernel_rule_key -> kernel_rule
-        int matched;            // one counter for each processor
-        kernel_key *masks;      // KERNEL_MASKS
+        int rules;          // kernel_rule_key -> kernel_rule
+        int matched;        // one counter for each processor
+        kernel_key *masks;  // KERNEL_MASKS
         volatile __u32 *mask_count;
     };
     explicit KernelRules(const Tables &tables);

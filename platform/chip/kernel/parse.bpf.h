@@ -1,7 +1,8 @@
 /* parse.bpf.h: from a frame to its key and its class, in the kernel.
  *
- * Gives what the software chip's decoder gives (frame_key.cpp) and what the module's parser gives (class, VLAN, source);
- * both are held against it on mutated frames. Only the linear part of a frame is read, which holds its headers.
+ * Gives what the software chip's decoder gives (frame_key.cpp) and what the module's parser gives (class, VLAN,
+ * source); both are held against it on mutated frames. Only the linear part of a frame is read, which holds its
+ * headers.
  *
  * SPDX-License-Identifier: MIT OR GPL-2.0-only
  */
@@ -26,7 +27,7 @@ enum {
     SNAP = 8,
     MAX_TAGS = 4,
     MAX_LABELS = 4,
-    LENGTH_MAX = 1500, /* IEEE 802.3 clause 3.2.6: up to here the type is a length */
+    LENGTH_MAX = 1500,   /* IEEE 802.3 clause 3.2.6: up to here the type is a length */
     OFFSET_MASK = 0xfff, /* no header begins behind it; for the verifier */
     IPV4_HEADER = 20,
     IPV6_HEADER = 40,
@@ -129,7 +130,8 @@ static __always_inline __u16 port_class(__u16 src, __u16 dst, int is_tcp, __u16 
 }
 
 /* Ports as far as they are there. */
-static __always_inline __u16 transport(struct cursor *c, __u8 protocol, int is_ipv6, __u16 known, struct kernel_parsed *out) {
+static __always_inline __u16 transport(struct cursor *c, __u8 protocol, int is_ipv6, __u16 known,
+                                       struct kernel_parsed *out) {
     union kernel_key *key = &out->key;
     const int has_ports = protocol == NEXT_TCP || protocol == NEXT_UDP;
     if (!has_ports && !(protocol == NEXT_ICMPV6 && is_ipv6)) {
@@ -324,8 +326,8 @@ static __always_inline int skip_llc(struct cursor *c, __u16 *type) {
     return 1;
 }
 
-/* Fills '*out', but for flow.port, from the frame, which came in where frames without a tag are in 'vlan'. A function of
- * its own: inlined, it would take the verifier too many steps. Returns 0. */
+/* Fills '*out', but for flow.port, from the frame, which came in where frames without a tag are in 'vlan'. A function
+ * of its own: inlined, it would take the verifier too many steps. Returns 0. */
 __attribute__((noinline)) int parse_frame(struct xdp_md *ctx, __u32 vlan, struct kernel_parsed *out) {
     if (!out) {
         return -1;
@@ -364,7 +366,7 @@ __attribute__((noinline)) int parse_frame(struct xdp_md *ctx, __u32 vlan, struct
             put16(out->key.eth_type, type);
             out->key.presence[0] |= HAS_ETH_TYPE;
             if (type == TYPE_IPV4 || type == TYPE_IPV6 || type == TYPE_ARP) {
-                out->key.presence[1] &= (__u8)~(LINK_LAYER >> 8);
+                out->key.presence[1] &= (__u8) ~(LINK_LAYER >> 8);
             }
             class = parse_type(&c, type, out);
         }

@@ -11,13 +11,13 @@
 #include <linux/types.h>
 
 enum {
-    KERNEL_MASKS = 64,           /* kinds of rules that the search holds at once; see kernel_mask */
-    KERNEL_RULES = 1 << 16,      /* entries of the rule map: a rule takes one for each of its ports */
-    KERNEL_COUNTERS = 1 << 14,   /* rules that count */
-    KERNEL_DENIES = 1 << 16,     /* software denies */
-    KERNEL_PORTS = 1 << 10,      /* interfaces */
-    KERNEL_ADDRESSES = 1 << 14,  /* of this machine */
-    KERNEL_COPY_MAX = 16384,     /* bytes; a longer frame (one that the system has put together) is cut there */
+    KERNEL_MASKS = 64,          /* kinds of rules that the search holds at once; see kernel_mask */
+    KERNEL_RULES = 1 << 16,     /* entries of the rule map: a rule takes one for each of its ports */
+    KERNEL_COUNTERS = 1 << 14,  /* rules that count */
+    KERNEL_DENIES = 1 << 16,    /* software denies */
+    KERNEL_PORTS = 1 << 10,     /* interfaces */
+    KERNEL_ADDRESSES = 1 << 14, /* of this machine */
+    KERNEL_COPY_MAX = 16384,    /* bytes; a longer frame (one that the system has put together) is cut there */
     KERNEL_CLASSES = 256,
 };
 

@@ -1,0 +1,67 @@
+#include "run.h"
+
+#include "anti_cpu/anti_cpu.h"
+#include "os/os.h"
+#include "services/services.h"
+
+namespace host {
+
+Run::Run(EventLog &events) : events_(events), clock_(card::Clock::instance()), journal_(events.alarms()) {
+    events_.set_journal(&journal_);
+}
+
+Run::~Run() {
+    events_.set_journal(nullptr);
+}
+
+PortCounts Run::received() const {
+    PortCounts sum;
+    for (const auto &[port, counts] : ports()) {
+        sum.offered += counts.offered;
+        sum.stopped += counts.stopped;
+        sum.dropped += counts.dropped;
+        sum.passed += counts.passed;
+    }
+    return sum;
+}
+
+bool Run::trunk_change(uint32_t trunk, uint32_t member, bool joins) {
+    if (joins) {
+        trunk_of_[member] = trunk;
+    } else if (const auto found = trunk_of_.find(member); found != trunk_of_.end() && found->second == trunk) {
+        trunk_of_.erase(found);
+    }
+    const bool is_told = card::trunk_change(trunk, member, joins);
+    settle();
+    return is_told;
+}
+
+uint32_t Run::logical_port(uint32_t port) const {
+    const auto trunk = trunk_of_.find(port);
+    return trunk != trunk_of_.end() ? trunk->second : port;
+}
+
+// A packet that made the module allocate something may be the first of its flow.
+Outcome Run::judge(const Packet &packet, const PacketFlow &packet_flow, uint32_t logical_port, uint32_t vlan) {
+    const int verdict = atc_api_receive_packet(packet.data, packet.len, logical_port, vlan);
+    if (const uint64_t blocks = card::blocks_made(); blocks != blocks_seen_) [[unlikely]] {
+        blocks_seen_ = blocks;
+        flows_.note(packet_flow.of(packet, logical_port));
+    }
+    if (journal_.has_news()) [[unlikely]] {
+        const Subject subject = packet_flow.subject_of(packet, logical_port);
+        journal_.settle(&subject);
+    }
+    if (verdict != 0) {
+        verdicts_.dropped(packet_flow.of(packet, logical_port));
+        return Outcome::kDropped;
+    }
+    return Outcome::kPassed;
+}
+
+void Run::hand_over_sent(const Packet &packet) {
+    sent_++;
+    sent_dropped_ += atc_api_global_send_packet(packet.data, packet.len) != 0 ? 1 : 0;
+}
+
+}  // namespace host
