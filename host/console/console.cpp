@@ -137,7 +137,7 @@ Status Console::run_terminal() {
         take_ctrl_c();  // it was for the line, at most
         if (!line) {
             std::printf("\n");
-            return Status::kQuit;
+            return kept_signal() != 0 ? Status::kStopped : Status::kDone;
         }
         if (*line != '\0' && grammar_.without_secrets(line.get()) == line.get()) {
             add_history(line.get());

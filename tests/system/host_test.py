@@ -347,31 +347,63 @@ class HostTest(unittest.TestCase):
                 self.assertIn("2 alarms raised.", output)
                 self.assertEqual([file.name for file in folder.iterdir()], ["atc-rx-1-1-arp.cap"])
 
+    # A program at a terminal; types and waits for words that it prints, in this order.
+    def at_a_terminal(self, *arguments):
+        leader, follower = pty.openpty()
+        self.addCleanup(os.close, leader)
+        process = self.start(*arguments, "--interactive", stdin=follower, stdout=follower, stderr=follower)
+        os.close(follower)
+        output = bytearray()
+
+        def see(words, typed=b""):
+            os.write(leader, typed)
+            while words not in output:
+                self.assertTrue(select.select([leader], [], [], 60)[0], output)
+                output.extend(os.read(leader, 1000))
+            del output[: output.index(words) + len(words)]
+
+        return process, see
+
     # The first one ends a silence of many years, at whose end there is no more time; the second one a line.
     def test_ctrl_c_at_a_terminal(self):
         capture = self.file("capture", pcapng([[(69 * 10**8, arp(1), 0)]]))
         script = self.file("script", b"show clock\nrun 4294967295\n")
-        leader, follower = pty.openpty()
-        process = self.start(capture, "--script", script, "--interactive", stdin=follower, stdout=follower, stderr=follower)
-        os.close(follower)
-
-        def see(words, output=bytearray()):
-            while words not in output:
-                self.assertTrue(select.select([leader], [], [], 60)[0], output)
-                output += os.read(leader, 1000)
-            del output[: output.index(words) + len(words)]
-
+        process, see = self.at_a_terminal(capture, "--script", script)
         see(b"1 packets, 2240-")  # progress
         process.send_signal(signal.SIGINT)
         see(b"stopped at 22")
         see(b"anti-cpu> ")
-        os.write(leader, b"show cl")
-        see(b"show cl")
+        see(b"show cl", b"show cl")
         process.send_signal(signal.SIGINT)
         see(b"anti-cpu> ")
-        os.write(leader, b"quit\n")
+        see(b"quit", b"quit\n")
         self.assertEqual(process.wait(timeout=300), 0)
-        os.close(leader)
+
+    def test_operator_at_a_terminal(self):
+        capture = self.file("capture", pcap([(i, arp(1)) for i in range(30)]))
+        process, see = self.at_a_terminal(capture, "--until", "5", "--until", "03:46:32", "--fast-period", "10")
+        see(b"anti-cpu> ")
+        for typed, *words in [
+            (b"show cl\t\n", b"show clock ", b"2021-09-02 03:46:25", b"anti-cpu> "),
+            (b"set lim\tospfv3\tfast 3\n", b"set limit ospfv3 fast 3", b"anti-cpu> "),
+            (b"set limit icmpv6\t\t\t", b"icmpv6-rs"),  # all that may follow
+            (b"\x15/etc/pas\t\n", b'wrong: word 1 "/etc/pas"', b"anti-cpu> "),  # no file
+            (b"show ports 7 ?\n", b"wrong: word 3", b"anti-cpu> "),
+            (b"show ports ?\n", b"<return>         the line is complete: ", b"anti-cpu> "),
+            (b"\x10\x10\x10\n", b'wrong: word 1 "/etc/pas"', b"anti-cpu> "),  # the third to last line again
+            (b"\x04", b"anti-cpu> "),
+            (b"show clock\n", b"03:46:32", b"anti-cpu> "),
+            (b"upload password sesame\n", b"sesame", b"anti-cpu> "),
+            (b"\x10\n", b"show clock", b"03:46:32", b"anti-cpu> "),  # a secret is not remembered
+            (b"\x04", b"anti-cpu> "),
+            (b"show clock\n", b"03:46:51", b"none left", b"anti-cpu> "),
+            (b"quit\n", b"quit"),
+        ]:
+            with self.subTest(typed):
+                for each in words:
+                    see(each, typed)
+                    typed = b""
+        self.assertEqual(process.wait(timeout=300), 0)
 
     def test_quota(self):
         capture = self.file("flood.pcap", pcap([(i / 200, arp(7)) for i in range(200 * 40)]))
