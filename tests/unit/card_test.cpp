@@ -1,8 +1,7 @@
-// card_test.cpp: the card's log, registry, ports and transfer against what platform.h and services.h promise.
+// card_test.cpp: the card's log and transfer against what platform.h and services.h promise.
 #include <gtest/gtest.h>
 
 #include <string>
-#include <tuple>
 #include <utility>
 
 #include "anti_cpu/platform.h"
@@ -32,22 +31,6 @@ TEST(CardLog, LineHasTimeLevelAndWholeText) {
     syslog_get_timestamp(text, 19);
     EXPECT_STREQ(text, "2021-09-02 03:46:2");
     EXPECT_EQ(card::time_text(-1), "1969-12-31 23:59:59");
-}
-
-TEST(CardServices, RegistryAndPorts) {
-    const uint32_t first = modInitRegister("first", 0, 0, 0, 0);
-    const uint32_t second = modInitRegister("second", 0, 0, 0, 0);
-    EXPECT_EQ(setModVersion(second, 1, "Sep  2 2021 03:46:20"), 0);
-    EXPECT_EQ(card::module_version(first), "");
-    EXPECT_EQ(card::module_version(second), "Sep  2 2021 03:46:20");
-    EXPECT_NE(setModVersion(second + 1, 1, "none"), 0);
-    for (const auto &[port, expected_slot, expected_port] :
-         {std::tuple(0u, 1u, 0u), {63u, 1u, 63u}, {64u, 2u, 0u}, {4294967295u, 67108864u, 63u}}) {
-        uint32_t slot = 0;
-        uint32_t slot_port = 0;
-        EXPECT_EQ(br_comm_transfer_portindex_2slotport(port, &slot, &slot_port), 0);
-        EXPECT_EQ(std::pair(slot, slot_port), std::pair(expected_slot, expected_port)) << port;
-    }
 }
 
 TEST(CardTransfer, ServerAddresses) {

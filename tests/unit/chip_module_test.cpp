@@ -1,4 +1,5 @@
-// chip_module_test.cpp: the software chip against the module: what both read in a frame, and the module's own rules.
+// chip_module_test.cpp: what the software chip reads in a frame against what the module does. The module's own rules in
+// the chip are held against each other in docs/denies.md.
 #include <algorithm>
 #include <iterator>
 #include <memory>
@@ -6,12 +7,10 @@
 #include <utility>
 #include <vector>
 
-#include "anti_cpu/anti_cpu.h"
 #include "atc/parser.h"
 #include "atc/protocol.h"
 #include "chip/frame_key.h"
 #include "chip_fixture.h"
-#include "clock/clock.h"
 
 namespace {
 
@@ -90,86 +89,6 @@ TEST_F(ChipTest, ReadsTheSameFieldsAsTheModule) {
                 distorted.set(12 + random(std::min(frame.size() - 12, 50U)), {static_cast<uint8_t>(random(256))});
             }
             ASSERT_EQ(disagreement(distorted, true), "") << step << testing::PrintToString(distorted);
-        }
-    }
-}
-
-// A started module, and a frame for the rules that it installs.
-class ModuleInChipTest : public ChipTest {
-protected:
-    static void SetUpTestSuite() {
-        card::Clock::instance().simulate(1'630'554'380 * card::kNanosecondsPerSecond);
-        ASSERT_EQ(atc_init(), 0);
-    }
-    // The test runner takes its times from the clock too.
-    static void TearDownTestSuite() { static const card::RealTimeScope for_good; }
-
-    // Floods the module until the chip has a rule; its description, or empty when none comes.
-    std::string flood(uint16_t id, bool per_source) {
-        atc_api_set_fast_period_time(1);
-        (per_source ? atc_api_set_protocol_src_fp_limit : atc_api_set_protocol_fp_limit)(id, 2);
-        atc_api_set_protocol_hw_deny_enable(id, per_source ? 0 : 1);
-        atc_api_set_protocol_src_hw_deny_enable(id, per_source ? 1 : 0);
-        const Frame frame = frame_of_class(id);
-        for (int i = 0; i < 10 && chip().rules().empty(); ++i) {
-            atc_api_receive_packet(frame.data(), frame.size(), PORT, VLAN);
-        }
-        return chip().rules().empty() ? "" : chip().rules()[0].description;
-    }
-};
-
-// What a rule must name to tell such a frame from that of its class.
-struct Change {
-    const char *names;  // in the rule's description
-    Frame frame;
-    uint32_t port;
-    uint32_t vlan;
-};
-
-std::vector<Change> changes(uint16_t id) {
-    const Frame frame = frame_of_class(id);
-    const auto other = [&](uint32_t offset) {
-        return Frame(frame).set(offset, {static_cast<uint8_t>(frame.data()[offset] ^ 1)});
-    };
-    std::vector<Change> all = {
-        {" port ", frame, PORT + 1, VLAN},
-        {" vlan ", frame, PORT, VLAN + 1},
-        {" vlan ", Frame(frame).tag(VLAN + 1), PORT, VLAN},
-        {" src-mac ", other(11), PORT, VLAN},
-        {" dst-mac ", other(5), PORT, VLAN},
-        {" eth-type ", Frame(frame).eth_type(0x7777), PORT, VLAN},
-    };
-    if (const uint32_t ip = frame.l2_payload(), l4 = frame.l4(); l4 != 0) {
-        all.push_back({" src-ip ", other(ip + (frame.data()[ip] >> 4 == 6 ? 23 : 15)), PORT, VLAN});
-        all.push_back({" ip-protocol ", Frame(frame).ip_proto(99), PORT, VLAN});
-        all.push_back({" src-port ", other(l4 + 1), PORT, VLAN});
-        all.push_back({" dst-port ", other(l4 + 3), PORT, VLAN});
-    }
-    return all;
-}
-
-TEST_F(ModuleInChipTest, RuleOfEveryClassStopsItsFrameAndNoOther) {
-    for (const bool per_source : {false, true}) {
-        for (uint16_t id = 1; id <= ATC_PROTOCOL_COUNT; ++id) {
-            SCOPED_TRACE(std::to_string(id) + (per_source ? " by source" : ""));
-            const std::string rule = flood(id, per_source);
-            if (per_source && id == ATC_SELF) {
-                EXPECT_EQ(rule, "") << "the device itself is no source";
-                continue;
-            }
-            ASSERT_EQ(chip().rules().size(), 1U);
-            EXPECT_TRUE(denies(frame_of_class(id))) << rule;
-            int noticed = 0;
-            for (const Change &change : changes(id)) {
-                const bool is_named = rule.find(change.names) != std::string::npos;
-                EXPECT_EQ(denies(change.frame, change.port, change.vlan), !is_named)
-                    << rule << " against" << change.names;
-                noticed += is_named ? 1 : 0;
-            }
-            EXPECT_GE(noticed, 3) << "port and VLAN at least";
-            EXPECT_EQ(atc_api_clear_hw_deny_info(0), 0);
-            EXPECT_TRUE(chip().rules().empty()) << "the removal found what was installed";
-            atc_api_clear_statistic_all();
         }
     }
 }

@@ -1,7 +1,9 @@
 // Start-up, the way of one packet, and the monitor task.
 #include "atc/monitor.h"
+#include "atc/rule_match.h"
 #include "atc/state/message.h"
 #include "atc/trunk.h"
+#include "atc_api_hw/driver_lists.h"
 #include "fixture.h"
 #include "frames.h"
 
@@ -28,6 +30,45 @@ TEST_F(CoreTest, NothingHappensUnlessTheModuleRuns) {
     EXPECT_EQ(atc_api_receive_packet(nullptr, 60, 1, 1), 0);
     EXPECT_EQ(atc_api_global_send_packet(nullptr, 60), 0);
     EXPECT_EQ(state()->rx_stat.count + state()->tx_stat.count, 0U);
+}
+
+// Whichever argument it is: the same calls with all of them are taken.
+TEST_F(CoreTest, AMissingArgumentIsRefused) {
+    set(ATC_ARP, 1,
+        {atc_api_set_protocol_fp_limit, atc_api_set_protocol_src_fp_limit, atc_api_set_protocol_src_cap_enable});
+    rx_n(30, arp(), 7, 9);
+    pass_seconds(10);
+    rx(arp(), 7, 9);
+    uint8_t buf[ATC_HW_OP_SIZE];
+    const uint8_t mac[16] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+    std::vector<atc_src_stat_t> sources(ATC_SOURCES_PER_FLOW);
+    uint32_t number = 0;
+    const uint16_t size = 4;
+    for (const int answer :
+         {atc_api_set_cap_start(nullptr, 1), atc_api_set_debug_start(nullptr, 1), atc_api_filter_rule_add(nullptr),
+          atc_api_cfg_filter_rule_add(nullptr, 0), atc_api_set_upload_server_user(nullptr)}) {
+        EXPECT_EQ(answer, -1);
+    }
+    for (int missing = 5; missing >= 0; --missing) {
+        SCOPED_TRACE(missing);
+        // The nth argument that may be missing.
+        const auto at = [missing](int n, auto *argument) { return missing == n ? nullptr : argument; };
+        const auto expect = [missing](int of, int answer) { EXPECT_EQ(answer, missing < of ? -1 : 0) << of; };
+        void *data = nullptr;
+        expect(4, atc_api_capture_upload(ATC_DIRECTION_RX, 9, 7, ATC_ARP, ATC_SRC_MAC, at(0, mac), at(1, "server"),
+                                         at(2, "user"), at(3, "secret"), 0));
+        expect(3, atc_api_get_port_capture(ATC_DIRECTION_RX, 9, 7, ATC_ARP, ATC_SRC_MAC, at(0, mac), at(1, &data),
+                                           at(2, &number)));
+        atc_api_free_buffer(data);
+        expect(3, atc_api_get_src_statistic(ATC_DIRECTION_RX, 9, 7, ATC_ARP, at(0, &number), at(1, &number),
+                                            at(2, sources.data())));
+        expect(4, atc_hw_fill_rule(at(0, buf), at(1, &number), ATC_HW_VLAN, at(2, mac), 2, at(3, mac), 32, 0));
+        const void *const values[] = {at(2, mac)};
+        expect(5, atc_hw_fill_op(at(0, buf), at(1, &number), 113, 1, at(3, values), at(4, &size)));
+        const atc_guard_t guard;
+        expect(2, atc_hw_fill_port(at(0, buf), at(1, &number), 3, 1));
+        expect(1, atc_masklen_to_mask(at(0, buf), 8));
+    }
 }
 
 TEST_F(CoreTest, OwnPacketsAreKnownByTheirSourceAlone) {

@@ -62,6 +62,8 @@ TEST_F(DriverLists, EveryClassIsRemovedByWhatInstalledIt) {
                 EXPECT_EQ(chip_texts(), std::vector<std::string>{expected_match(protocol, per_source) + AUTOMATIC});
                 EXPECT_EQ(rule.sdk_id, fake().chip().at(0).entry_id);
                 EXPECT_EQ(rule.stat_id, fake().chip().at(0).stat_id);
+                fake().fail(Call::chip_delete, 1);
+                EXPECT_EQ(atc_hw_filter_del(&rule), -1);
                 EXPECT_EQ(atc_hw_filter_del(&rule), 0);
                 EXPECT_TRUE(fake().chip().empty());
             }

@@ -66,7 +66,7 @@ TEST_F(HwFilters, SendsEveryMemberUnderItsMask) {
 TEST_F(HwFilters, RefusesWithoutAskingTheChip) {
     atc_filter_rule_t first = filter(5);
     ASSERT_EQ(atc_api_cfg_hw_filter_rule_add(&first), 0);
-    atc_trunk_add_pro(40, 3);
+    EXPECT_EQ(atc_trunk_add_pro(40, 3), 0);
     atc_trunk_del_pro(40, 3);
     const Change rows[] = {
         [](auto *rule) { rule->id = 5; },  // in use

@@ -244,10 +244,33 @@ TEST(parser, members_are_there_as_soon_as_their_bytes_are) {
               macs +
                   "16 vlan=100 18 eth_type=2048 28 ip_protocol=6 34 src_type=2 src_ipv4=3232238081 "
                   "38 dst_ipv4=167772414 44 src_port=51000 46 dst_port=179 hdr_offset=62");
+    EXPECT_EQ(growth(udp6().cut(21)), macs + "14 eth_type=34525 21 ip_protocol=17 hdr_offset=54");
     EXPECT_EQ(growth(icmpv6(143, 7).src_ip("fe80::102:304:506:708").dst_ip("ff02::16").hop_by_hop(1)),
               macs +
                   "14 eth_type=34525 38 src_type=3 src_ipv6=fe800000000000000102030405060708 "
                   "54 dst_ipv6=ff020000000000000000000000000016 56 ip_protocol=58 72 src_port=36615 hdr_offset=70");
+}
+
+TEST(parser, each_layer_answers_with_the_class_that_it_stores) {
+    const struct {
+        uint16_t (*layer)(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info);
+        Frame frame;
+        uint16_t hdr_offset, eth_type, answer, stored;
+    } rows[] = {
+        {atc_packet_parser_eth, arp(), 14, 0x0806, ATC_ARP, ATC_ARP},
+        {atc_packet_parser_ip, tcp(51000, 179), 14, 0x0800, ATC_BGP, ATC_BGP},
+        {atc_packet_parser_ip, tcp(51000, 179).set(14, {0x75}), 14, 0x0800, 0, ATC_ISIS},
+        {atc_packet_parser_tcp, tcp(51000, 179), 34, 0x0800, ATC_BGP, ATC_BGP},
+        {atc_packet_parser_udp, udp(68, 67), 34, 0x0800, ATC_DHCP, ATC_DHCP},
+    };
+    for (const auto &row : rows) {
+        atc_pkt_info_t info = {};
+        info.hdr_offset = row.hdr_offset;
+        info.eth_type = row.eth_type;
+        info.protocol = ATC_ISIS;
+        EXPECT_EQ(row.layer(row.frame.data(), row.frame.size(), &info), row.answer);
+        EXPECT_EQ(info.protocol, row.stored);
+    }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "atc_api/statistics.h"
 #include "fixture.h"
 #include "frames.h"
 
@@ -112,6 +113,7 @@ TEST_F(StatisticsTest, SourcesAreListedByTheirKind) {
                       {types[i], types[i] == ATC_SRC_IPV4 ? ipv4 : records[i].addr[15], records[i].count});
     }
     EXPECT_EQ(listed, (Words{ATC_SRC_IPV4, 0x0A000002, 300, ATC_SRC_IPV6, 7, 9, ATC_SRC_IPV4, 0x0A000001, 3}));
+    EXPECT_EQ(atc_src_compare(&records[1], &records[1]), 0);
     EXPECT_EQ(records[0].addr[4], 0xEE) << "nothing is written behind an IPv4 address";
 }
 

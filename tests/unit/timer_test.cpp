@@ -74,6 +74,15 @@ TEST_F(Timers, ExpirySaturates) {
     }
 }
 
+TEST_F(Timers, WithoutAListOrATimerNothingIsDone) {
+    for (const auto &[of, timer] : {std::pair(list, static_cast<atc_timer_t *>(nullptr)), {nullptr, &timers[0]}}) {
+        EXPECT_EQ(timer_start(of, timer, 1, note, 0, 0, 0), -1);
+        EXPECT_EQ(timer_restart(of, timer, 1), -1);
+        EXPECT_EQ(timer_stop(of, timer), -1);
+    }
+    EXPECT_EQ(timer_node_init(nullptr), -1);
+}
+
 TEST_F(Timers, CallbacksStartAndStopTimers) {
     check_after(1);
     EXPECT_EQ(fake().calls(Call::clock), 0U) << "nothing is armed";
