@@ -22,6 +22,7 @@
 enum { ARP = 6, PORT = 3, VLAN = 100, TICKS = 1000 };
 
 static pthread_mutex_t module_mutex = PTHREAD_MUTEX_INITIALIZER;
+static atomic_int room; /* messages that the queue still takes */
 static int queue[2], (*task_entry)(void);
 static atomic_bool alarm_logged;
 
@@ -37,14 +38,21 @@ uint32_t bep_semMCreateEx(uint32_t options, AT) { return 1; }
 int bep_semTakeEx(uint32_t sem, int timeout, AT) { return pthread_mutex_lock(&module_mutex); }
 int bep_semGiveEx(uint32_t sem, AT) { return pthread_mutex_unlock(&module_mutex); }
 uint32_t bep_msgQCreateEx(uint32_t max_messages, uint32_t size, uint32_t options, AT) {
-    return pipe(queue) == 0 && fcntl(queue[1], F_SETFL, O_NONBLOCK) == 0 ? 1 : 0; /* bounded by the kernel: 64 KiB */
+    room = (int)max_messages; /* of less than 256 bytes: the kernel has room for 64 KiB */
+    return pipe(queue) == 0 && fcntl(queue[1], F_SETFL, O_NONBLOCK) == 0 ? 1 : 0;
 }
 int bep_msgQSendEx(uint32_t msgq, const void *message, uint32_t size, int timeout, uint32_t priority, AT) {
-    return write(queue[1], message, size) == (ssize_t)size ? 0 : -1; /* whole or not at all, and never waits */
+    if (atomic_fetch_sub(&room, 1) > 0 && write(queue[1], message, size) == (ssize_t)size) {
+        return 0; /* whole or not at all, and never waits */
+    }
+    room++;
+    return -1;
 }
 int bep_msgQReceiveEx(uint32_t msgq, void *message, uint32_t size, int timeout_ticks, AT) {
     struct pollfd filled = {queue[0], POLLIN, 0};
-    return poll(&filled, 1, timeout_ticks) == 1 ? (int)read(queue[0], message, size) : 0;
+    const int length = poll(&filled, 1, timeout_ticks) == 1 ? (int)read(queue[0], message, size) : 0;
+    room += length > 0;
+    return length;
 }
 int bep_taskDelayEx(uint32_t ticks) { return poll(NULL, 0, (int)ticks); }
 uint32_t bep_sysClkRateGetEx(void) { return TICKS; } /* a second: poll takes milliseconds */

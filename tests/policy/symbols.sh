@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
-# symbols.sh LIBRARY MODULE: the library exports exactly the operations of anti_cpu.h, leaves undefined exactly the functions
-# of platform.h besides the C library's, and needs no other library.
+# symbols.sh LIBRARY MODULE RELEASED: the library exports exactly the operations of anti_cpu.h, leaves undefined exactly the functions
+# of platform.h besides the C library's, and needs no other library. What a release exported stays: RELEASED is its symbols
+# file.
 set -euo pipefail
 library=$1
 include=$2/include/anti_cpu
 map=$2/anti_cpu.map
+released=$3
 status=0
 
 # compare WHAT EXPECTED FOUND: two lists, sorted here.
@@ -30,4 +32,6 @@ compare 'version script against anti_cpu.h' "$header" "$(grep -oE '\batc_[a-z0-9
 compare 'exported symbols against anti_cpu.h' "$header" "$exported"
 compare 'undefined symbols against platform.h' "$platform" "$undefined"
 compare 'libraries needed' 'libc.so.6' "$(grep -v '^ld-linux' <<<"$needed")"
+compare 'symbols of the last release that are gone' '' \
+    "$(comm -23 <(sed -n 's/^ \(atc_[a-z0-9_]*\)@.*/\1/p' "$released" | sort) <(sort <<<"$exported"))"
 exit $status

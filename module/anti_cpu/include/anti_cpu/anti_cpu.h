@@ -25,6 +25,7 @@
 #include <stdint.h>
 
 #include "anti_cpu/types.h"
+#include "anti_cpu/version.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -35,6 +36,12 @@ extern "C" {
 #else
 #define ATC_API
 #endif
+
+/* ---- Version (pure: no state, no mutex) -------------------------------------------------------------------------- */
+
+/* The version of the library that runs, "0.1.0"; ATC_VERSION is that of the headers. Callable before atc_init. The text
+ * lives as long as the library. */
+ATC_API const char *atc_version(void);
 
 /* ---- Start-up and packets --------------------------------------------------------------------------------------- */
 

@@ -9,6 +9,7 @@
  *  (3) Any function may be called from any thread that runs module code: packet threads, management threads, the
  *      monitor task and the trunk service's thread.
  *  (4) Sizes and lengths are bytes unless a comment says otherwise.
+ *  (5) libanti_cpu_card_check.a (card_check.h) tries these promises on a card, function by function.
  */
 #ifndef ANTI_CPU_PLATFORM_H
 #define ANTI_CPU_PLATFORM_H
@@ -62,14 +63,16 @@ int bep_StrNCmp(const char *a, const char *b, uint32_t len);
 /* Creates a mutex, not taken. The module passes options 1. Returns its handle, 0 when it cannot be created. */
 uint32_t bep_semMCreateEx(uint32_t options, const char *file, int line);
 
-/* Takes the mutex; 'timeout' in ticks, -1 = wait without limit (the only value the module passes). Returns 0. */
+/* Takes the mutex; 'timeout' in ticks, -1 = wait without limit (the only value the module passes). It need not be
+ * recursive. Who waits gets it within milliseconds, also while another thread gives it and takes it again at once, as
+ * packet threads do under a flood. Returns 0. */
 int bep_semTakeEx(uint32_t sem, int timeout, const char *file, int line);
 
 /* Gives it back, from the thread that took it. Returns 0. */
 int bep_semGiveEx(uint32_t sem, const char *file, int line);
 
-/* Creates a queue of at most 'max_messages' messages of 'message_size' bytes. The module passes options 0.
- * Returns its handle, 0 when it cannot be created. */
+/* Creates a queue of at most 'max_messages' messages of 'message_size' bytes. The module makes one: 256 messages,
+ * options 0. Returns its handle, 0 when it cannot be created. */
 uint32_t bep_msgQCreateEx(uint32_t max_messages, uint32_t message_size, uint32_t options, const char *file, int line);
 
 /* Copies a message of 'size' bytes into the queue [lock at times]. 'timeout' 0 = never wait (the only value the module
@@ -81,10 +84,10 @@ int bep_msgQSendEx(uint32_t msgq, const void *message, uint32_t size, int timeou
  * 0 or a negative number when none came. */
 int bep_msgQReceiveEx(uint32_t msgq, void *message, uint32_t size, int timeout_ticks, const char *file, int line);
 
-/* Suspends the calling thread for 'ticks'. Returns 0. */
+/* Suspends the calling thread for 'ticks', measured by CLOCK_MONOTONIC as clock_gettime tells it. Returns 0. */
 int bep_taskDelayEx(uint32_t ticks);
 
-/* Ticks per second, at least 1. */
+/* Ticks per second, at least 1 and always the same. */
 uint32_t bep_sysClkRateGetEx(void);
 
 /* Starts a task that runs entry(). The module starts one: "atc-mon", priority 30, options 8, stack of 65536 bytes, all
@@ -137,7 +140,7 @@ int xftp_upload_base(const char *server, const char *user, const char *passwd, c
  *   113             names what the rule is for, in one value of 4 bytes: 80001 an automatic deny (100, 121, 113),
  *                   80002 to 80004 an operator's filter of action 1 to 3 (100, 101 or 106, then 113)
  *   101, 106        the operator's actions 2 and 3: what they do is the chip's own (platform/chip counts the frames)
- * The bytes of a real rule stand in docs/formats.md. */
+ * The bytes of a real rule stand in formats.md, which is installed with these headers' other pages. */
 
 /* Installs a rule. Returns 0; a negative number when the chip refuses it, or has a rule of this description already. A
  * positive number is taken for a refusal of an automatic rule, which is then removed again. */
@@ -172,7 +175,8 @@ void hss_get_device_mac(uint8_t *mac);
  * called from any thread, without the module's mutex. Returns 0. */
 int hal_register_trunk_handler(int (*handler)(uint32_t unused, uint32_t trunk, uint32_t member, uint32_t op));
 
-/* Turns a logical port into its slot and its port on that slot [lock at times]. Returns 0 when translated. */
+/* Turns a logical port into its slot and its port on that slot [lock at times]. Returns 0 when translated; otherwise it
+ * leaves both words alone: the port is then shown as 0/0, and taken for one that is not on the backup core card. */
 int br_comm_transfer_portindex_2slotport(uint32_t port, uint32_t *slot, uint32_t *slot_port);
 
 /* Slot number of the backup core card, 0 when there is none [lock]. */
