@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs what is missing, builds, and replays a recorded capture in which three floods come and go. Further arguments go
 # to the replay: ./run.sh --quiet; `build/release/anti-cpu replay --help` tells them all.
 set -euo pipefail

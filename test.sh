@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs what is missing, builds, and runs all tests. ./test.sh [PRESET [CTEST ARGUMENTS...]]; the presets are listed by
 # `cmake --list-presets`, the default is debug.
 set -euo pipefail

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # build.sh: sourced by the scripts beside it.
 
 bench_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // capture.cpp: writes the packets of an input as a capture file, for whole processes to be measured on.
 //
 // Run by replay.sh. The file has one port and no VLANs beside its frames, so every frame gets the tag of its VLAN; the

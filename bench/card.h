@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // card.h: the process around the module that is measured: the card of platform/, silent, on a clock that stands still.
 //
 // Used by every benchmark. The module's time does not move, so no period ends and no task runs while something is

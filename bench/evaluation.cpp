@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // evaluation.cpp: what the end of a fast period costs, and how long the packet path has to wait for it.
 //
 // Links the module's objects, so that a pass is called where the monitor task calls it: with the mutex held. The

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // floor.h: what no packet path can go below: take the mutex, parse the frame, count in four words, give the mutex back.
 //
 // Used by the benchmarks as the other side of every ratio. A shared library of its own, so that a packet costs the

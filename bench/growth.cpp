@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // growth.cpp: how the cost of a packet and of a period grows with what the module remembers, and what a flood that
 // varies all that it can costs under a memory budget.
 //

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # How cost grows with flows, sources, rules and period passes, and what a flood costs under a memory budget.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)

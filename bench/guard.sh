@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Fails when a packet takes more instructions than bench/limits.txt allows. It does not depend on the clock.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // instructions.cpp: sends one input through the module or the floor, for callgrind to count what that takes.
 //
 // Run by instructions.sh, a process a figure. Callgrind collects inside of atc_bench_measured only: start-up and the

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Instructions a packet under callgrind, of the module and of the floor under it. They do not depend on what else the
 # machine does: the same binary gives the same number.
 set -euo pipefail

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // memory.cpp: bytes that a flow and a source cost, by what the allocator and the kernel say.
 //
 // Half of the records are made first, so that everything they share (ports, VLANs, the allocator's own) is there; the

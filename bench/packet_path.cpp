@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // packet_path.cpp: nanoseconds a packet, of the module and of the floor under it, on the inputs of workloads.h.
 //
 // One benchmark an input. An iteration times a chunk of packets through the floor and the same number through the

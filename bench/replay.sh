@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # anti-cpu replay as a whole process, paired with a program that reads and writes the same packets and does nothing else.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // report.h: how a program of Google Benchmark is run and what it prints.
 //
 // Used by packet_path and evaluation. Their figures are counters of a benchmark, as a rule the smallest of its

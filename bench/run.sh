@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Measures everything and prints it as one table. About three minutes behind the build.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)

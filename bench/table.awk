@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # table.awk: "key value" rows and figures.txt, in this order, to a table in Markdown. A figure that was not measured, or
 # that no line of the table asks for, is a fault.
 function trim(text) { gsub(/^ +| +$/, "", text); return text }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // workloads.h: the inputs that are measured: packets of known kinds in a known order, and what they must leave behind.
 //
 // Used by every benchmark. Everything is seeded and built beforehand: each packet has bytes of its own, back to back in

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Other processors: ATC_CROSS names one of those below, ATC_CROSS_COMPILER is gcc (the default) or clang. Programs are
 # static, so that an emulator needs no libraries. musl is the C library of the build machine's own processor, for what
 # is in C or is the module, which needs no C++ library.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* musl.h: what the headers of g++'s C++ library, made for glibc, want to see declared; included before everything. */
 #pragma once
 #define _GLIBCXX_OS_DEFINES 1

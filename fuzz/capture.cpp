@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // capture.cpp: the input as a capture file, read to its end, and replayed when that takes little simulated time.
 #include <sys/mman.h>
 #include <unistd.h>

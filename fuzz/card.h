@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // card.h: the module on the card, for the targets that drive the host: started once in a process, as new for each
 // input.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // console.cpp: lines of an operator, run by the console of a card that has seen a frame of every class. A line that
 // ends in a tab is completed.
 #include "console/console.h"

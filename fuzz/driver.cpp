@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // driver.cpp: driver buffers into the software chip, then frames past the rules that it took.
 //
 // Input: u8 what; for a frame u8 port, u16 length and its bytes, for a rule u16 length and bytes of each buffer.

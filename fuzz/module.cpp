@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // module.cpp: the whole module on the card of the tests: packets both ways, all that an operator does, time, trunks,
 // and calls of the card that fail. The end of an input checks the module's state, and that clearing leaves nothing
 // behind.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // replay_main.cpp: runs every file of a folder through a fuzz target, in the order of their names.
 #include <filesystem>
 #include <fstream>

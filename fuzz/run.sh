@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Runs every fuzz target with its corpus: fuzz/run.sh [SECONDS [TARGET...]], 60 seconds each unless told otherwise. A
 # crash, a hang or a leak fails; the input is kept in fuzz/corpus/TARGET/, where the tests replay it from then on.
 # New inputs that reach more code stay in build/fuzz/corpus/.

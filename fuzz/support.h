@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // support.h: what the fuzz targets share: reading values out of an input, and the complaint that ends it.
 //
 // Every target is one LLVMFuzzerTestOneInput. It is linked twice: with libFuzzer, which makes up inputs (run.sh), and

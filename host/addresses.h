@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // addresses.h: addresses as people write them, and as the module keeps them.
 //
 // Used by: main, the console, module_tables, captures_folder. Pure.

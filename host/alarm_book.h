@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // alarm_book.h: which alarms stand, and since when: an account of what the module has logged.
 //
 // The module's own listing of alarms has no room for all of a wide flood, tells fast-period alarms only, and neither

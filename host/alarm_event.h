@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // alarm_event.h: what a line of the log says about an alarm, or about captures and memory, as data.
 //
 // Owns the wording of these messages, as the host reads it. Used by: event_log, journal. Uses: the module's protocol

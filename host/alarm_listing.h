@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // alarm_listing.h: which fast-period alarms stand now, however many.
 //
 // The module's listing is the truth as far as it has room: it knows what has been discarded with its alarm standing. Of

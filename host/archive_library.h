@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // archive_library.h: libarchive, loaded when the first compressed capture, or one from a pipe, is opened.
 //
 // It brings libraries along whose loading takes longer than all else that a process does at its start. Used by:

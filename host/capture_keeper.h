@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // capture_keeper.h: every packet that the module records reaches a file, whoever frees the buffer that it is in.
 //
 // The module frees captures by itself (a source ages, a day is over) and at an operator's word. Both happen while the

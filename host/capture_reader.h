@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // capture_reader.h: captured packets out of files, in the order of their times.
 //
 // Reads pcap (micro- and nanoseconds, both byte orders) and pcapng through libpcap, plain, compressed (gzip, xz, zstd)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // capture_stream.h: the bytes of a capture that libpcap alone cannot take: compressed, out of a pipe, or pcapng.
 //
 // gzip, xz and zstd are told by their contents and unpacked by libarchive; what comes through a pipe is handed on as it

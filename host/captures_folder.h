@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // captures_folder.h: where capture files go, and how much may lie there.
 //
 // Owns the folder of --captures: writes capture files under the module's file names, each whole or not at all, and

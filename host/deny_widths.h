@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // deny_widths.h: how wide the deny rules of each class are: the fields that they carry, the classes they stop with it.
 //
 // The rows are drawn while the program is built (draw_denies): the module installs its rules, the switching chip tries

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // draw_denies.cpp: prints the rows of deny_widths.h, while the program is built.
 //
 // For every sample frame the module is flooded with it until it has installed its rule in the switching chip; the chip

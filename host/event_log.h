@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // event_log.h: what the module logs, as the host shows it: on the terminal, in a file, as data.
 //
 // The card calls it with the module's mutex held, from the packet's or the monitor task's thread, one call at a time:

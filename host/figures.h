@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // figures.h: what the module counts of one thing, by its queries.
 //
 // A query samples twice, a second apart, to tell the rate of that second: in a replay that second's packets are

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flow_account.h: which flows and ports the module may have entries for: those of the packets that it was shown.
 //
 // The module gives figures of a flow whose name it is told, and lists flows as text of a fixed size only, which the

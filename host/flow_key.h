@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flow_key.h: the names of what the module counts and judges: a received flow, or one of its sources.
 //
 // In the order of the module's indexes, so that a walk here and a listing of the module come in the same order.

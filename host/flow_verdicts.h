@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flow_verdicts.h: what became of the packets of each flow that had one stopped in the chip or dropped in software.
 //
 // A packet that passes costs nothing here: how many there were is the module's count of the flow, less those dropped.

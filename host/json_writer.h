@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // json_writer.h: JSON onto a file a piece at a time, with line breaks and blanks as a whole printed at once has them.
 //
 // A wide flood has a million flows: as one value in memory they would take more than the module itself.

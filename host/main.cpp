@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // main.cpp: the command line of anti-cpu.
 //
 // Reads the options and hands over to the command they name. The module has no end of its own: when the process ends,

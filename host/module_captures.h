@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // module_captures.h: the captures that the module holds, and what they are called.
 //
 // Used by: capture_keeper, the console. Thread: the driving one; takes the module's mutex.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "module_settings.h"
 
 #include "console/dump_data.h"

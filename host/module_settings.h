@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // module_settings.h: what the module has been told: periods, limits, reactions.
 //
 // Read back from the module's own dumps, so that whoever set it does not matter. Used by: replay_command, verdict,

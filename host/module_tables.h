@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // module_tables.h: the module's tables as data: the columns of its text tables, by its queries.
 //
 // However many rows there are: a text table ends where its buffer does. Figures are of the moment, no time passes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // module_text.h: the module's own texts, ready to be shown.
 //
 // Reports are allocated by the module and given back to it; dumps are printed by the module on standard output. Both

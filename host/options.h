@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // options.h: what the command line asks for.
 //
 // Used by: main (fills it), replay_command. Units in the names.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // packet_flow.h: which flow the module counts a received packet in, and for which sender.
 //
 // By the module's own parser, whose objects are linked into the host. Used by: replay, account, tune. Thread: any.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // pcapng_interfaces.h: which interface each packet of a pcapng file came in on.
 //
 // libpcap reads pcapng but hides the interface of a packet. This takes the same bytes on their way to it, walks the

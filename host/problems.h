@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // problems.h: what could not be read or written, said once and counted.
 //
 // Every part of the host that meets something it cannot take or leave says so here; the exit status of the process

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // process.h: what the process settles with the system before it does anything: signals and standard streams.
 //
 // SIGINT, SIGTERM and SIGHUP end a replay in order: the first one is kept until it has been seen to, packets and

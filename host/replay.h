@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // replay.h: captured packets through the card and the module, on the captures' own time.
 //
 // The replay owns simulated time: before a packet is shown to the switching chip, and then to the module, time is moved

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // replay_command.h: the command "anti-cpu replay": files in, reports out.
 //
 // Used by: main. Uses: everything of the host. Thread: the process's first, which drives the clock.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // replay_setup.h: what every replay does with its options: captures opened, settings made, packets to the end.
 //
 // Used by: replay_command, trial. Uses: replay, the console. Thread: the driving one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // report.h: what a replay has found, as sections of text.
 //
 // The tables are the module's own texts, with a line behind those that had no room for all their rows; the chip's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // report_data.h: what a replay has found, as data: every section has a key that stays, and numbers are numbers.
 //
 // What may have as many rows as there are flows is written row by row.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "run.h"
 
 #include "anti_cpu/anti_cpu.h"

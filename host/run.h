@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // run.h: the card at work: whatever hands packets to the module, and what the host knows of it meanwhile.
 //
 // What the console, the reports and the events ask about, whether packets come from captures (replay) or from ports

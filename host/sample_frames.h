@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // sample_frames.h: frames of every protocol class, to try on the module and on the chip.
 //
 // Headers as far as classes and rules look at them, zeros behind; every frame comes from the same station (MAC, IPv4

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // text_table.h: a table on a terminal: headings, columns as wide as they must be, numbers to the right; long lines.
 //
 // Used by: report, verdict, tune, the console. Pure.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // whole_file.h: a file that is there whole, or not at all.
 //
 // The content goes into a file beside, of a name that nobody has, readable to its owner only; then it takes the wanted

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Sends ARP requests at a steady rate from one interface: count and rate are bounded, then it ends.
 
 Usage: arp_flood.py INTERFACE TARGET_IP PPS SECONDS

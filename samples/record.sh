@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # record.sh: records the sample captures of this folder from real protocol speakers.
 #
 # Each capture is made in a sealed world: a shell in network, mount, process, host-name and IPC namespaces of its

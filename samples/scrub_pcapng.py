@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Rewrites a pcapng file without the recording machine's description.
 
 Usage: scrub_pcapng.py IN OUT

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # speakers.sh: nodes, cables and one function per protocol speaker, for record.sh.
 #

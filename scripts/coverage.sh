@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Branches of module, card and host that the tests take: the preset coverage is built and tested, then gcovr reads what
 # was counted. scripts/coverage.sh [--details FOLDER] writes pages of every line, too. A branch that only an exception
 # takes does not count.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs the Debian packages of the given lists (packages.txt when none is given) that are missing. Needs root, or sudo.
 set -euo pipefail
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Plants faults, one at a time, into our sources and records which tests notice.
 
     scripts/plant_faults.py [--minutes N] [--seed N] [--matrix] ... [SOURCE...]

@@ -1,4 +1,5 @@
 #!/usr/bin/awk -f
+# SPDX-License-Identifier: Apache-2.0
 # portability-table.awk RECORD TOOLCHAIN: the table of README.md, from what scripts/portability.sh has written and the
 # processors of cmake/cross.cmake.
 function remember(target) {

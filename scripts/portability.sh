@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # portability.sh [--record] [TARGET...]: the module's unit tests on other processors, built by gcc and by clang, run by an
 # emulator where this machine cannot; the library's size there, and the instructions that atc_init takes. Targets are
 # those of cmake/cross.cmake, with "-clang" behind for clang; all of them when none is given.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* card.c: the least that a process brings to run libanti_cpu.so: one mutex, one queue, one task, no switching chip, no
  * trunks, no file server. It floods the module with ARP requests until that logs the alarm. */
 #define _POSIX_C_SOURCE 200809L

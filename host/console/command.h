@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // command.h: one row of the command table, and what its handler gets.
 //
 // A pattern is what the operator types:

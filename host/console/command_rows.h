@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // command_rows.h: the parts of the command table, by subject; command.cpp puts them together.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // commands_card.cpp: "trunk": what the card reports to the module.
 #include "console/command_rows.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // commands_clear.cpp: "clear": counters, captures and automatic hardware rules.
 #include "anti_cpu/anti_cpu.h"
 #include "console/command_rows.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // commands_diagnose.cpp: "debug" and "capture": traces and the manual capture, and captures into files.
 #include <cerrno>
 #include <system_error>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // commands_filter.cpp: "filter" and "hw-filter": the operator's own rules, in software and in the switching chip.
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // commands_session.cpp: "run", "help" and "quit": the replay's time and the console itself.
 #include "clock/clock.h"
 #include "console/command_rows.h"

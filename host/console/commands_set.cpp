@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // commands_set.cpp: "set": the module's settings.
 #include "anti_cpu/anti_cpu.h"
 #include "chip/chip.h"

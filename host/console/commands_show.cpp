@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // commands_show.cpp: "show": tables, alarms, rules and settings, as the module's own text or as data.
 #include <algorithm>
 #include <sstream>

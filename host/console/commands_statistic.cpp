@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // commands_statistic.cpp: "show statistic" and "show sources": the module's two-sample queries.
 //
 // A query takes a second of the replay's time, in which that second's packets are replayed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // commands_upload.cpp: "upload": captures to a file server, now or when they are full.
 #include <fstream>
 

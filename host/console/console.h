@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // console.h: lines of an operator, from a file, from the command line or from a terminal.
 //
 // A file's lines run until one is wrong or fails; a terminal's go on. Lines of a script are echoed behind "> ", so that

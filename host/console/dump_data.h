@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // dump_data.h: the module's console dumps as data.
 //
 // What the module tells of its settings, filters and trunks it prints; this reads those lines back. Used by:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // grammar.h: console lines read by the command table.
 //
 // A pattern with optional parts and choices stands for several plain sequences; a line is followed through all

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // help.h: the texts that are drawn from the command table.
 //
 // Used by: commands_session, console, main (the reference page). Uses: command, match_fields, kinds. Pure.

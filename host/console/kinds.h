@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kinds.h: the kinds of arguments that console lines take.
 //
 // One row a kind: its name in a command's pattern, what an error message calls it, how a word is read, and which words

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // match_fields.h: the fields by which software rules, hardware filters, traces and captures choose packets.
 //
 // One row a field: key word, kind of its value, where it goes in a rule, what it means. A rule on a console line is any

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // event_file.h: the journal as lines of JSON, each written out as it happens.
 //
 // Used by: replay_command. Uses: event_json. Thread: the driving one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // event_json.h: an entry of the journal as one JSON object; docs/events.schema.json says what it may hold.
 //
 // Used by: event_file, syslog. Uses: journal, the card's port map. Thread: the driving one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // journal.h: what happens while packets are replayed, in its order, as data: alarms, rules, captures, memory.
 //
 // The card and the module tell of it while they hold their locks: it is noted there, with its time, and settled by the

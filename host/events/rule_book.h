@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // rule_book.h: which rules the chip has had, whose floods brought them, and what each of them stopped.
 //
 // The chip knows fields, not classes: that an automatic rule is of a flow or of one source is known from the packet

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // syslog.h: the journal as messages of RFC 5424, with every field as structured data.
 //
 // They go out as datagrams: to a socket of this machine (a path), or over UDP (RFC 5426). syslog(3) writes a format

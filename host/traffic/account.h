@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // account.h: what the captures themselves hold: every received packet, by flow and by sender, whatever became of it.
 //
 // The module sees only what the chip lets through, and averages over its periods; this counts what was offered, second

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // address_table.h: what is counted for each address of each flow, in bounded memory.
 //
 // Exact up to kAddresses addresses in all. Beyond them the half with the fewest packets is let go, again and again: who

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // rates.h: how many packets came within any one window of time, and for how long they were more than a limit.
 //
 // Time is cut into slices of a tenth of the window; a window is any ten slices in a row. So a burst counts whole,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // advice.h: what to try next: the fast period that shows a flood, the reactions that hold it, as one command line.
 //
 // Used by: verdict. Uses: floods, module_settings. Pure.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // alarm_history.h: which flows have had alarms, of their own or of their sources, and when.
 //
 // Used by: event_log (feeds it), floods. Thread: the one that logs, with the module's mutex held; read by the driving

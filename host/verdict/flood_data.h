@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flood_data.h: a flood as data, numbers as numbers.
 //
 // Used by: verdict. Pure.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // floods.h: the floods of a replay, most harmful first.
 //
 // A flood is a flow that had a second with more packets than its fast limit, or a source with more than a source's, as

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // rule_words.h: what the chip's rules have done, in words and as data, the packets that they were not for included.
 //
 // Used by: verdict, flood_data, what_if. Uses: rule_book. Pure.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // senders.h: from whom a flood came, in words.
 //
 // Used by: verdict, advice. Pure.

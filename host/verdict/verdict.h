@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // verdict.h: the answer to "was the control plane flooded, by whom, when, how hard", and what to try next.
 //
 // Fits a screen whatever the capture holds; as data it has every flood. Used by: report. Uses: floods, advice, the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // words.h: numbers, times and addresses as a sentence of the verdict has them.
 //
 // Used by: verdict, advice, tune. Pure.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* check.c: the table, and the tries one after the other. */
 #define _POSIX_C_SOURCE 200809L
 #include "check.h"

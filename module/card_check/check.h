@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* check.h: what the tries of a card have in common: the table that they fill, threads, and the clock.
  *
  * Each try names the function and the promise, does something, and says what it saw. The table is printed as it grows.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* chip.c: rules are known by their whole description, in all four calls; ids, counters, refusals.
  *
  * Descriptions are built here once more, by the words of platform.h: a card is held against the contract, not against

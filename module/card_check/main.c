@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* main.c: the check as a program, for a card that needs no preparing. By itself in the archive, so that a process with
  * a main of its own does not get this one. */
 #include "anti_cpu/card_check.h"

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* memory.c: memory and text functions. */
 #include <stdalign.h>
 #include <stddef.h>

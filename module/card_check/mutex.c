@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* mutex.c: one holder at a time, and nobody left out. */
 #define _POSIX_C_SOURCE 200809L
 #include <sched.h>

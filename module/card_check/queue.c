@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* queue.c: bounded, in order, whole; refusals at once, waits as long as told. */
 #define _POSIX_C_SOURCE 200809L
 #include <pthread.h>

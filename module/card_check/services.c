@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* services.c: time, tasks, registry, log, texts, and what the card says of itself. */
 #define _POSIX_C_SOURCE 200809L
 #include <stdatomic.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // chip.cpp: the chip's rules and their counters, shared by packet threads.
 #include "chip/chip.h"
 

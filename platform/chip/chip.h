@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // chip.h: the switching chip of a card that has none: rules of the driver interface, matched in software.
 //
 // Owns every rule that came in through hw_driver_* and its counter. The process shows it each received frame before the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // description.cpp: reading the driver buffers, refusing whatever is not as laid down.
 #include "chip/description.h"
 

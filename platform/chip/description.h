@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // description.h: the three driver buffers of a rule, checked and understood.
 //
 //   match list      u16 items; items of 88 bytes: u16 field code, u16 flag (0), u16 value length, u16 mask length (32),

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // driver.cpp: the driver functions of platform.h on the software chip.
 //
 // Called by the module with its mutex held. Every buffer is checked before the chip hears of it; whatever is refused is

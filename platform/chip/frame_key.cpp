@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // frame_key.cpp: the chip's own decoding of a frame, layer by layer.
 #include "chip/frame_key.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // frame_key.h: what the chip looks at in a frame, as one block of bits, and how a rule says what it wants of them.
 //
 // A frame becomes a key of fixed layout: every field at its own place, in network byte order, and a presence bit for

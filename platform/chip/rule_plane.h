@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // rule_plane.h: whoever matches frames against the chip's rules in the chip's place.
 //
 // The chip keeps the rules: what they say, their ids, how many there may be. Without a plane it matches frames by

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // clock.cpp: the rendezvous: who waits, for what and until when, and the driver that releases them.
 //
 // Called by os/ and services/ (waits), the host (drives). Uses time_source.h for the time itself.

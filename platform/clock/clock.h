@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // clock.h: the card's time, real or simulated.
 //
 // Everything in the process reads time through clock_gettime, which this subject defines: live it is the system's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // time_source.cpp: clock_gettime for the whole process, and who of its threads sees which time.
 //
 // Called by everything that reads a clock: the module, the C++ library, libcurl. The symbol is interposed at load, so

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // time_source.h: where a thread's time comes from: the system, or the simulation's standing clock.
 //
 // Inside clock/ only. time_source.cpp defines clock_gettime for the whole process and holds the words that it reads;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // handles.h: objects behind small integers, created once and never destroyed.
 //
 // Inside os/ only. Handle 0 is none. Looking a handle up takes no lock: the packet path does it twice a packet.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // memory.cpp: the memory and text functions of platform.h: the C library's, with a count of blocks and bytes, and a
 // budget that they may not pass.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // mutex.h: one mutex that knows its owner, and costs a compare-and-swap each way while nobody waits for it.
 //
 // Inside os/ only. One word says who holds it and whether others wait. A thread that finds it taken looks again for a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // mutexes.cpp: the mutexes of platform.h by their handles. Called by the module on any thread.
 #include <atomic>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // os.h: what the host, the tests and the rest of the card may ask of the card's operating-system services.
 //
 // The services themselves are the memory, text, mutex, queue and task functions of platform.h, implemented here on

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // queues.cpp: the bounded message queues of platform.h.
 //
 // Called by the module: senders on any thread, also with the module's mutex held; its monitor task receives. Uses the

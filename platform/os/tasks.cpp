@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tasks.cpp: the tasks of platform.h as POSIX threads, and their delays.
 //
 // Called by the module (its monitor task) and by services/ (the trunk service's thread). Uses the clock, which counts

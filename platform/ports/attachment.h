@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // attachment.h: the kernel's program at one interface.
 //
 // Attached while it lives; the kernel takes it off again when the process ends in any way. VLAN tags that the network

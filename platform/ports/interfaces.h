@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // interfaces.h: the machine's network interfaces and addresses, as they are now, and when they change.
 //
 // Used by: live_ports. Uses: netlink (route), getifaddrs, /sys/class/net. Thread: one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // log.cpp: the log and the text of times.
 //
 // Called by the module (ulogPrintf with its mutex held, syslog_get_timestamp) and by the card itself. Uses the clock.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // log.h: lines of the card itself in the log that the module writes to.
 //
 // Inside platform/ only; used where the module is told no more than that something failed.

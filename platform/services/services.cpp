@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // services.cpp: the module registry, the device's address, the port map and address texts.
 //
 // Called by the module on any thread, the port map and inet_ntop6 also with its mutex held; set up by the host. Lock:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // services.h: the card's registry, log, device address, ports and trunks, as the host sets them up.
 //
 // The functions that the module calls are those of platform.h; these are the host's side of them. Set up before

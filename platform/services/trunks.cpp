@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // trunks.cpp: the trunk service: one thread that calls the registered handler for each membership change.
 //
 // The module registers its handler at start-up; the host reports changes through trunk_change, and each caller waits

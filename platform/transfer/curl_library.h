@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // curl_library.h: libcurl, loaded by the first transfer.
 //
 // It brings some thirty libraries along. Loading them takes longer than all else that a process does at its start, and

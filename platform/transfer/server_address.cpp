@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // server_address.cpp: see server_address.h. Called by transfer.cpp and its test; keeps nothing.
 #include "transfer/server_address.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // server_address.h: the server text of an upload, checked and brought into the form that a URL takes.
 //
 // Used by: transfer, and the host for other servers. The text comes from an operator or from the module; whatever else

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // transfer.cpp: xftp_upload_base on libcurl.
 //
 // Called by the module, on its monitor task or on a management thread, never with its mutex held; it blocks until the

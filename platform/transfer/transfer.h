@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // transfer.h: how the card's file transfer behaves: time limits, and whom it trusts.
 //
 // The transfer itself is xftp_upload_base of platform.h. Its 'ftp_type' is 0 FTP, 1 TFTP, 2 SFTP, 3 FTPS (FTP that must

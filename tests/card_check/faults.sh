@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # faults.sh PROGRAM: the check of a card with one fault names the function that has it, no other, and exits with 1.
 set -euo pipefail
 one() {

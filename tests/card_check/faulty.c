@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* faulty.c: the card on Linux with one fault, the one that the argument names, under the check. Without an argument: a
  * line "fault:functions" for each. The linker leads the check's calls through __wrap_* here; __real_* is the card's. */
 #include <stdbool.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """A router under twelve floods, without protection and with it, in turns: demonstration.py [OPTION]... ANTI_CPU FLOOD
 
 ANTI_CPU and FLOOD are the programs anti-cpu and flood, as built. The router, its good neighbour and the bad one are

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # emulated.sh COMMAND [ARGUMENT]...: runs a command, as root, on Debian's own kernel in an emulated machine.
 #
 # The kernel comes from Debian's package and is unpacked into a cache folder, not installed; no hardware help is needed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flood.cpp: flood INTERFACE FRAMES SECONDS [PROCESSOR]
 //
 // Sends the frames of a file (two bytes of length, big endian, before each) over and over, as fast as one processor

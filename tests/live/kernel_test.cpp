@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kernel_test.cpp: the kernel's parser and rule search, held against the module's parser and the software chip.
 //
 // Frames of every class, changed at random: bytes, tags, labels, lengths. ATC_TEST_STEPS says how many (50,000 unless

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The network of the demonstration, in namespaces of its own: a bridge with a router, a good neighbour and a bad one.
 
                       10.0.0.254 ____________ 10.99.0.1

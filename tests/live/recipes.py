@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The twelve floods of the demonstration: what frames each is made of, and whether anybody can tell its senders apart."""
 import functools
 import random

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // model.h: what must hold of counting, alarms and hardware rules, stated a second time and naively.
 //
 // The model is told what the module and the card are told, in the same order, and predicts what the module answers,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // model_test.cpp: random steps, each taken by the module and by the model.
 //
 // A step is one thing that happens to a running module: packets, a setting, a clear, a trunk that changes, time, a card

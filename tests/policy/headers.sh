@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # headers.sh INCLUDE CC CXX: each public header compiles alone as C11 and as C++20, without a warning.
 set -euo pipefail
 code='extern int nothing_else;'  # an empty file is no C

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # install.sh TREE BUILD: the installed library is found by pkg-config, find_package and add_subdirectory, from C and from C++,
 # by gcc and by clang, and serves processes that hide their symbols.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # layers.sh SRC: the module's includes run downwards only. Every file has its layer, from the ground up; it may include
 # files of its own subject and of the layers below it.
 set -euo pipefail

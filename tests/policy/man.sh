@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # man.sh PROGRAM PAGE: the manual page names exactly the long options of "replay --help", and is well-formed.
 set -euo pipefail
 options=$("$1" replay --help | grep -E '^ +-' | grep -oE -- '--[a-z][a-z-]*[^a-z-]' | tr -cd 'a-z\n-' | sort -u)

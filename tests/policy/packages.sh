@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # packages.sh TREE CACHE: the Debian packages are built, please lintian, and come and go in a minimal system without a
 # trace; the program runs there, and so does a process that was compiled with what the packages brought. The minimal
 # system is kept in CACHE, with what the packages say they need and nothing else.

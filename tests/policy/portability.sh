@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # portability.sh TREE: the table in README.md is drawn from what scripts/portability.sh has written, the library on armhf is
 # smaller than 96 KiB, and atc_init takes less than a millisecond there at 100 million instructions a second.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # reproducible.sh TREE BUILD [TARGET...]: built once more, from a copy of the tree in another folder, library and program
 # are the same to the byte as in BUILD, a release build.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # share.sh ROOT: tests and fuzz targets are at most a third of the code, in non-blank lines of sources; fails above 35 %.
 set -euo pipefail
 cd "$1"

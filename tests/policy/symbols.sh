@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # symbols.sh LIBRARY MODULE RELEASED: the library exports exactly the operations of anti_cpu.h, leaves undefined exactly the functions
 # of platform.h besides the C library's, and needs no other library. What a release exported stays: RELEASED is its symbols
 # file.

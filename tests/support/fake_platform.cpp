@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // fake_platform.cpp: the functions of platform.h, and clock_gettime; see fake_platform.h.
 #include "fake_platform.h"
 

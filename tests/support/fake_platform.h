@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // fake_platform.h: the card of the tests: every function of platform.h, and the clock, as a fake that watches its
 // caller.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // fixture.cpp: see fixture.h.
 #include "fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // fixture.h: a started module on the fake card, and the words in which tests talk to it.
 //
 // ModuleTest starts the module before each test (the monitor task's timers armed, its turns taken by pass_seconds) and

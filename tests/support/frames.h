@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // frames.h: frames for tests, in the words of the subject.
 //
 // A builder function gives a complete frame of one kind with default addresses; the fluent modifiers change only what a

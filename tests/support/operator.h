@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // operator.h: what an operator may ask of the module at any moment, chosen by numbers from wherever the caller has
 // them.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // state_check.cpp: whether trees and the module's whole state are consistent; see fixture.h.
 #include <algorithm>
 #include <array>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """What scenarios cannot show: files the reader must refuse or take, captures written out, two replays alike.
 
 Usage: host_test.py ANTI_CPU [unittest arguments]

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Runs one scenario: a replay led by an operator's script, its output held against the expected transcript.
 
 Usage: run_scenario.py ANTI_CPU FOLDER [--update]

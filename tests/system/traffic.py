@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Makes a capture out of a description of traffic.
 
 Usage: traffic.py DESCRIPTION CAPTURE

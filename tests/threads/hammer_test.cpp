@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Everything at once: two threads hand over packets, four operators query, report, clear, set, trace, capture, upload
 // and change trunks, and the monitor task runs its periods of one second on a thread of its own. Meant for the thread
 // sanitizer; in any build the counts, the rule ids, the chip and the memory must be true afterwards. Bounded by numbers

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one packet counts, what remembers where, and how periods are closed.
 #include "atc/accounting.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // avltree_test.cpp: the ordered index against a std::map.
 #include "atc_avltree/avltree.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Traces to the character, and capture files in memory: their bytes, their limits.
 #include "atc/capture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // card_clock_test.cpp: the card's mutexes and queues, its clock, and its waits against what a replay relies on.
 // Tests of live time come first: once simulated, the process stays so. Threads of a simulation end before their test.
 #include <gtest/gtest.h>

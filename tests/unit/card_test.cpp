@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // card_test.cpp: the card's log and transfer against what platform.h and services.h promise.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // card_verbs.h: the card's clock in few words, for the tests of the card.
 #pragma once
 

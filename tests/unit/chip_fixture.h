@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // chip_fixture.h: the software chip under test. Each test begins with an empty one and collects what the card logs.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // chip_module_test.cpp: what the software chip reads in a frame against what the module does. The module's own rules in
 // the chip are held against each other in docs/denies.md.
 #include <algorithm>

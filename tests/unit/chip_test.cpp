@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // chip_test.cpp: the software chip by itself, through the driver's functions.
 #include <cstring>
 #include <string>

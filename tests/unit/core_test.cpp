@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Start-up, the way of one packet, and the monitor task.
 #include "atc/monitor.h"
 #include "atc/rule_match.h"

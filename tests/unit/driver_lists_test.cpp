@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bytes that go to the switching chip's driver, and what of a packet goes into an automatic rule.
 #include "atc_api_hw/driver_lists.h"
 

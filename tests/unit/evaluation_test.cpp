@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What happens at the end of a period, told in order however many have something to say.
 #include "atc/evaluation.h"
 

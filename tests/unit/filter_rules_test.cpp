@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operator's permit and deny rules: what is stored, which ids are given out.
 #include "fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Automatic deny rules, from the packet that crosses the limit to the ebb.
 #include "atc/hw_deny.h"
 

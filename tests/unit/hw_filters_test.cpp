@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operator's hardware filters: what goes to the chip, and keeping the list and the chip in step.
 #include <algorithm>
 #include <cstring>

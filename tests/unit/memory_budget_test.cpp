@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // memory_budget_test.cpp: the card's budget for the module's memory, by itself; what it does to the module under a
 // flood, the scenario memory_budget shows.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The parser: the class of every rule and of its neighbours, the descriptor's members, frames cut at every length.
 #include "atc/parser.h"
 

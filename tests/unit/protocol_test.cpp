@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The catalogue's look-up by the beginning of a name; names, ids and limits stand in the scenarios.
 #include "atc/protocol.h"
 

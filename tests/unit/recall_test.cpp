@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What remembers entries, against a set: whatever is added, removed, refused for want of memory, moved or shrunk.
 #include "atc/state/recall.h"
 

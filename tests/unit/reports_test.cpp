@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reports that do not fit, and without memory; their tables and the dumps stand in the scenarios.
 #include "fixture.h"
 #include "frames.h"

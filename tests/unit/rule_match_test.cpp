@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // rule_match_test.cpp: one rule against one packet, held against a twin that walks the members bit by bit.
 #include "atc/rule_match.h"
 

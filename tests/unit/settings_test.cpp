@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The settings, and what they change in what exists.
 #include "fixture.h"
 #include "frames.h"

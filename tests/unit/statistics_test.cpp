@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Queries of what is not there, or goes away while they wait.
 #include <algorithm>
 #include <cstring>

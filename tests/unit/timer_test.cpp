@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // timer_test.cpp: the timer list against a sorted twin, on the fake clock.
 #include "atc_timer/timer.h"
 

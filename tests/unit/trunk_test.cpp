@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Trunks, their members, and hardware rules that move with them.
 #include "atc/trunk.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // upload_test.cpp: capture files on their way out: their names, copies for the host, uploads on demand and by the task.
 #include "atc/upload.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // guard.h: the kernel's program, loaded, and everything that the process says to it and hears from it.
 //
 // Owns the program and its maps; they go when it goes, so a process that is killed leaves nothing behind. Frames pass

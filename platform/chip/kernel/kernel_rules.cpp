@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "chip/kernel/kernel_rules.h"
 
 #include <bpf/bpf.h>

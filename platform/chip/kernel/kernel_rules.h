@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kernel_rules.h: the chip's rules as the kernel's program searches them.
 //
 // Rules are grouped by their mask: one slot a mask, in which a frame's bits under that mask are looked up. A rule has

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A management process in C++ whose platform functions come from an archive: what a maker's own looks like.
 #include <cstring>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // stalled_upload_test.cpp: packets go on while an upload waits for a server that never answers.
 //
 // The module and the card, live, with the real file transfer to a server of this test. The proof is an order of events:

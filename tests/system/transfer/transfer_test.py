@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Uploads by the card to servers on loopback, good ones and bad ones: transfer_test.py TESTS PROGRAM
 
 TESTS is a class of this file, PROGRAM what uploads: upload_file, or anti-cpu for Replay. TESTS "-" just runs PROGRAM.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // upload_file.cpp: one transfer by the card, for the tests that hold it against servers.
 //
 // upload_file FILE NAME SERVER TYPE USER PASSWORD CONNECT_S STALL_S TOTAL_S CA_FILE KNOWN_HOSTS ACCEPT_ANY

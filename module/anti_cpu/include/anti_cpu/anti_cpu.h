@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* anti_cpu.h: the operations of libanti_cpu.so, the protection of a line card's CPU.
  *
  * The process that loads the library provides the functions of platform.h, calls atc_init once, then hands over every

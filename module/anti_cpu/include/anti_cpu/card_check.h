@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* card_check.h: does a card keep what platform.h promises? A program that tries it, for whoever writes the card.
  *
  *   cc my_card.c -lanti_cpu_card_check -pthread -o card_check && ./card_check

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* platform.h: what the process that loads libanti_cpu.so provides.
  *
  * The library leaves these functions undefined; the process (or a library it links) defines every one of them with C

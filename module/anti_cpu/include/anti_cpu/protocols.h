@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* protocols.h: the 58 classes of control packets: ids, and which frames belong to which class.
  *
  * Compiles as C11 and as C++20. Ids are part of the binary interface: they are dense, and none ever changes its

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* types.h: the records and constants that the module shares with the process that loads it.
  *
  * Compiles as C11 and as C++20. Layouts are part of the binary interface; each is pinned by a static assertion below.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* version.h: the version of the headers that a process is compiled with; atc_version tells that of the library that it
  * runs with. Compiles as C11 and as C++20.
  *
