@@ -1,4 +1,3 @@
-/* SPDX-License-Identifier: Apache-2.0 */
 /* guard.bpf.c: the kernel's half of the card: what stands between a port and the machine's own stack.
  *
  * At a port that is watched, each received frame that is for this processor is counted, shown to the chip rules and the
