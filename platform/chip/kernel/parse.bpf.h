@@ -1,4 +1,3 @@
-/* SPDX-License-Identifier: Apache-2.0 */
 /* parse.bpf.h: from a frame to its key and its class, in the kernel.
  *
  * Gives what the software chip's decoder gives (frame_key.cpp) and what the module's parser gives (class, VLAN,

@@ -1,4 +1,3 @@
-/* SPDX-License-Identifier: Apache-2.0 */
 /* record.h: what the kernel's half of the chip and the process share: keys, counters, and the copies in the ring.
  *
  * Compiles as C for clang's bpf target and as C++. Layouts are pinned below; numbers are in processor byte order unless
