@@ -157,7 +157,7 @@ consteval bool every_class_has_rows_in_order() {
     }
     return last == ATC_PROTOCOL_COUNT;
 }
-static_assert(every_class_has_rows_in_order(), "58 plain rows, each with its other kinds behind it");
+static_assert(every_class_has_rows_in_order(), "a plain row for each class, with its other kinds behind it");
 
 using Bytes = std::vector<uint8_t>;
 

@@ -123,8 +123,9 @@ std::optional<Value> read_moment(std::string_view word) {
 }  // namespace
 
 const std::vector<Kind> &all_kinds() {
+    static const std::string protocol = "a protocol (name, alias or 1 to " + std::to_string(ATC_PROTOCOL_COUNT) + ")";
     static const std::vector<Kind> kinds = {
-        {"protocol", "a protocol (name, alias or 1 to 58)", read_protocol, protocol_choices},
+        {"protocol", protocol.c_str(), read_protocol, protocol_choices},
         {"port", "a port (0 to 4294967295)", read_number<0, UINT32_MAX>, nullptr},
         {"port-index", "the highest port (0 to 65535)", read_number<0, 65535>, nullptr},
         {"vlan", "a VLAN (0 to 4095)", read_number<0, 4095>, nullptr},
