@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # reproducible.sh TREE BUILD [TARGET...]: built once more, from a copy of the tree in another folder, library and program
-# are the same to the byte as in BUILD, a release build.
+# are the same to the byte as in BUILD, a release build: tests/policy/reproducible.sh "$PWD" "$PWD/build/release". The tests do
+# it with the library, which takes seconds.
 set -euo pipefail
 tree=$1
 build=$2
