@@ -111,6 +111,10 @@ TEST_F(CoreTest, PermitBeatsDenyBeatsTheLimiter) {
         EXPECT_EQ(rx(lldp(), 2, 1), within_limit) << action;
     }
     EXPECT_EQ(entry(1, 1, ATC_LLDP)->stat.count, 124u) << "dropped packets count";
+    rule = {};
+    rule.action = ATC_ACTION_DENY;
+    ASSERT_EQ(atc_api_filter_rule_add(&rule), 0);
+    EXPECT_EQ(rx(arp()), -1) << "a rule that compares nothing";
 }
 
 TEST_F(CoreTest, AKnownFlowAllocatesNothing) {

@@ -66,6 +66,7 @@ TEST_F(DriverLists, EveryClassIsRemovedByWhatInstalledIt) {
                 fake().fail(Call::chip_delete, 1);
                 EXPECT_EQ(atc_hw_filter_del(&rule), -1);
                 EXPECT_EQ(atc_hw_filter_del(&rule), 0);
+                EXPECT_EQ(rule.sdk_id, 0U);
                 EXPECT_TRUE(fake().chip().empty());
             }
         }

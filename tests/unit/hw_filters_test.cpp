@@ -59,6 +59,8 @@ TEST_F(HwFilters, SendsEveryMemberUnderItsMask) {
         ASSERT_EQ(atc_api_cfg_hw_filter_rule_add(&rule), 0);
         EXPECT_EQ(chip_texts(), Lines{chip});
         EXPECT_EQ(rule.sdk_id, fake().chip().at(0).entry_id);
+        fake().fail(Call::chip_delete, 1);
+        EXPECT_EQ(atc_api_cfg_hw_filter_rule_del(5), -1) << "the chip keeps it, and so does the list";
         EXPECT_EQ(atc_api_cfg_hw_filter_rule_del(5), 0);
         EXPECT_TRUE(fake().rules.empty());
     }
