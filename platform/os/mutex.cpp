@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <linux/futex.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -12,9 +13,15 @@
 namespace card {
 namespace {
 
-// Looks at a mutex that is taken, each after twice the pause of the one before: a packet takes less than all of them.
-constexpr uint32_t kLooks = 9;
-constexpr int64_t kPatienceNs = 1'000'000;
+// Looks at a mutex that is taken, each after twice the pause of the one before, up to some: who lets others in waits
+// for more than one of them.
+constexpr uint32_t kLooks = 64;
+constexpr uint32_t kLongestPause = 16;
+constexpr uint32_t kPausesForOthers = 64;
+constexpr int64_t kPatienceNs = 50'000;
+
+// Threads that look, whichever mutex they look at.
+constinit std::atomic<uint32_t> looking = 0;
 
 constexpr int64_t kNever = INT64_MAX;
 
@@ -47,14 +54,29 @@ int Mutex::take_slowly(int ticks) {
 
 // The first look is at once: a thread's first take comes here with the mutex free.
 bool Mutex::spin() {
-    for (uint32_t look = 0; look < kLooks; ++look) {
+    looking.fetch_add(1, std::memory_order_relaxed);
+    bool is_mine = false;
+    uint32_t pause = 1;
+    for (uint32_t look = 0; look < kLooks && !is_mine; ++look) {
         uint32_t seen = holder_.load(std::memory_order_relaxed);
-        if (seen == kFree && holder_.compare_exchange_strong(seen, own_number, std::memory_order_acquire)) {
-            return true;
+        is_mine = seen == kFree && holder_.compare_exchange_strong(seen, own_number, std::memory_order_acquire);
+        if (!is_mine) {
+            pause_processor(pause);
+            pause = pause < kLongestPause ? pause * 2 : pause;
         }
-        pause_processor(1u << look);
     }
-    return false;
+    looking.fetch_sub(1, std::memory_order_relaxed);
+    return is_mine;
+}
+
+void Mutex::let_others_in() {
+    for (uint32_t waited = 0; looking.load(std::memory_order_relaxed) > 0; ++waited) {
+        if (waited == kPausesForOthers) {
+            sched_yield();  // they may be waiting for this thread's processor
+            return;
+        }
+        pause_processor(1);
+    }
 }
 
 bool Mutex::sleep(int ticks) {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // mutex.h: one mutex that knows its owner, and costs a compare-and-swap each way while nobody waits for it.
 //
-// Inside os/ only. One word says who holds it and whether others wait. A thread that finds it taken looks again for a
-// few microseconds, as long as a packet is on its way, and then sleeps on a futex (not on a condition: the C library's
-// can lose a signal, and whoever waits for that one sleeps for ever). Giving and taking again at
-// once beats a thread that has yet to wake up; so whoever has slept for a millisecond is handed the mutex, and nobody
-// starves.
+// Inside os/ only. One word says who holds it and whether others wait. A thread that finds it taken looks again for
+// some twenty microseconds, longer than the module keeps it between two pauses, and then sleeps on a futex (not on a
+// condition: the C library's can lose a signal, and whoever waits for that one sleeps for ever). Giving and taking
+// again at once beats a thread that has yet to look again, or to wake up; so whoever gives it only to take it again
+// lets those that look go first (let_others_in), and whoever has slept for long is handed the mutex: nobody starves.
 #pragma once
 
 #include <pthread.h>
@@ -40,6 +40,10 @@ public:
         }
         return give_to_waiter();
     }
+
+    // Behind a give, before a take: waits for about a microsecond if threads are looking for a mutex, so that they find
+    // it.
+    static void let_others_in();
 
 private:
     static constexpr uint32_t kFree = 0;

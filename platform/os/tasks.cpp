@@ -14,6 +14,7 @@
 
 #include "anti_cpu/platform.h"
 #include "clock/clock.h"
+#include "os/mutex.h"
 #include "os/os.h"
 
 namespace {
@@ -43,6 +44,10 @@ void *run_thread(void *argument) {
 }  // namespace
 
 int bep_taskDelayEx(uint32_t ticks) {
+    if (ticks == 0) {
+        card::Mutex::let_others_in();
+        return 0;
+    }
     Clock::instance().sleep_for(static_cast<int64_t>(ticks) * (card::kNanosecondsPerSecond / card::kTicksPerSecond));
     return 0;
 }

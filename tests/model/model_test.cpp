@@ -61,14 +61,14 @@ public:
         if (!everything) {
             return lines;
         }
-        atc_tree_each<atc_entry_t>(&state()->entry_tree, [&](atc_entry_t *flow) {
+        each_record<atc_entry_t>(state()->entry_tree, [&](atc_entry_t *flow) {
             const auto add = [&](const atc_stat_t &stat, uint32_t source) {
                 lines.push_back(text(OWNER, flow->port, flow->vlan, flow->protocol, source, stat.count, stat.fp_last,
                                      stat.lp_last, stat.fp_alarm, stat.lp_alarm, stat.sw_deny_on));
             };
             add(flow->stat, 0);
-            atc_tree_each<atc_src_entry_t>(&flow->src_tree,
-                                           [&](const atc_src_entry_t *src) { add(src->stat, number_of(src)); });
+            each_record<atc_src_entry_t>(flow->src_tree,
+                                         [&](const atc_src_entry_t *src) { add(src->stat, number_of(src)); });
         });
         return lines;
     }

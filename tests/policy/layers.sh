@@ -17,7 +17,7 @@ layer_of() {
         atc_api_hw/*) echo 6 ;;
         atc/hw_deny.* | atc/upload.*) echo 7 ;;
         atc/entries.*) echo 8 ;;
-        atc/accounting.*) echo 9 ;;
+        atc/accounting.* | atc/notes.* | atc/walk.*) echo 9 ;;
         atc/evaluation.* | atc/trunk.*) echo 10 ;;
         atc/pipeline.* | atc/monitor.* | atc/dumps.* | atc_api/*) echo 11 ;;
         atc/startup.*) echo 12 ;;

@@ -29,6 +29,14 @@ std::string tree_problems(const atc_avl_tree_t &tree);
 // compared unless a rule's removal was made to fail in this test.
 std::string state_problems();
 
+// Calls visit(record) for every record of a tree, in order.
+template <typename record_t, typename visit_t>
+void each_record(const atc_avl_tree_t &tree, visit_t visit) {
+    for (void *record = atc_avl_first(&tree); record != nullptr; record = atc_avl_next(&tree, record)) {
+        visit(static_cast<record_t *>(record));
+    }
+}
+
 // The seed of this run's random tests: ATC_TEST_SEED of the environment, or a fixed one. Noted in the test's record.
 uint32_t test_seed();
 

@@ -53,14 +53,14 @@ struct Seen {
     void blocks(atc_global_t &global) {
         for (auto *index : {&global.port_tree, &global.vlan_tree, &global.rx_protocol_tree, &global.tx_protocol_tree}) {
             out += tree_problems(*index);
-            atc_tree_each<atc_entry_t>(index, [&](atc_entry_t *entry) { sums.insert(entry); });
+            each_record<atc_entry_t>(*index, [&](atc_entry_t *entry) { sums.insert(entry); });
         }
         out += tree_problems(global.entry_tree);
-        atc_tree_each<atc_entry_t>(&global.entry_tree, [&](atc_entry_t *entry) {
+        each_record<atc_entry_t>(global.entry_tree, [&](atc_entry_t *entry) {
             flows.insert(entry);
             block(entry->stat);
             out += tree_problems(entry->src_tree);
-            atc_tree_each<atc_src_entry_t>(&entry->src_tree, [&](atc_src_entry_t *src) {
+            each_record<atc_src_entry_t>(entry->src_tree, [&](atc_src_entry_t *src) {
                 sources.insert(src);
                 block(src->stat);
                 check(src->entry == entry, "a source of another flow");
@@ -73,9 +73,11 @@ struct Seen {
     void remembered(const atc_recall_t &recall) {
         for (const auto &[table, linked] : {std::pair(&recall.flows, &flows), {&recall.sources, &sources}}) {
             uint32_t used = 0;
-            atc_recall_each<const void>(table, [&, linked = linked](const void *record) {
+            atc_recall_cursor_t cursor = {};
+            atc_recall_walk<const void>(table, &cursor, [&, linked = linked](const void *record) {
                 used++;
                 check(linked->contains(record), "a record is gone");
+                return true;
             });
             check(used == table->used && used <= linked->size(), "the records remembered are counted wrong");
         }

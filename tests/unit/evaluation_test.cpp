@@ -45,7 +45,7 @@ TEST_F(EvaluationTest, AlarmsComeInOrderFromFewAndFromMany) {
                 line.resize(std::min(line.size(), line.find(" period limit")));
             }
             EXPECT_EQ(told, expected) << noisy << ", round " << round;
-            atc_tree_each<atc_entry_t>(&state()->entry_tree, [&](atc_entry_t *flow) {
+            each_record<atc_entry_t>(state()->entry_tree, [&](atc_entry_t *flow) {
                 const std::array cur = {+flow->stat.fp_cur, +flow->stat.lp_cur};
                 EXPECT_EQ(cur, (std::array{round, round})) << "not closed once";
                 EXPECT_EQ(flow->stat.fp_last + flow->stat.lp_last, 2 * flow->stat.count);

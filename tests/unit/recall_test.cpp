@@ -21,7 +21,8 @@ void expect_same(const atc_recall_table_t &table, const std::set<Record *> &twin
     ASSERT_EQ(table.used, twin.size());
     ASSERT_TRUE(twin.empty() || 64 - table.shift <= 6) << "a directory that is too large";
     uint32_t seen = 0;
-    atc_recall_each<Record>(&table, [&](Record *) { seen++; });
+    atc_recall_cursor_t cursor = {};
+    ASSERT_FALSE(atc_recall_walk<Record>(&table, &cursor, [&](Record *) { return ++seen > 0; }));
     ASSERT_EQ(seen, twin.size());
     for (const Record *record : twin) {
         const auto [port, vlan, protocol] = atc_flow_of(record->word);

@@ -76,6 +76,7 @@ void atc_capture_auto_start(atc_stat_t *stat) {
     if (stat->cap_buf != nullptr || g_atc_global.protocol_cap_cnt >= ATC_AUTO_CAPTURES_MAX) {
         return;
     }
+    atc_hold_spend(ATC_WORK_BUFFER);
     stat->cap_buf = buffer_create(&stat->cap_len);
     if (stat->cap_buf != nullptr) {
         stat->cap_on = 1;
@@ -91,6 +92,7 @@ void atc_capture_auto_release(atc_stat_t *stat) {
     if (stat->cap_buf == nullptr) {
         return;
     }
+    atc_hold_spend(ATC_WORK_BUFFER);
     atc_free(stat->cap_buf);
     stat->cap_buf = nullptr;
     stat->cap_on = 0;

@@ -170,11 +170,21 @@ void atc_src_entry_discard(atc_src_entry_t *src) {
 }
 
 void atc_flow_discard(atc_entry_t *flow) {
-    atc_tree_each<atc_src_entry_t>(&flow->src_tree, atc_src_entry_discard);
-    atc_hw_filter_delete_by_pro(flow);
-    g_atc_global.recall.flood = {};
-    atc_recall_remove(&g_atc_global.recall.flows, atc_flow_key(flow->port, flow->vlan, flow->protocol), flow);
+    atc_recall_t *recall = &g_atc_global.recall;
+    recall->flood = {};
+    atc_recall_remove(&recall->flows, atc_flow_key(flow->port, flow->vlan, flow->protocol), flow);
     atc_avl_remove(&g_atc_global.entry_tree, flow);
+    recall->leaving_sources += atc_avl_numnodes(&flow->src_tree);
+    g_atc_global.discards++;
+    while (void *src = atc_avl_first(&flow->src_tree)) {
+        atc_src_entry_discard(static_cast<atc_src_entry_t *>(src));
+        recall->leaving_sources--;
+        if (atc_hold_spend(ATC_WORK_STEP)) {
+            atc_sem_pause();
+        }
+    }
+    g_atc_global.discards--;
+    atc_hw_filter_delete_by_pro(flow);
     atc_capture_auto_release(&flow->stat);
     atc_free(flow);
 }
@@ -320,6 +330,8 @@ atc_entry_t *create_flow(const atc_entry_key_t &key) {
     if (flow != nullptr) {
         flow->stat.fp_threshold = atc_threshold(g_atc_global.fast_period_time, g_atc_global.fp_limit[key.protocol]);
         flow->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.lp_limit[key.protocol]);
+        flow->stat.fp_pass = g_atc_global.fp_pass;
+        flow->stat.lp_pass = g_atc_global.lp_pass;
         atc_avl_create(&flow->src_tree, atc_src_tree_compare, sizeof(atc_src_entry_t), 0);
         g_atc_global.new_flows[g_atc_global.new_flow_count++] = flow;
     }
@@ -356,6 +368,8 @@ atc_src_entry_t *create_source(atc_entry_t *flow, const atc_src_key_t &key) {
         src->entry = flow;
         src->stat.fp_threshold = atc_threshold(g_atc_global.fast_period_time, g_atc_global.src_fp_limit[protocol]);
         src->stat.lp_threshold = atc_threshold(g_atc_global.long_period_time, g_atc_global.src_lp_limit[protocol]);
+        src->stat.fp_pass = g_atc_global.fp_pass;
+        src->stat.lp_pass = g_atc_global.lp_pass;
         atc_avl_add(&flow->src_tree, src);
         g_atc_global.recall.linked_sources++;
     }

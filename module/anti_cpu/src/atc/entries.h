@@ -41,7 +41,8 @@ atc_src_entry_t *atc_source_obtain(atc_entry_t *flow, const atc_pkt_info_t *info
 void atc_flood_remember(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
 
 // Take a source out of its flow, a flow out of entry_tree with all its sources, an entry of another index out of it:
-// its hardware rules are withdrawn first, its capture is freed, then the record.
+// its hardware rules are withdrawn first, its capture is freed, then the record. A flow is gone for everybody at once;
+// its sources follow piece by piece, with pauses between them.
 void atc_src_entry_discard(atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
 void atc_flow_discard(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
 void atc_aggregate_discard(atc_avl_tree_t *tree, atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
@@ -54,42 +55,3 @@ uint32_t atc_threshold(uint32_t seconds, uint32_t limit);
 
 // Packets per second of 'packets' in 'seconds', truncated; 0 for a period of 0.
 uint32_t atc_rate(uint32_t packets, uint32_t seconds);
-
-// Call visit(record) for every flow, or for every source of all flows, in any order; 'visit' must not discard. Much
-// faster than in order when there are many.
-template <typename visit_t>
-inline void atc_flows_each(visit_t visit) ATC_REQUIRES(g_atc_lock);
-template <typename visit_t>
-inline void atc_sources_each(visit_t visit) ATC_REQUIRES(g_atc_lock);
-
-// Calls visit(record) for every record of an index, in order. 'visit' may discard the record it is given, and no other.
-template <typename record_t, typename visit_t>
-inline void atc_tree_each(atc_avl_tree_t *tree, visit_t visit) ATC_REQUIRES(g_atc_lock) {
-    for (void *record = atc_avl_first(tree); record != nullptr;) {
-        void *next = atc_avl_next(tree, record);
-        visit(static_cast<record_t *>(record));
-        record = next;
-    }
-}
-
-template <typename visit_t>
-inline void atc_flows_each(visit_t visit) {
-    const atc_recall_table_t *remembered = &g_atc_global.recall.flows;
-    if (atc_recall_is_complete(remembered, atc_avl_numnodes(&g_atc_global.entry_tree))) {
-        atc_recall_each<atc_entry_t>(remembered, visit);
-    } else {
-        atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, visit);
-    }
-}
-
-template <typename visit_t>
-inline void atc_sources_each(visit_t visit) {
-    const atc_recall_t *recall = &g_atc_global.recall;
-    if (atc_recall_is_complete(&recall->sources, recall->linked_sources)) {
-        atc_recall_each<atc_src_entry_t>(&recall->sources, visit);
-    } else {
-        atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, [&visit](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
-            atc_tree_each<atc_src_entry_t>(&flow->src_tree, visit);
-        });
-    }
-}

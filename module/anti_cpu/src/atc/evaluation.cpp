@@ -1,10 +1,10 @@
 #include "atc/evaluation.h"
 
-#include <algorithm>
-
 #include "atc/accounting.h"
 #include "atc/capture.h"
+#include "atc/notes.h"
 #include "atc/text.h"
+#include "atc/walk.h"
 
 namespace {
 
@@ -27,45 +27,23 @@ constexpr const char *WORDING[2][2][2] = {
       "anti-cpu rx port %d vlan %d protocol %s src %s restore long period limit,receive/limit:%d/%d(pps)\r\n"}},
 };
 
-// What a pass has something to say about: a flow ('src' null), or one of its sources.
-struct notable_t {
-    atc_entry_t *flow;
-    atc_src_entry_t *src;
-};
-
-// What a pass has noted. It begins in the room for a few, which costs no memory; more are noted in memory of the pass's
-// own, so that it costs what there is to say and not a walk over everything.
-struct notables_t {
-    notable_t *items;
-    uint32_t count;
-    uint32_t room;  // items
-    bool is_cut;    // there was no memory for all: nothing that was noted counts
-};
-
-constexpr uint32_t NOTABLES_FEW = 1024;
-constexpr uint32_t NOTABLES_MAX = 1u << 26;  // their bytes fit the card's 32-bit sizes
-notable_t few_notables[NOTABLES_FEW] ATC_GUARDED_BY(g_atc_lock);
-notables_t notables ATC_GUARDED_BY(g_atc_lock);
-
-bool is_before(const notable_t &a, const notable_t &b);
 void log_alarm(const atc_entry_t *flow, const atc_src_entry_t *src, atc_period_t period, event_t event,
                uint32_t packets, uint32_t threshold) ATC_REQUIRES(g_atc_lock);
 void evaluate_fast(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat_t *stat) ATC_REQUIRES(g_atc_lock);
 void evaluate_long(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat_t *stat) ATC_REQUIRES(g_atc_lock);
 template <typename visit_t>
 void each_aggregate_tree(visit_t visit) ATC_REQUIRES(g_atc_lock);
-void begin_pass() ATC_REQUIRES(g_atc_lock);
-void close_or_note(atc_entry_t *flow, atc_src_entry_t *src, atc_stat_t *stat, atc_period_t period)
-    ATC_REQUIRES(g_atc_lock);
-void note(atc_entry_t *flow, atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
-bool grow_notables() ATC_REQUIRES(g_atc_lock);
-void free_notables() ATC_REQUIRES(g_atc_lock);
-template <typename evaluate_t>
-bool evaluate_notables(evaluate_t evaluate) ATC_REQUIRES(g_atc_lock);
-void end_pass(atc_period_t period) ATC_REQUIRES(g_atc_lock);
-void evaluate_rest(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
-void evaluate_whole(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
+void run_pass(atc_period_t period) ATC_REQUIRES(g_atc_lock);
+void close_or_note(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat_t *stat, atc_period_t period,
+                   atc_notes_t *notes) ATC_REQUIRES(g_atc_lock);
+void judge_noted(atc_notes_t *notes, atc_period_t period) ATC_REQUIRES(g_atc_lock);
+void judge_rest(atc_period_t period) ATC_REQUIRES(g_atc_lock);
+void judge_flow(atc_entry_t *flow, atc_period_t period) ATC_REQUIRES(g_atc_lock);
+void judge_source(atc_src_entry_t *src, atc_period_t period) ATC_REQUIRES(g_atc_lock);
+bool is_closed(const atc_stat_t *stat, atc_period_t period) ATC_REQUIRES(g_atc_lock);
+void close_period(atc_stat_t *stat, atc_period_t period) ATC_REQUIRES(g_atc_lock);
 bool is_quiet(const atc_stat_t *stat, atc_period_t period);
+bool is_silent(const atc_stat_t *stat);
 void close_aggregates(atc_period_t period) ATC_REQUIRES(g_atc_lock);
 void sweep_source(atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
 void sweep_flow(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
@@ -73,53 +51,35 @@ void sweep_flow(atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
 }  // namespace
 
 int atc_fp_expire(uintptr_t, uintptr_t, uintptr_t) {
-    begin_pass();
-    atc_sources_each([](atc_src_entry_t *src)
-                         ATC_REQUIRES(g_atc_lock) { close_or_note(src->entry, src, &src->stat, ATC_PERIOD_FAST); });
-    atc_flows_each([](atc_entry_t *flow)
-                       ATC_REQUIRES(g_atc_lock) { close_or_note(flow, nullptr, &flow->stat, ATC_PERIOD_FAST); });
-    const bool done = evaluate_notables([](const notable_t &notable) ATC_REQUIRES(g_atc_lock) {
-        notable.src != nullptr ? atc_fp_expire_src_process(notable.src) : atc_fp_expire_process(notable.flow);
-    });
-    if (!done) {
-        atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, evaluate_rest);
-    }
-    end_pass(ATC_PERIOD_FAST);
+    g_atc_global.fp_pass++;
+    run_pass(ATC_PERIOD_FAST);
     atc_fp_arm();
     return 0;
 }
 
-// Sources are walked in order here, because those that have aged go.
 int atc_lp_expire(uintptr_t, uintptr_t, uintptr_t) {
-    begin_pass();
-    atc_flows_each([](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
-        if (!atc_avl_is_empty(&flow->src_tree)) {
-            note(flow, nullptr);
-        } else {
-            close_or_note(flow, nullptr, &flow->stat, ATC_PERIOD_LONG);
-        }
-    });
-    const bool done =
-        evaluate_notables([](const notable_t &notable) ATC_REQUIRES(g_atc_lock) { evaluate_whole(notable.flow); });
-    if (!done) {
-        atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, [](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
-            if (!atc_avl_is_empty(&flow->src_tree) || !is_quiet(&flow->stat, ATC_PERIOD_LONG)) {
-                evaluate_whole(flow);
-            }
-        });
-    }
-    end_pass(ATC_PERIOD_LONG);
+    g_atc_global.lp_pass++;
+    run_pass(ATC_PERIOD_LONG);
     atc_lp_arm();
     return 0;
 }
 
 int atc_24h_expire(uintptr_t, uintptr_t, uintptr_t) {
-    atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, sweep_flow);
+    atc_flows_walk([](atc_entry_t *) { return true; },
+                   [](atc_entry_t *, atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock) {
+                       sweep_source(src);
+                       return true;
+                   },
+                   [](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
+                       sweep_flow(flow);
+                       return true;
+                   });
     each_aggregate_tree([](atc_avl_tree_t *tree) ATC_REQUIRES(g_atc_lock) {
-        atc_tree_each<atc_entry_t>(tree, [tree](atc_entry_t *entry) ATC_REQUIRES(g_atc_lock) {
+        atc_entries_walk(tree, [tree](atc_entry_t *entry) ATC_REQUIRES(g_atc_lock) {
             if (entry->stat.count == 0) {
                 atc_aggregate_discard(tree, entry);
             }
+            return true;
         });
     });
     atc_24h_arm();
@@ -156,7 +116,7 @@ int atc_lp_expire_process(atc_entry_t *entry) {
 int atc_lp_expire_src_process(atc_src_entry_t *src) {
     evaluate_long(src->entry, src, &src->stat);
     // One whose packets the chip stops sends none that are counted here: it ages when the expiry check has withdrawn
-    // its rule.
+    // its rule. What is_silent says of it before its period is closed is the same.
     if (src->stat.lp_ring[src->stat.lp_cur] == 0 && src->stat.hw_deny_on == 0) {
         atc_src_entry_discard(src);
     }
@@ -187,7 +147,7 @@ void log_alarm(const atc_entry_t *flow, const atc_src_entry_t *src, atc_period_t
 
 // Closes and judges a fast period of a flow ('src' null) or of one of its sources.
 void evaluate_fast(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat_t *stat) {
-    atc_stat_process(stat, ATC_PERIOD_FAST);
+    close_period(stat, ATC_PERIOD_FAST);
     if (flow->direction != ATC_DIRECTION_RX) {
         return;
     }
@@ -215,7 +175,7 @@ void evaluate_fast(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat
 
 // The same for a long period, which only alarms.
 void evaluate_long(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat_t *stat) {
-    atc_stat_process(stat, ATC_PERIOD_LONG);
+    close_period(stat, ATC_PERIOD_LONG);
     if (flow->direction != ATC_DIRECTION_RX) {
         return;
     }
@@ -240,93 +200,97 @@ void each_aggregate_tree(visit_t visit) {
     visit(&g_atc_global.tx_protocol_tree);
 }
 
-void begin_pass() {
-    notables = {few_notables, 0, NOTABLES_FEW, false};
+// A pass begins with its number: what is made from then on has it already, what it closes gets it. First everything
+// about which there is nothing to say is closed, in whatever order it lies in memory, which is many times faster than
+// in that of the indexes; the rest is noted, and then judged in order.
+void run_pass(atc_period_t period) {
+    atc_notes_t notes = atc_notes_begin();
+    const auto between = [&notes] { atc_notes_make_room(&notes); };
     atc_stat_pass(true);
-}
-
-// Closes a period of a flow ('src' null) or of a source about which there is nothing to say, in whatever order they
-// come, which is many times faster than in that of the indexes. The others are noted.
-void close_or_note(atc_entry_t *flow, atc_src_entry_t *src, atc_stat_t *stat, atc_period_t period) {
-    if (is_quiet(stat, period)) {
-        atc_stat_process(stat, period);
+    atc_sources_each([&notes, period](atc_src_entry_t *src)
+                         ATC_REQUIRES(g_atc_lock) { close_or_note(src->entry, src, &src->stat, period, &notes); },
+                     between);
+    atc_flows_each([&notes, period](atc_entry_t *flow)
+                       ATC_REQUIRES(g_atc_lock) { close_or_note(flow, nullptr, &flow->stat, period, &notes); },
+                   between);
+    if (notes.is_cut) {
+        judge_rest(period);
     } else {
-        note(flow, src);
+        judge_noted(&notes, period);
     }
-}
-
-void note(atc_entry_t *flow, atc_src_entry_t *src) {
-    if (notables.count == notables.room && !grow_notables()) {
-        notables.is_cut = true;
-        return;
-    }
-    notables.items[notables.count] = {flow, src};
-    notables.count++;
-}
-
-// Doubles the room. Returns false when there is no memory for that, or was none before.
-bool grow_notables() {
-    const uint32_t room = notables.room * 2;
-    if (notables.is_cut || room > NOTABLES_MAX) {
-        return false;
-    }
-    auto *items = static_cast<notable_t *>(atc_malloc(room * static_cast<uint32_t>(sizeof(notable_t))));
-    if (items == nullptr) {
-        return false;
-    }
-    std::copy_n(notables.items, notables.count, items);
-    free_notables();
-    notables.items = items;
-    notables.room = room;
-    return true;
-}
-
-void free_notables() {
-    if (notables.items != few_notables) {
-        atc_free(notables.items);
-    }
-}
-
-// Calls evaluate(notable) for what has been noted, in the order of the indexes, so that what is logged and captured
-// does not depend on where it lies in memory. Returns false when not everything could be noted: then nothing is done.
-template <typename evaluate_t>
-bool evaluate_notables(evaluate_t evaluate) {
-    if (!notables.is_cut) {
-        std::sort(notables.items, notables.items + notables.count, is_before);
-        std::for_each(notables.items, notables.items + notables.count, evaluate);
-    }
-    free_notables();
-    return !notables.is_cut;
-}
-
-// A flow comes before its sources.
-bool is_before(const notable_t &a, const notable_t &b) {
-    if (a.flow != b.flow) {
-        return atc_tree_compare(a.flow, b.flow) < 0;
-    }
-    return b.src != nullptr && (a.src == nullptr || atc_src_tree_compare(a.src, b.src) < 0);
-}
-
-void end_pass(atc_period_t period) {
+    atc_notes_end(&notes);
     close_aggregates(period);
     atc_stat_pass(false);
 }
 
-// A fast period of a flow and its sources, but for what has been closed: that stays quiet.
-void evaluate_rest(atc_entry_t *flow) {
-    if (!is_quiet(&flow->stat, ATC_PERIOD_FAST)) {
-        atc_fp_expire_process(flow);
+void close_or_note(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat_t *stat, atc_period_t period,
+                   atc_notes_t *notes) {
+    if (is_closed(stat, period)) {
+        return;  // made or met before
     }
-    atc_tree_each<atc_src_entry_t>(&flow->src_tree, [](atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock) {
-        if (!is_quiet(&src->stat, ATC_PERIOD_FAST)) {
-            atc_fp_expire_src_process(src);
-        }
-    });
+    if (is_quiet(stat, period) && (src == nullptr || period == ATC_PERIOD_FAST || !is_silent(stat))) {
+        close_period(stat, period);
+    } else {
+        atc_notes_add(notes, flow, src);
+    }
 }
 
-void evaluate_whole(atc_entry_t *flow) {
-    atc_lp_expire_process(flow);
-    atc_tree_each<atc_src_entry_t>(&flow->src_tree, atc_lp_expire_src_process);
+// In the order of the indexes, so that what is logged and captured does not depend on where it lies in memory. What has
+// gone meanwhile, and perhaps come again, is left out.
+void judge_noted(atc_notes_t *notes, atc_period_t period) {
+    if (notes->count > ATC_HOLD_LIMIT) {
+        atc_sem_pause([notes] { atc_notes_sort(notes); });
+    } else {
+        atc_notes_sort(notes);
+    }
+    for (uint32_t i = 0; i < notes->count; i++) {
+        const atc_note_t *note = &notes->items[i];
+        if (note->src_type != ATC_SRC_NONE) {
+            judge_source(atc_note_source(note), period);
+        } else {
+            judge_flow(atc_note_flow(note), period);
+        }
+        atc_sem_pause_if_due();
+    }
+}
+
+// The same for all that is not closed yet.
+void judge_rest(atc_period_t period) {
+    atc_flows_walk(
+        [period](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
+            judge_flow(flow, period);
+            return true;
+        },
+        [period](atc_entry_t *, atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock) {
+            judge_source(src, period);
+            return true;
+        },
+        [](atc_entry_t *) { return true; });
+}
+
+void judge_flow(atc_entry_t *flow, atc_period_t period) {
+    if (flow != nullptr && !is_closed(&flow->stat, period)) {
+        atc_hold_spend(ATC_WORK_LINE);
+        period == ATC_PERIOD_FAST ? atc_fp_expire_process(flow) : atc_lp_expire_process(flow);
+    }
+}
+
+void judge_source(atc_src_entry_t *src, atc_period_t period) {
+    if (src != nullptr && !is_closed(&src->stat, period)) {
+        atc_hold_spend(ATC_WORK_LINE);
+        period == ATC_PERIOD_FAST ? atc_fp_expire_src_process(src) : atc_lp_expire_src_process(src);
+    }
+}
+
+// Whether the pass under way, or the last one, has closed this block, or the block was made after its beginning.
+bool is_closed(const atc_stat_t *stat, atc_period_t period) {
+    return period == ATC_PERIOD_FAST ? stat->fp_pass == g_atc_global.fp_pass : stat->lp_pass == g_atc_global.lp_pass;
+}
+
+void close_period(atc_stat_t *stat, atc_period_t period) {
+    (period == ATC_PERIOD_FAST ? stat->fp_pass : stat->lp_pass) =
+        period == ATC_PERIOD_FAST ? g_atc_global.fp_pass : g_atc_global.lp_pass;
+    atc_stat_process(stat, period);
 }
 
 // True when closing this period raises and clears nothing.
@@ -335,11 +299,18 @@ bool is_quiet(const atc_stat_t *stat, atc_period_t period) {
                                      : stat->lp_alarm == 0 && stat->count - stat->lp_last <= stat->lp_threshold;
 }
 
+// True when a source without packets in the running long period goes at its end.
+bool is_silent(const atc_stat_t *stat) {
+    return stat->count == stat->lp_last && stat->hw_deny_on == 0;
+}
+
 // Closes a period of everything that has no limits.
 void close_aggregates(atc_period_t period) {
     each_aggregate_tree([period](atc_avl_tree_t *tree) ATC_REQUIRES(g_atc_lock) {
-        atc_tree_each<atc_entry_t>(
-            tree, [period](atc_entry_t *entry) ATC_REQUIRES(g_atc_lock) { atc_stat_process(&entry->stat, period); });
+        atc_entries_walk(tree, [period](atc_entry_t *entry) ATC_REQUIRES(g_atc_lock) {
+            atc_stat_process(&entry->stat, period);
+            return true;
+        });
     });
     atc_stat_process(&g_atc_global.rx_stat, period);
     atc_stat_process(&g_atc_global.tx_stat, period);
@@ -353,7 +324,6 @@ void sweep_source(atc_src_entry_t *src) {
 }
 
 void sweep_flow(atc_entry_t *flow) {
-    atc_tree_each<atc_src_entry_t>(&flow->src_tree, sweep_source);
     atc_capture_auto_release(&flow->stat);
     if (flow->stat.count == 0) {
         atc_flow_discard(flow);

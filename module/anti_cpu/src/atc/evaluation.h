@@ -2,7 +2,17 @@
 //
 // The three passes are timer callbacks of the monitor task; each re-arms its own timer at its end. Settings re-arm the
 // first two when a length changes. Calls accounting, capture and hw_deny. Invariant: an alarm is raised exactly while
-// the latest closed period was over its threshold. Lock: the module mutex is held.
+// the latest closed period was over its threshold. Lock: the module mutex is held, and given back now and then:
+// - A pass closes each block once, when it meets it, with what it has counted till then. A flow or source made during a
+//   pass is first closed by the next. Alarms come in the order of the indexes, the sums behind all flows.
+// - Passes that are due at once run one behind the other.
+// - What is cleared before a pass has met it is closed with what came since; what is cleared afterwards stays cleared,
+//   and what is discarded is not missed.
+// - A limit or a period's length that is set during a pass holds for the blocks that are still to come. The next period
+//   is counted from the end of the pass.
+// - A query that waits its second meanwhile compares two looks at its block, as always; its rate is of packets, which
+// no
+//   pass changes.
 #pragma once
 
 #include "atc/state/context.h"

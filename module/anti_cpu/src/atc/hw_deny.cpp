@@ -16,6 +16,7 @@ void remember(atc_hw_deny_t *record) ATC_REQUIRES(g_atc_lock);
 atc_hw_deny_t *find(uintptr_t address) ATC_REQUIRES(g_atc_lock);
 uint32_t packets_since_last_check(atc_hw_deny_t *record);
 atc_stat_t *owner_of(const atc_hw_deny_t *record);
+void withdraw_of(const atc_stat_t *owner) ATC_REQUIRES(g_atc_lock);
 void arm(atc_hw_deny_t *record) ATC_REQUIRES(g_atc_lock);
 
 }  // namespace
@@ -41,6 +42,7 @@ void atc_hw_deny_source(atc_src_entry_t *src, const atc_pkt_info_t *pkt) {
 }
 
 int atc_hw_filter_expire(uintptr_t address, uintptr_t /*unused2*/, uintptr_t /*unused3*/) {
+    atc_hold_spend(ATC_WORK_RULE);
     atc_hw_deny_t *record = find(address);
     if (record == nullptr) {
         return 0;
@@ -50,28 +52,26 @@ int atc_hw_filter_expire(uintptr_t address, uintptr_t /*unused2*/, uintptr_t /*u
     } else {
         arm(record);
     }
+    atc_sem_pause_if_due();
     return 0;
 }
 
 void atc_hw_deny_withdraw(atc_hw_deny_t *record) {
     // A refusal is logged there; a chip that has lost the rule must not keep its record alive.
     if (record->is_in_chip) {
+        atc_hold_spend(ATC_WORK_RULE);
         atc_hw_filter_del(&record->rule);
     }
     atc_hw_deny_forget(record);
 }
 
 int atc_hw_filter_delete_by_pro(atc_entry_t *entry) {
-    if (entry->stat.hw_deny_on != 0) {
-        atc_hw_deny_withdraw_if([entry](const atc_hw_deny_t *record) { return record->entry == entry; });
-    }
+    withdraw_of(&entry->stat);
     return 0;
 }
 
 int atc_hw_filter_delete_by_spro(atc_src_entry_t *src) {
-    if (src->stat.hw_deny_on != 0) {
-        atc_hw_deny_withdraw_if([src](const atc_hw_deny_t *record) { return record->src_entry == src; });
-    }
+    withdraw_of(&src->stat);
     return 0;
 }
 
@@ -89,7 +89,8 @@ namespace {
 
 bool may_install(const atc_entry_t *entry, const atc_protocol_words_t &enabled, const atc_stat_t *owner) {
     return entry->direction == ATC_DIRECTION_RX && enabled[entry->protocol] == 1 && owner->hw_deny_on == 0 &&
-           g_atc_global.rule_hw_count < ATC_HW_RULES_MAX && entry->port != ATC_HW_PORT_NEVER;
+           g_atc_global.rule_hw_count < ATC_HW_RULES_MAX && g_atc_global.discards == 0 &&
+           entry->port != ATC_HW_PORT_NEVER;
 }
 
 // Puts a rule like this packet into the chip. Returns its record, not yet on the list, or null with the chip as it was.
@@ -107,6 +108,7 @@ atc_hw_deny_t *install(const atc_pkt_info_t *pkt, bool per_source) {
         return nullptr;
     }
     record->rule = rule;
+    record->number = g_atc_global.rules_numbered++;
     record->is_in_chip = true;
     return record;
 }
@@ -140,6 +142,13 @@ uint32_t packets_since_last_check(atc_hw_deny_t *record) {
 
 atc_stat_t *owner_of(const atc_hw_deny_t *record) {
     return record->src_entry != nullptr ? &record->src_entry->stat : &record->entry->stat;
+}
+
+void withdraw_of(const atc_stat_t *owner) {
+    if (owner->hw_deny_on != 0) {
+        atc_hw_deny_withdraw(atc_list_find<atc_hw_deny_t>(
+            &g_atc_global.hw_deny_list, [owner](const atc_hw_deny_t *record) { return owner_of(record) == owner; }));
+    }
 }
 
 void arm(atc_hw_deny_t *record) {

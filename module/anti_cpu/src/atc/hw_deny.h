@@ -3,7 +3,8 @@
 // Owns the records of hw_deny_list. Used by accounting (installation), the timers (expiry), settings, clearing, the
 // daily sweep and trunk (withdrawal). Invariants: rule_hw_count is the number of records, at most 100; an owner's
 // hw_deny_on is 1 exactly while it has a record; a record's timer is armed; a record that stands has its rule in the
-// chip, a trunk change in progress excepted. Lock: the module mutex is held.
+// chip, a trunk change in progress excepted; the list is in descending order of their numbers. Lock: the module mutex
+// is held.
 #pragma once
 
 #include "atc/state/context.h"
@@ -23,20 +24,29 @@ int atc_hw_filter_expire(uintptr_t record, uintptr_t unused2, uintptr_t unused3)
 // Take a record's rule out of the chip and free the record.
 void atc_hw_deny_withdraw(atc_hw_deny_t *record) ATC_REQUIRES(g_atc_lock);
 
-// Withdraws every record for which matches(record) holds.
-template <typename match_t>
-inline void atc_hw_deny_withdraw_if(match_t matches) ATC_REQUIRES(g_atc_lock) {
-    atc_list_t *head = &g_atc_global.hw_deny_list;
-    for (atc_list_t *link = head->next; link != head;) {
-        atc_list_t *next = link->next;
-        if (atc_hw_deny_t *record = atc_list_record<atc_hw_deny_t>(link); matches(record)) {
-            atc_hw_deny_withdraw(record);
-        }
-        link = next;
+// Calls visit(record) for every record that is there now, newest first, with pauses; 'visit' may withdraw the record.
+template <typename visit_t>
+inline void atc_hw_deny_each(visit_t visit) ATC_REQUIRES(g_atc_lock) {
+    uint64_t number = UINT64_MAX;
+    const auto is_next = [&number](const atc_hw_deny_t *record) { return record->number < number; };
+    while (auto *record = atc_list_find<atc_hw_deny_t>(&g_atc_global.hw_deny_list, is_next)) {
+        number = record->number;
+        visit(record);
+        atc_sem_pause_if_due();
     }
 }
 
-// Withdraw every record of one flow, of one source. Return 0.
+// Withdraws every record that is there now and for which matches(record) holds, newest first, with pauses.
+template <typename match_t>
+inline void atc_hw_deny_withdraw_if(match_t matches) ATC_REQUIRES(g_atc_lock) {
+    atc_hw_deny_each([&matches](atc_hw_deny_t *record) ATC_REQUIRES(g_atc_lock) {
+        if (matches(record)) {
+            atc_hw_deny_withdraw(record);
+        }
+    });
+}
+
+// Withdraw the record of one flow, of one source, if it has one. Return 0.
 int atc_hw_filter_delete_by_pro(atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
 int atc_hw_filter_delete_by_spro(atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
 

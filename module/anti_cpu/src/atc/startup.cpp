@@ -93,6 +93,7 @@ void set_defaults() {
     global->fast_period_time = FAST_PERIOD_S;
     global->long_period_time = LONG_PERIOD_S;
     global->global_enable = 1;
+    global->hold.limit = ATC_HOLD_LIMIT;
     for (int32_t id = 1; id <= ATC_PROTOCOL_COUNT; id++) {
         atc_protocol_lmt_init(id, &global->fp_limit[id], &global->lp_limit[id]);
         atc_protocol_src_lmt_init(id, &global->src_fp_limit[id], &global->src_lp_limit[id]);

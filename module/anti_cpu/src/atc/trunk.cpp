@@ -19,6 +19,8 @@ namespace {
 constexpr uint32_t OP_JOIN = 1;  // the card's; any other number is a leave
 
 uint32_t *find_slot(atc_trunk_t *trunk, uint32_t member);
+template <typename record_t, typename visit_t>
+void each_missing(atc_list_t *head, uint32_t port, visit_t visit) ATC_REQUIRES(g_atc_lock);
 
 }  // namespace
 
@@ -80,47 +82,38 @@ int atc_port_is_trunk(uint32_t port) {
     return atc_trunk_find(port) != nullptr ? 1 : 0;
 }
 
+// What is installed while others are taken out is taken out as well: behind the last of them comes no pause.
 int atc_hw_filter_update_del(uint32_t port) {
-    atc_list_t *filters = &g_atc_global.hw_cfg_filter_list;
-    for (atc_list_t *link = filters->next; link != filters; link = link->next) {
-        auto *filter = atc_list_record<atc_hw_cfg_filter_t>(link);
-        if (filter->rule.port == port && filter->is_in_chip) {
+    const auto is_there = [port](const auto *record) { return record->rule.port == port && record->is_in_chip; };
+    for (;;) {
+        if (auto *filter = atc_list_find<atc_hw_cfg_filter_t>(&g_atc_global.hw_cfg_filter_list, is_there)) {
             atc_hw_cfg_filter_del(&filter->rule);
             filter->is_in_chip = false;
-        }
-    }
-    atc_list_t *denies = &g_atc_global.hw_deny_list;
-    for (atc_list_t *link = denies->next; link != denies; link = link->next) {
-        auto *record = atc_list_record<atc_hw_deny_t>(link);
-        if (record->rule.port == port && record->is_in_chip) {
+        } else if (auto *record = atc_list_find<atc_hw_deny_t>(&g_atc_global.hw_deny_list, is_there)) {
             atc_hw_filter_del(&record->rule);
             record->is_in_chip = false;
+        } else {
+            return 0;
+        }
+        if (atc_hold_spend(ATC_WORK_RULE)) {
+            atc_sem_pause();
         }
     }
-    return 0;
 }
 
+// What is installed while others are put back is in place already.
 int atc_hw_filter_update_add(uint32_t port) {
     // A filter that cannot be put back stays configured; the trunk's next change tries again.
-    atc_list_t *filters = &g_atc_global.hw_cfg_filter_list;
-    for (atc_list_t *link = filters->next; link != filters; link = link->next) {
-        auto *filter = atc_list_record<atc_hw_cfg_filter_t>(link);
-        if (filter->rule.port == port) {
-            filter->is_in_chip = atc_hw_cfg_filter_add(&filter->rule) >= 0;
+    each_missing<atc_hw_cfg_filter_t>(&g_atc_global.hw_cfg_filter_list, port,
+                                      [](atc_hw_cfg_filter_t *filter) ATC_REQUIRES(g_atc_lock) {
+                                          filter->is_in_chip = atc_hw_cfg_filter_add(&filter->rule) >= 0;
+                                      });
+    each_missing<atc_hw_deny_t>(&g_atc_global.hw_deny_list, port, [](atc_hw_deny_t *record) ATC_REQUIRES(g_atc_lock) {
+        record->is_in_chip = atc_hw_filter_add(&record->rule) >= 0;
+        if (!record->is_in_chip) {
+            atc_hw_deny_forget(record);
         }
-    }
-    atc_list_t *denies = &g_atc_global.hw_deny_list;
-    for (atc_list_t *link = denies->next; link != denies;) {
-        atc_list_t *next = link->next;
-        auto *record = atc_list_record<atc_hw_deny_t>(link);
-        if (record->rule.port == port) {
-            record->is_in_chip = atc_hw_filter_add(&record->rule) >= 0;
-            if (!record->is_in_chip) {
-                atc_hw_deny_forget(record);
-            }
-        }
-        link = next;
-    }
+    });
     return 0;
 }
 
@@ -130,6 +123,22 @@ namespace {
 uint32_t *find_slot(atc_trunk_t *trunk, uint32_t member) {
     uint32_t *slot = std::find(std::begin(trunk->members), std::end(trunk->members), member);
     return slot != std::end(trunk->members) ? slot : nullptr;
+}
+
+// Calls visit(record) for every record of a port whose rule is not in the chip, newest first, with pauses.
+template <typename record_t, typename visit_t>
+void each_missing(atc_list_t *head, uint32_t port, visit_t visit) {
+    uint64_t number = UINT64_MAX;
+    const auto is_next = [port, &number](const record_t *record) {
+        return record->rule.port == port && !record->is_in_chip && record->number < number;
+    };
+    while (record_t *record = atc_list_find<record_t>(head, is_next)) {
+        number = record->number;
+        visit(record);
+        if (atc_hold_spend(ATC_WORK_RULE)) {
+            atc_sem_pause();
+        }
+    }
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 #include "atc/capture.h"
 
 #include "anti_cpu/anti_cpu.h"
-#include "atc/entries.h"
+#include "atc/walk.h"
 
 int atc_api_set_cap_start(const atc_filter_rule_t *filter, uint32_t count) {
     if (filter == nullptr) {
@@ -36,11 +36,9 @@ int atc_api_set_cap_clear() {
 
 int atc_api_set_auto_cap_clear() {
     const atc_guard_t guard;
-    atc_tree_each<atc_entry_t>(&g_atc_global.entry_tree, [](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
-        atc_capture_auto_release(&flow->stat);
-        atc_tree_each<atc_src_entry_t>(&flow->src_tree, [](atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock) {
-            atc_capture_auto_release(&src->stat);
-        });
-    });
+    const auto nothing = [] {};
+    atc_flows_each([](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) { atc_capture_auto_release(&flow->stat); }, nothing);
+    atc_sources_each([](atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock) { atc_capture_auto_release(&src->stat); },
+                     nothing);
     return 0;
 }

@@ -39,10 +39,7 @@ int atc_api_get_hw_deny_info(char **text) {
     atc_text_t out;
     atc_text_init(&out, buf, size);
     atc_guard_t guard;
-    const atc_list_t *head = &g_atc_global.hw_deny_list;
-    for (atc_list_t *link = head->next; link != head; link = link->next) {
-        append_record(&out, atc_list_record<atc_hw_deny_t>(link));
-    }
+    atc_hw_deny_each([&out](const atc_hw_deny_t *record) ATC_REQUIRES(g_atc_lock) { append_record(&out, record); });
     *text = buf;
     return 0;
 }
@@ -65,6 +62,7 @@ void append_record(atc_text_t *text, const atc_hw_deny_t *record) {
     atc_text_init(&rule, rule_text, sizeof(rule_text));
     append_rule(&rule, &record->rule);
 
+    atc_hold_spend(ATC_WORK_RULE);
     uint64_t packets = 0;
     atc_hw_filter_count_get(record->rule.stat_id, &packets);
     atc_text_append(text, "entry-id %d stat %lld/%lld(current packets/last packets) rule:%s \r\n",

@@ -29,6 +29,7 @@ int atc_api_cfg_hw_filter_rule_add(atc_filter_rule_t *rule) {
         return -1;
     }
     record->rule = *rule;
+    record->number = g_atc_global.rules_numbered++;
     record->is_in_chip = true;
     atc_list_insert_after(&g_atc_global.hw_cfg_filter_list, &record->link);
     return 0;

@@ -1,12 +1,14 @@
 // reports.cpp: the text tables and the alarm listing of anti_cpu.h.
 //
-// A report is written into one buffer of fixed size, allocated before the mutex is taken, and is a consistent picture:
-// the mutex is held from its first line to its last. A report that outgrows its buffer ends at the last whole line.
+// A report is written into one buffer of fixed size, allocated before the mutex is taken. Each line is one moment's
+// truth; between lines the mutex is given back now and then. Lines come in the order of the index: none twice, and none
+// of what has gone by the time it is reached. A report that outgrows its buffer ends at the last whole line.
 
 #include "anti_cpu/anti_cpu.h"
 #include "atc/entries.h"
 #include "atc/protocol.h"
 #include "atc/text.h"
+#include "atc/walk.h"
 
 namespace {
 
@@ -26,16 +28,17 @@ struct figures_t {
 figures_t figures(const atc_stat_t *stat) ATC_REQUIRES(g_atc_lock);
 template <typename write_t>
 int report(char **text, uint32_t size, write_t write);
-template <typename record_t, typename write_line_t>
-bool lines(atc_text_t *out, const atc_avl_tree_t *tree, write_line_t write_line) ATC_REQUIRES(g_atc_lock);
+using write_line_t = bool (*)(atc_text_t *out, const atc_entry_t *entry);
+void lines(atc_text_t *out, atc_avl_tree_t *tree, write_line_t write_line) ATC_REQUIRES(g_atc_lock);
 bool protocol_line(atc_text_t *out, const atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
 int protocol_table(char **text, atc_avl_tree_t *tree);
 bool port_line(atc_text_t *out, const atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
 bool vlan_line(atc_text_t *out, const atc_entry_t *entry) ATC_REQUIRES(g_atc_lock);
 bool flow_table_line(atc_text_t *out, const atc_entry_t *flow, const char *source, const atc_stat_t *stat)
     ATC_REQUIRES(g_atc_lock);
-bool flow_line(atc_text_t *out, const atc_entry_t *flow) ATC_REQUIRES(g_atc_lock);
-bool alarm_lines(atc_text_t *out, const atc_entry_t *flow, int *number) ATC_REQUIRES(g_atc_lock);
+bool source_line(atc_text_t *out, const atc_entry_t *flow, const atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock);
+bool source_alarm_line(atc_text_t *out, const atc_entry_t *flow, const atc_src_entry_t *src, int number)
+    ATC_REQUIRES(g_atc_lock);
 bool alarm_line(atc_text_t *out, const atc_entry_t *flow, const char *source, int number) ATC_REQUIRES(g_atc_lock);
 
 }  // namespace
@@ -51,14 +54,14 @@ int atc_api_get_tx_protocol_stat_brief(char **text) ATC_NO_THREAD_SAFETY_ANALYSI
 int atc_api_get_rx_port_stat_brief(char **text) {
     return report(text, TABLE_SIZE, [](atc_text_t *out) ATC_REQUIRES(g_atc_lock) {
         atc_text_append(out, "logic-port    packets    speed(pps)    peak-packets    peak-speed(pps)    peak-time\r\n");
-        lines<atc_entry_t>(out, &g_atc_global.port_tree, port_line);
+        lines(out, &g_atc_global.port_tree, port_line);
     });
 }
 
 int atc_api_get_rx_vlan_stat_brief(char **text) {
     return report(text, TABLE_SIZE, [](atc_text_t *out) ATC_REQUIRES(g_atc_lock) {
         atc_text_append(out, "vlan    packets    speed(pps)    peak-packets    peak-speed(pps)    peak-time\r\n");
-        lines<atc_entry_t>(out, &g_atc_global.vlan_tree, vlan_line);
+        lines(out, &g_atc_global.vlan_tree, vlan_line);
     });
 }
 
@@ -67,16 +70,23 @@ int atc_api_get_stat_brief(char **text) {
         atc_text_append(out,
                         "logic-port/vlan/protocol/src                packets    speed(pps)    peak-packets    "
                         "peak-speed(pps)    peak-time            over-limit\r\n");
-        lines<atc_entry_t>(out, &g_atc_global.entry_tree, flow_line);
+        atc_flows_walk([out](atc_entry_t *flow)
+                           ATC_REQUIRES(g_atc_lock) { return flow_table_line(out, flow, "NULL", &flow->stat); },
+                       [out](const atc_entry_t *flow, const atc_src_entry_t *src)
+                           ATC_REQUIRES(g_atc_lock) { return source_line(out, flow, src); },
+                       [](atc_entry_t *) { return true; });
     });
 }
 
 int atc_api_get_alarm_info(char **text) {
     return report(text, TABLE_SIZE, [](atc_text_t *out) ATC_REQUIRES(g_atc_lock) {
         int number = 1;
-        lines<atc_entry_t>(out, &g_atc_global.entry_tree,
-                           [&number](atc_text_t *alarms, const atc_entry_t *flow)
-                               ATC_REQUIRES(g_atc_lock) { return alarm_lines(alarms, flow, &number); });
+        atc_flows_walk([out, &number](const atc_entry_t *flow) ATC_REQUIRES(
+                           g_atc_lock) { return flow->stat.fp_alarm != 1 || alarm_line(out, flow, "", number++); },
+                       [out, &number](const atc_entry_t *flow, const atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock) {
+                           return src->stat.fp_alarm != 1 || source_alarm_line(out, flow, src, number++);
+                       },
+                       [](atc_entry_t *) { return true; });
     });
 }
 
@@ -112,15 +122,12 @@ int report(char **text, uint32_t size, write_t write) {
     return 0;
 }
 
-// Writes one line with write_line(text, record) for every record, until one does not fit.
-template <typename record_t, typename write_line_t>
-bool lines(atc_text_t *out, const atc_avl_tree_t *tree, write_line_t write_line) {
-    for (void *record = atc_avl_first(tree); record != nullptr; record = atc_avl_next(tree, record)) {
-        if (!write_line(out, static_cast<const record_t *>(record))) {
-            return false;
-        }
-    }
-    return true;
+// Writes one line with write_line(text, entry) for every entry, until one does not fit.
+void lines(atc_text_t *out, atc_avl_tree_t *tree, write_line_t write_line) {
+    atc_entries_walk(tree, [out, write_line](const atc_entry_t *entry) ATC_REQUIRES(g_atc_lock) {
+        atc_hold_spend(ATC_WORK_LINE);
+        return write_line(out, entry);
+    });
 }
 
 bool protocol_line(atc_text_t *out, const atc_entry_t *entry) {
@@ -135,7 +142,7 @@ int protocol_table(char **text, atc_avl_tree_t *tree) {
     return report(text, TABLE_SIZE, [tree](atc_text_t *out) ATC_REQUIRES(g_atc_lock) {
         atc_text_append(out,
                         "protocol          packets    speed(pps)    peak-packets    peak-speed(pps)    peak-time\r\n");
-        lines<atc_entry_t>(out, tree, protocol_line);
+        lines(out, tree, protocol_line);
     });
 }
 
@@ -153,6 +160,7 @@ bool vlan_line(atc_text_t *out, const atc_entry_t *entry) {
 
 // One line of a flow, or of a source of it; 'source' is what stands at the end of its key.
 bool flow_table_line(atc_text_t *out, const atc_entry_t *flow, const char *source, const atc_stat_t *stat) {
+    atc_hold_spend(ATC_WORK_LINE);
     char name[32] = "";
     atc_protocol_id_to_name(flow->protocol, name, sizeof(name));
     char buf[ATC_NAME_SIZE];
@@ -164,38 +172,25 @@ bool flow_table_line(atc_text_t *out, const atc_entry_t *flow, const char *sourc
                                  f.peak_packets, f.peak_speed, f.peak_time, stat->fp_alarm == 1 ? "YES" : "NO");
 }
 
-bool flow_line(atc_text_t *out, const atc_entry_t *flow) {
-    return flow_table_line(out, flow, "NULL", &flow->stat) &&
-           lines<atc_src_entry_t>(out, &flow->src_tree,
-                                  [flow](atc_text_t *text, const atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock) {
-                                      char source[ATC_NAME_SIZE];
-                                      atc_src_text(src->src_type, src->src_addr, source, sizeof(source));
-                                      return flow_table_line(text, flow, source, &src->stat);
-                                  });
+bool source_line(atc_text_t *out, const atc_entry_t *flow, const atc_src_entry_t *src) {
+    char source[ATC_NAME_SIZE];
+    atc_src_text(src->src_type, src->src_addr, source, sizeof(source));
+    return flow_table_line(out, flow, source, &src->stat);
 }
 
-// The lines of one flow and its sources that are in alarm, numbered on from '*number'.
-bool alarm_lines(atc_text_t *out, const atc_entry_t *flow, int *number) {
-    if (flow->stat.fp_alarm == 1 && !alarm_line(out, flow, "", (*number)++)) {
-        return false;
-    }
-    return lines<atc_src_entry_t>(
-        out, &flow->src_tree, [flow, number](atc_text_t *text, const atc_src_entry_t *src) ATC_REQUIRES(g_atc_lock) {
-            if (src->stat.fp_alarm != 1) {
-                return true;
-            }
-            char address[ATC_NAME_SIZE];
-            atc_src_text(src->src_type, src->src_addr, address, sizeof(address));
-            char source[ATC_NAME_SIZE];
-            atc_text_t words;
-            atc_text_init(&words, source, sizeof(source));
-            atc_text_append(&words, " %s%s", address[0] != '\0' ? "source " : "", address);
-            return alarm_line(text, flow, source, (*number)++);
-        });
+bool source_alarm_line(atc_text_t *out, const atc_entry_t *flow, const atc_src_entry_t *src, int number) {
+    char address[ATC_NAME_SIZE];
+    atc_src_text(src->src_type, src->src_addr, address, sizeof(address));
+    char source[ATC_NAME_SIZE];
+    atc_text_t words;
+    atc_text_init(&words, source, sizeof(source));
+    atc_text_append(&words, " %s%s", address[0] != '\0' ? "source " : "", address);
+    return alarm_line(out, flow, source, number);
 }
 
 // 'source' is what stands behind the protocol. Only who has an alarm is looked for on the card's slots.
 bool alarm_line(atc_text_t *out, const atc_entry_t *flow, const char *source, int number) {
+    atc_hold_spend(ATC_WORK_LINE);
     uint32_t slot = 0;
     uint32_t slot_port = 0;
     br_comm_transfer_portindex_2slotport(flow->port, &slot, &slot_port);

@@ -2,7 +2,9 @@
 //
 // Four limits (of flows and of sources, per fast and per long period) have the same shape: a table row each says which
 // words of the context and of a statistics block they are. Lock: every setter but the three display words holds the
-// module mutex.
+// module mutex, and gives it back now and then while it goes through what exists; what is made meanwhile has the new
+// setting already. Each block is given what is set at the moment when it is met, so that of two setters at once the
+// later one holds for all.
 #include <cstdint>
 
 #include "anti_cpu/anti_cpu.h"
@@ -10,6 +12,7 @@
 #include "atc/entries.h"
 #include "atc/evaluation.h"
 #include "atc/hw_deny.h"
+#include "atc/walk.h"
 
 namespace {
 
@@ -165,10 +168,9 @@ uint32_t set_limit(const limit_t *limit, uint32_t id, uint32_t pps) {
 }
 
 void update_thresholds(const limit_t *limit, uint32_t id) {
-    const uint32_t seconds = g_atc_global.*limit->seconds;
-    const atc_protocol_words_t &in_force = g_atc_global.*limit->in_force;
-    each_block(limit->owner, id, [limit, seconds, &in_force](uint16_t protocol, atc_stat_t *stat) {
-        stat->*limit->threshold = atc_threshold(seconds, in_force[protocol]);
+    each_block(limit->owner, id, [limit](uint16_t protocol, atc_stat_t *stat) ATC_REQUIRES(g_atc_lock) {
+        const uint32_t seconds = g_atc_global.*limit->seconds;
+        stat->*limit->threshold = atc_threshold(seconds, (g_atc_global.*limit->in_force)[protocol]);
     });
 }
 
@@ -187,7 +189,10 @@ uint32_t set_enable(words_t words, uint32_t id, uint32_t value, end_fn_t end) {
 
 template <owner_t owner>
 void end_deny(uint32_t id) {
-    each_block(owner, id, [](uint16_t /*protocol*/, atc_stat_t *stat) { stat->sw_deny_on = 0; });
+    each_block(owner, id, [id](uint16_t /*protocol*/, atc_stat_t *stat) ATC_REQUIRES(g_atc_lock) {
+        const auto &enabled = owner == FLOWS ? g_atc_global.deny : g_atc_global.src_deny;
+        stat->sw_deny_on = enabled[id] == 0 ? 0 : stat->sw_deny_on;
+    });
 }
 
 void end_flow_hw_deny(uint32_t id) {
@@ -208,18 +213,21 @@ void end_nothing(uint32_t /*id*/) {}
 // the order does not matter.
 template <typename visit_t>
 void each_block(owner_t owner, uint32_t id, visit_t visit) {
-    atc_flows_each([owner, id, visit](atc_entry_t *flow) ATC_REQUIRES(g_atc_lock) {
-        const uint16_t protocol = flow->protocol;
-        if (id != EVERY_PROTOCOL && protocol != id) {
-            return;
+    const auto visit_if_meant = [id, visit](const atc_entry_t *flow, atc_stat_t *stat) ATC_REQUIRES(g_atc_lock) {
+        if (id == EVERY_PROTOCOL || flow->protocol == id) {
+            visit(flow->protocol, stat);
         }
-        if (owner == FLOWS) {
-            visit(protocol, &flow->stat);
-            return;
-        }
-        atc_tree_each<atc_src_entry_t>(&flow->src_tree,
-                                       [protocol, visit](atc_src_entry_t *src) { visit(protocol, &src->stat); });
-    });
+    };
+    const auto nothing = [] {};
+    if (owner == FLOWS) {
+        atc_flows_each([visit_if_meant](atc_entry_t *flow)
+                           ATC_REQUIRES(g_atc_lock) { visit_if_meant(flow, &flow->stat); },
+                       nothing);
+    } else {
+        atc_sources_each([visit_if_meant](atc_src_entry_t *src)
+                             ATC_REQUIRES(g_atc_lock) { visit_if_meant(src->entry, &src->stat); },
+                         nothing);
+    }
 }
 
 uint32_t default_of(const limit_t *limit, uint32_t id) {

@@ -4,13 +4,14 @@
 // block again, sample again. What differs between the queries is the block and which of the figures they hand out.
 #include "atc_api/statistics.h"
 
-#include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <array>
+#include <utility>
 
 #include "anti_cpu/anti_cpu.h"
-#include "atc/entries.h"
+#include "atc/walk.h"
 
 namespace {
 
@@ -57,13 +58,6 @@ struct outputs_t {
     char *lp_peak_time;
 };
 
-// One source with its type, so that both move together in the sort.
-struct listed_source_t {
-    atc_src_stat_t record;  // first member: what atc_src_compare looks at
-    uint32_t type;
-};
-listed_source_t g_listed[ATC_SOURCES_PER_FLOW] ATC_GUARDED_BY(g_atc_lock);  // of the listing that is being made
-
 int query_sum(const atc_block_name_t *name, const sum_words_t &words, char *fp_peak_time, char *lp_peak_time);
 int query_flow(const atc_block_name_t *name, const flow_words_t &words, char *fp_peak_time, char *lp_peak_time);
 int query(const atc_block_name_t *name, const outputs_t *out);
@@ -74,6 +68,9 @@ void hand_out(const figures_t *figures, const outputs_t *out);
 atc_stat_t *sum_block(const atc_avl_tree_t *tree, const atc_entry_key_t *key) ATC_REQUIRES(g_atc_lock);
 void read_ring(const uint32_t *ring, uint32_t head, uint32_t cur, uint32_t *latest, uint32_t *min, uint32_t *max,
                uint32_t *avg);
+uint32_t list_sources(const atc_entry_key_t *name, uint32_t *types, atc_src_stat_t *records) ATC_EXCLUDES(g_atc_lock);
+void sort_sources(uint32_t count, uint32_t *types, atc_src_stat_t *records);
+void put_source(uint32_t type, uint32_t count, const uint8_t *addr, uint32_t *to_type, atc_src_stat_t *to);
 
 }  // namespace
 
@@ -156,26 +153,14 @@ int atc_api_get_src_statistic(uint32_t direction, uint32_t vlan, uint32_t port, 
     if (types == nullptr || count == nullptr || records == nullptr) {
         return -1;
     }
-    const atc_guard_t guard;
-    const atc_entry_t *flow = atc_entry_get(direction, vlan, port, protocol);
-    if (flow == nullptr || atc_avl_is_empty(&flow->src_tree)) {
+    const bool is_key = vlan <= UINT16_MAX && protocol <= UINT16_MAX;
+    const atc_entry_key_t key = {{}, direction, port, static_cast<uint16_t>(vlan), static_cast<uint16_t>(protocol)};
+    const uint32_t listed = is_key ? list_sources(&key, types, records) : 0;
+    if (listed == 0) {
         return -1;
     }
-    uint32_t n = 0;
-    for (const void *record = atc_avl_first(&flow->src_tree); record != nullptr && n < ATC_SOURCES_PER_FLOW; ++n) {
-        const auto *src = static_cast<const atc_src_entry_t *>(record);
-        g_listed[n].type = src->src_type;
-        g_listed[n].record.count = src->stat.count;
-        memcpy(g_listed[n].record.addr, src->src_addr, ATC_SRC_ADDR_SIZE);
-        record = atc_avl_next(&flow->src_tree, record);
-    }
-    qsort(g_listed, n, sizeof(g_listed[0]), atc_src_compare);
-    for (uint32_t i = 0; i < n; ++i) {
-        types[i] = g_listed[i].type;
-        records[i].count = g_listed[i].record.count;
-        memcpy(records[i].addr, g_listed[i].record.addr, atc_src_addr_len(g_listed[i].type));
-    }
-    *count = n;
+    sort_sources(listed, types, records);
+    *count = listed;
     return 0;
 }
 
@@ -331,6 +316,54 @@ void hand_out(const figures_t *figures, const outputs_t *out) {
 atc_stat_t *sum_block(const atc_avl_tree_t *tree, const atc_entry_key_t *key) {
     auto *entry = static_cast<atc_entry_t *>(atc_avl_find(tree, key, nullptr));
     return entry != nullptr ? &entry->stat : nullptr;
+}
+
+// Fills in the sources of a flow in order, with pauses. Returns how many.
+uint32_t list_sources(const atc_entry_key_t *name, uint32_t *types, atc_src_stat_t *records) {
+    const auto sources = [name]() ATC_REQUIRES(g_atc_lock) -> const atc_avl_tree_t * {
+        const auto *flow = static_cast<atc_entry_t *>(atc_avl_find(&g_atc_global.entry_tree, name, nullptr));
+        return flow != nullptr ? &flow->src_tree : nullptr;
+    };
+    uint32_t count = 0;
+    const atc_guard_t guard;
+    atc_walk_in_order<const atc_src_entry_t, atc_src_key_t>(sources, [&](const atc_src_entry_t *src) {
+        if (count == ATC_SOURCES_PER_FLOW) {
+            return false;  // others have come while those before them went
+        }
+        put_source(src->src_type, src->stat.count, src->src_addr, &types[count], &records[count]);
+        count++;
+        return true;
+    });
+    return count;
+}
+
+// Largest count first, in the caller's memory: the order is found by numbers, then each row goes to its place.
+void sort_sources(uint32_t count, uint32_t *types, atc_src_stat_t *records) {
+    std::array<uint16_t, ATC_SOURCES_PER_FLOW> order;  // of the row that belongs here
+    for (uint32_t i = 0; i < count; ++i) {
+        order[i] = static_cast<uint16_t>(i);
+    }
+    std::sort(order.begin(), order.begin() + count, [records](uint16_t a, uint16_t b) {
+        const int compared = atc_src_compare(&records[a], &records[b]);
+        return compared != 0 ? compared < 0 : a < b;
+    });
+    for (uint32_t i = 0; i < count; ++i) {
+        uint16_t from = order[i];
+        while (from < i) {
+            from = order[from];  // the row that was there has moved on
+        }
+        const uint32_t type = types[i];
+        const atc_src_stat_t record = records[i];
+        put_source(types[from], records[from].count, records[from].addr, &types[i], &records[i]);
+        put_source(type, record.count, record.addr, &types[from], &records[from]);
+    }
+}
+
+// Writes no more than the bytes that an address has.
+void put_source(uint32_t type, uint32_t count, const uint8_t *addr, uint32_t *to_type, atc_src_stat_t *to) {
+    *to_type = type;
+    to->count = count;
+    memmove(to->addr, addr, atc_src_addr_len(type));
 }
 
 // From the oldest slot to the newest; a ring that no period has been closed in has one slot, of 0.

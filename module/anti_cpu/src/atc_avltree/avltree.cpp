@@ -168,6 +168,12 @@ void *atc_avl_nearest(const atc_avl_tree_t *tree, atc_avl_where_t where, int dir
     return nearest != nullptr ? record_of(tree, nearest) : nullptr;
 }
 
+void *atc_avl_after(const atc_avl_tree_t *tree, const void *value) {
+    atc_avl_where_t where = 0;
+    const void *found = atc_avl_find(tree, value, &where);
+    return found != nullptr ? atc_avl_next(tree, found) : atc_avl_nearest(tree, where, 1);
+}
+
 int atc_avl_update_lt(atc_avl_tree_t *tree, void *record) {
     return move_if_past(tree, record, 0);
 }

@@ -58,6 +58,9 @@ void *atc_avl_prev(const atc_avl_tree_t *tree, const void *record);
 // The record just before (direction 0) or just after (1) a value that was not found, or null.
 void *atc_avl_nearest(const atc_avl_tree_t *tree, atc_avl_where_t where, int direction);
 
+// The first record that is greater than a value, whether the tree holds the value or not; null when there is none.
+void *atc_avl_after(const atc_avl_tree_t *tree, const void *value);
+
 // Move a record whose key the caller changed to its new place: towards smaller, towards greater, either.
 // Return 1 if it moved, else 0.
 int atc_avl_update_lt(atc_avl_tree_t *tree, void *record);

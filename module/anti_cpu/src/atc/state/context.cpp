@@ -16,6 +16,7 @@ atc_timer_t g_atc_timer_24h;
 
 void atc_sem_take() ATC_NO_THREAD_SAFETY_ANALYSIS {
     atc_sem_take_for_packet();
+    g_atc_global.hold.work = 0;
     if (g_atc_global.new_flow_count > 0) {
         atc_new_flows_link();
     }
@@ -27,6 +28,16 @@ void atc_sem_take_for_packet() ATC_NO_THREAD_SAFETY_ANALYSIS {
 
 void atc_sem_give() ATC_NO_THREAD_SAFETY_ANALYSIS {
     bep_semGiveEx(g_atc_global.sem, __FILE__, __LINE__);
+}
+
+[[gnu::noinline]] void atc_sem_pause_begin() ATC_NO_THREAD_SAFETY_ANALYSIS {
+    g_atc_global.hold.pauses++;
+    bep_semGiveEx(g_atc_global.sem, __FILE__, __LINE__);
+}
+
+[[gnu::noinline]] void atc_sem_pause_end() ATC_NO_THREAD_SAFETY_ANALYSIS {
+    bep_taskDelayEx(0);
+    atc_sem_take();
 }
 
 void atc_new_flows_link() {

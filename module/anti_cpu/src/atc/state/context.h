@@ -18,6 +18,20 @@
 
 using atc_protocol_words_t = uint32_t[ATC_PROTOCOL_SLOTS];
 
+// What is done between two takes of the mutex by whoever takes it for anything but a packet. Work is counted, not
+// timed: one is a block closed in the order of memory, some 25 ns; what costs more counts for more.
+struct atc_hold_t {
+    uint32_t limit;   // work after which it is given back (atc_sem_pause)
+    uint32_t work;    // since it was taken
+    uint32_t most;    // of all holds so far
+    uint32_t pauses;  // so far: when another one has come, what was looked at before may be gone
+};
+constexpr uint32_t ATC_HOLD_LIMIT = 256;
+constexpr uint32_t ATC_WORK_STEP = 4;   // to the next record in the order of an index
+constexpr uint32_t ATC_WORK_LINE = 16;  // a line of text, a record that is judged
+constexpr uint32_t ATC_WORK_RULE = 32;  // what the module does for a rule of the chip; the driver's own time is its own
+constexpr uint32_t ATC_WORK_BUFFER = 256;  // a capture buffer taken or freed
+
 struct atc_global_t {
     // Constant after atc_init.
     uint32_t mod_id;         // handle of the module registry; first argument of every log call
@@ -40,6 +54,8 @@ struct atc_global_t {
     atc_list_t hw_cfg_filter_list;  // the operator's hardware filters
     atc_list_t hw_deny_list;        // automatic hardware deny rules
     uint32_t rule_hw_count;         // records on hw_deny_list
+    uint64_t rules_numbered;        // records of rules so far: each has a number of its own
+    uint32_t discards;  // of flows under way: no rule is installed meanwhile, theirs may still be in the chip
     atc_list_t trunk_list;
 
     // Trace and manual capture.
@@ -59,6 +75,8 @@ struct atc_global_t {
 
     uint32_t fast_period_time;  // seconds
     uint32_t long_period_time;  // seconds
+    uint8_t fp_pass;            // number of the last fast pass that began; wraps
+    uint8_t lp_pass;            // of the last long pass
     atc_timer_list_t *timer_list;
     uint32_t protocol_cap_cnt;  // automatic capture buffers held
 
@@ -90,6 +108,8 @@ struct atc_global_t {
     uint32_t icmpattack;
     uint32_t icmpattack_size;
 
+    atc_hold_t hold;
+
     atc_recall_t recall;  // what the indexes hold, found without walking them
 
     // New flows that are still to get their places in entry_tree, several at a time (atc_sem_take).
@@ -110,6 +130,37 @@ extern atc_timer_t g_atc_timer_24h ATC_GUARDED_BY(g_atc_lock);
 void atc_sem_take() ATC_ACQUIRE(g_atc_lock);
 void atc_sem_take_for_packet() ATC_ACQUIRE(g_atc_lock);
 void atc_sem_give() ATC_RELEASE(g_atc_lock);
+
+// Counts work of this hold. Returns whether it was enough for one.
+inline bool atc_hold_spend(uint32_t work) ATC_REQUIRES(g_atc_lock) {
+    atc_hold_t *hold = &g_atc_global.hold;
+    hold->work += work;
+    hold->most = hold->work > hold->most ? hold->work : hold->most;
+    return hold->work >= hold->limit;
+}
+
+// The two halves of a pause.
+void atc_sem_pause_begin() ATC_RELEASE(g_atc_lock);
+void atc_sem_pause_end() ATC_ACQUIRE(g_atc_lock);
+
+// Gives the mutex to whoever waits for it, calls between(), and takes it again. Whatever is not the caller's own may
+// have changed, and every record may have been freed.
+template <typename between_t>
+inline void atc_sem_pause(between_t between) ATC_REQUIRES(g_atc_lock) ATC_NO_THREAD_SAFETY_ANALYSIS {
+    atc_sem_pause_begin();
+    between();
+    atc_sem_pause_end();
+}
+inline void atc_sem_pause() ATC_REQUIRES(g_atc_lock) {
+    atc_sem_pause([] {});
+}
+
+// The same when this hold has done enough.
+inline void atc_sem_pause_if_due() ATC_REQUIRES(g_atc_lock) {
+    if (atc_hold_spend(0)) {
+        atc_sem_pause();
+    }
+}
 
 // The index of the rules with this action; null for an action that never acts.
 inline atc_rule_index_t *atc_rule_index_of(uint32_t action) ATC_REQUIRES(g_atc_lock) {

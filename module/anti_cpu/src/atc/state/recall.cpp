@@ -35,7 +35,7 @@ bool double_directory(atc_recall_table_t *table);
 void merge(atc_recall_table_t *table, uint64_t bits);
 void enter(atc_recall_table_t *table, uint64_t bits, atc_recall_piece_t *piece);
 void put(const atc_recall_table_t *table, atc_recall_piece_t *piece, const atc_recall_slot_t &slot);
-void close_gap(const atc_recall_table_t *table, atc_recall_piece_t *piece, uint32_t gap);
+void close_gap(atc_recall_table_t *table, atc_recall_piece_t *piece, uint32_t gap);
 
 }  // namespace
 
@@ -82,6 +82,20 @@ void atc_recall_remove(atc_recall_table_t *table, uint64_t word, const void *rec
         end(table);
     } else if (piece->used < MERGED_AT) {
         merge(table, bits);
+    }
+}
+
+atc_recall_table_t atc_recall_detach(atc_recall_table_t *table) {
+    const atc_recall_table_t detached = *table;
+    table->pieces = nullptr;
+    table->used = 0;
+    table->moves++;
+    return detached;
+}
+
+void atc_recall_free(atc_recall_table_t *detached) {
+    if (detached->pieces != nullptr) {
+        end(detached);
     }
 }
 
@@ -168,6 +182,7 @@ bool divide(atc_recall_table_t *table, uint64_t bits) {
     if (other == nullptr) {
         return false;
     }
+    table->moves++;
     piece->depth++;
     other->depth = piece->depth;
     const uint64_t next_bit = uint64_t{1} << (PLACE_BITS - piece->depth);
@@ -211,6 +226,7 @@ void merge(atc_recall_table_t *table, uint64_t bits) {
     if (other->depth != piece->depth || piece->used + other->used > MERGED_AT) {
         return;
     }
+    table->moves++;
     for (const atc_recall_slot_t &slot : other->slots) {
         if (slot.word != 0) {
             put(table, piece, slot);
@@ -240,13 +256,14 @@ void put(const atc_recall_table_t *table, atc_recall_piece_t *piece, const atc_r
 }
 
 // Frees a slot and moves back what was pushed behind it, up to the next free slot.
-void close_gap(const atc_recall_table_t *table, atc_recall_piece_t *piece, uint32_t gap) {
+void close_gap(atc_recall_table_t *table, atc_recall_piece_t *piece, uint32_t gap) {
     for (uint32_t at = (gap + 1) % ATC_RECALL_SLOTS; piece->slots[at].word != 0; at = (at + 1) % ATC_RECALL_SLOTS) {
         const uint32_t wanted = wanted_slot(table, piece->slots[at].word);
         // The record may move to the gap unless that is before the slot that it asks for.
         if ((at - wanted) % ATC_RECALL_SLOTS >= (at - gap) % ATC_RECALL_SLOTS) {
             piece->slots[gap] = piece->slots[at];
             gap = at;
+            table->moves++;
         }
     }
     piece->slots[gap].word = 0;

@@ -37,6 +37,7 @@ struct atc_recall_table_t {
     atc_recall_piece_t **pieces;  // by the top bits of a place, at least one of them; null = no table
     uint32_t shift;               // of a place, to those bits
     uint32_t used;                // records held
+    uint32_t moves;               // of records from slot to slot so far; wraps
     uint64_t secret;              // of flows: odd, keeps senders from choosing keys that collide; 0 = words are tags
     uint32_t patience;            // full pieces to be met before memory that was refused is asked for again
 };
@@ -61,6 +62,7 @@ struct atc_recall_t {
     atc_recall_table_t flows;
     atc_recall_table_t sources;
     uint32_t linked_sources;               // of all flows
+    uint32_t leaving_sources;              // of them, those of flows that have left entry_tree and are being discarded
     atc_entry_t *ports[ATC_RECALL_PORTS];  // by number; null = not remembered
     atc_entry_t *vlans[ATC_VLANS];
     atc_entry_t *rx_protocols[ATC_PROTOCOL_COUNT + 1];
@@ -169,17 +171,35 @@ inline record_t *atc_recall_find(const atc_recall_table_t *table, const atc_reca
     }
 }
 
-// Calls visit(record) for every remembered record, in no order, with the lines that 'visit' will read fetched ahead.
-// 'visit' must neither add nor remove.
+// How far a walk over a table has come. All zero before it begins.
+struct atc_recall_cursor_t {
+    uint64_t bits;   // records whose place has smaller ones have been visited ...
+    uint32_t slot;   // ... and those in the slots before this one of the piece of these bits, ...
+    uint32_t moves;  // ... if none has moved since
+    bool is_over;
+};
+
+// Calls visit(record) for remembered records, in no order, with the lines that 'visit' will read fetched ahead, until
+// it returns false; that is for every record that the table holds from the first of these calls to the last, seldom
+// twice for one that was near others which have moved. 'visit' must neither add nor remove. Returns false when all are
+// done.
 template <typename record_t, typename visit_t>
-inline void atc_recall_each(const atc_recall_table_t *table, visit_t visit) ATC_REQUIRES(g_atc_lock) {
+inline bool atc_recall_walk(const atc_recall_table_t *table, atc_recall_cursor_t *cursor, visit_t visit)
+    ATC_REQUIRES(g_atc_lock) {
     constexpr uint32_t AHEAD = 12;          // slots; covers the latency of memory
     constexpr uint32_t LINE = 64;           // bytes
     constexpr uint32_t FETCHED = 2 * LINE;  // bytes of a record: its key, counters and thresholds
-    const uint64_t end = table->pieces == nullptr ? 0 : uint64_t{1} << (64 - table->shift);
-    for (uint64_t entry = 0; entry < end;) {
-        const atc_recall_piece_t *piece = table->pieces[entry];
-        for (uint32_t at = 0; at < ATC_RECALL_SLOTS; at++) {
+    while (table->pieces != nullptr && !cursor->is_over) {
+        const atc_recall_piece_t *piece = table->pieces[cursor->bits >> table->shift];
+        // A piece that has changed is walked again, to its end: it shall not be for ever.
+        const bool is_again = cursor->slot > 0 && cursor->moves != table->moves;
+        bool goes_on = true;
+        for (uint32_t at = is_again ? 0 : cursor->slot; at < ATC_RECALL_SLOTS; at++) {
+            if (!goes_on && !is_again) {
+                cursor->slot = at;
+                cursor->moves = table->moves;
+                return true;
+            }
             if (at + AHEAD < ATC_RECALL_SLOTS && piece->slots[at + AHEAD].word != 0) {
                 const char *next = static_cast<const char *>(piece->slots[at + AHEAD].record);
                 for (uint32_t byte = 0; byte <= FETCHED; byte += LINE) {
@@ -187,9 +207,20 @@ inline void atc_recall_each(const atc_recall_table_t *table, visit_t visit) ATC_
                 }
             }
             if (piece->slots[at].word != 0) {
-                visit(static_cast<record_t *>(piece->slots[at].record));
+                goes_on = visit(static_cast<record_t *>(piece->slots[at].record));
             }
         }
-        entry += end >> piece->depth;  // a piece that was divided less often than others stands in several entries
+        // The piece may have taken in what was visited before; it ends where its top bits do.
+        const uint64_t last = cursor->bits | (piece->depth == 0 ? UINT64_MAX : UINT64_MAX >> piece->depth);
+        *cursor = {last + 1, 0, 0, last == UINT64_MAX};
+        if (!goes_on) {
+            return !cursor->is_over;
+        }
     }
+    return false;
 }
+
+// Takes everything out of a table: returns it as a table of its own, which is nobody else's, to be freed without the
+// mutex.
+atc_recall_table_t atc_recall_detach(atc_recall_table_t *table) ATC_REQUIRES(g_atc_lock);
+void atc_recall_free(atc_recall_table_t *detached);

@@ -28,7 +28,9 @@ struct atc_stat_t {
     uint8_t cap_on;         // 1 = the automatic capture records
 
     // What else a period end without news reads.
-    uint32_t hw_deny_on;    // 1 = a rule in the switching chip denies it
+    uint8_t hw_deny_on;     // 1 = a rule in the switching chip denies it
+    uint8_t fp_pass;        // number of the fast pass that closed it last, or during which it was made
+    uint8_t lp_pass;        // the same of the long passes; both in flows and sources only
     uint32_t lp_last;       // count when the last long period was closed
     uint32_t lp_threshold;  // packets allowed per long period
 
@@ -90,6 +92,7 @@ struct atc_hw_deny_t {
     atc_entry_t *entry;          // owner of a per-protocol rule
     atc_src_entry_t *src_entry;  // owner of a per-source rule
     atc_filter_rule_t rule;      // just what the chip was given, with its ids
+    uint64_t number;             // greater than that of every record made before
     bool is_in_chip;             // false only while the rule moves with a trunk
 };
 
@@ -97,6 +100,7 @@ struct atc_hw_deny_t {
 struct atc_hw_cfg_filter_t {
     atc_list_t link;  // first member, on hw_cfg_filter_list, newest first
     atc_filter_rule_t rule;
+    uint64_t number;  // greater than that of every record made before
     bool is_in_chip;  // its last installation succeeded; an entry id may be 0 and says nothing
 };
 
