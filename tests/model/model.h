@@ -3,12 +3,15 @@
 //
 // The model is told what the module and the card are told, in the same order, and predicts what the module answers,
 // logs and holds, and which rules are in the chip. It shares no code with the module: thresholds are computed when
-// asked for, indexes are maps, a rule is a text. Driven by model_test.cpp, which holds the module against it.
+// asked for, indexes are maps, a rule is a text. Driven by model_test.cpp, which holds the module against it. Where the
+// module pauses in something long and something else happens, the model first does as much of it as the module shows to
+// be done (follow): what that comes to, and that each is done once and in order, it says itself.
 #pragma once
 
 #include <algorithm>
 #include <cstdio>
 #include <deque>
+#include <functional>
 #include <list>
 #include <map>
 #include <set>
@@ -63,7 +66,16 @@ struct Owner {
     uint32_t count = 0;
     std::array<uint32_t, 2> start{};  // the counter when the running period began
     std::array<bool, 2> alarm{};
-    bool denied = false;  // in software
+    bool denied = false;             // in software
+    std::array<uint32_t, 2> most{};  // packets a period
+};
+
+// What the module shows of somebody in a pause.
+struct Shown {
+    bool exists = false, denied = false;
+    std::array<bool, 3> closed{};  // by the pass under way
+    std::array<uint32_t, 2> most{};
+    bool has_rule = false, in_chip = false, check_due = false;
 };
 
 using Due = std::pair<int64_t, uint64_t>;  // second, and how many timers had been armed before
@@ -73,6 +85,7 @@ struct Record {
     uint32_t sdk_id, stat_id;
     uint64_t last_packets = 0;
     Due due{};
+    bool in_chip = true;
 };
 
 template <typename... values_t>
@@ -104,6 +117,17 @@ struct Model {
     std::list<Record> records;                         // newest first
     std::map<uint32_t, std::vector<uint32_t>> trunks;  // slots, 0 is empty
 
+    // What is under way, and what the module shows of it.
+    int passing = -1;               // a Period
+    std::set<Who> open;             // that its pass has not closed
+    std::deque<Who> leaving;        // owners whose rules are still to be withdrawn, in order
+    uint32_t changing = 0;          // a trunk
+    std::vector<uint32_t> changed;  // its members then
+    std::function<Shown(const Who &)> look;
+    std::function<bool(uint32_t period)> is_running, is_due;
+    std::function<bool()> is_discarding;
+    std::function<std::vector<uint32_t>(uint32_t trunk)> members_of;
+
     Model() {
         for (const PacketClass &cls : CLASSES) {
             settings[&cls] = {{{cls.limits[0], cls.limits[0]}, {cls.limits[1], cls.limits[1]}, {1, 0}, {}}};
@@ -118,6 +142,10 @@ struct Model {
     bool fails(Call kind) { return plans[kind].fails(); }
 
     uint32_t threshold(const Who &who, uint32_t period) {
+        return owners.contains(who) ? owners[who].most[period] : setting(who, period);
+    }
+
+    uint32_t setting(const Who &who, uint32_t period) {
         return seconds[period] * settings[who.cls][period][who.source != 0];
     }
 
@@ -136,7 +164,7 @@ struct Model {
         if (!knows(0, who.port) || !knows(2, who.cls->id) || (!memory && !owners.contains(flow))) {
             return -1;
         }
-        Owner &all = owners[flow];
+        Owner &all = made(flow);
         const bool over = ++all.count - all.start[FAST] >= threshold(flow, FAST);
         if (over) {
             deny(flow);
@@ -147,18 +175,22 @@ struct Model {
         if (!memory && !owners.contains(who)) {
             return -1;
         }
-        Owner &one = owners[who];
+        Owner &one = made(who);
         if (one.count++ - one.start[FAST] > threshold(who, FAST)) {
             deny(who);
         }
         return all.denied || one.denied ? -1 : 0;
     }
 
+    Owner &made(const Who &who) {
+        return owners.try_emplace(who, Owner{.most = {setting(who, FAST), setting(who, LONG)}}).first->second;
+    }
+
     // A packet of 'who' is over the threshold.
     void deny(const Who &who) {
         Record record{who, 0, 0};
         if (settings[who.cls][HW_DENY][who.source != 0] != 1 || std::ranges::count(records, who, &Record::who) != 0 ||
-            who.port == 255 || records.size() >= 100 || !install(record)) {
+            who.port == 255 || records.size() >= 100 || is_discarding() || !install(record)) {
             return;
         }
         if (!memory) {
@@ -203,38 +235,60 @@ struct Model {
         return ports.empty() ? "" : text("%u vlan %u source %u:", who.cls->rule, who.vlan, source) + ports;
     }
 
-    // Withdraws the records for which ends(record) holds.
+    // Withdraws the records for which ends(record) holds, as far as the module has.
     template <typename ends_t>
     void withdraw_if(ends_t ends) {
-        std::erase_if(records, [&](Record &record) {
-            const bool is_end = ends(record);
-            if (is_end) {
-                remove(record);
-            }
-            return is_end;
-        });
+        for (const Record &record : records) {
+            ends(record) ? leaving.push_back(record.who) : void();
+        }
+        withdraw();
     }
 
-    void turn() {  // of the monitor task
+    void withdraw() {
+        for (; !leaving.empty() && !look(leaving.front()).has_rule; leaving.pop_front()) {
+            std::erase_if(records, [&](Record &record) {
+                const bool is_end = record.who == leaving.front();
+                is_end &&record.in_chip ? remove(record) : void();
+                return is_end;
+            });
+        }
+    }
+
+    void begin_turn() {  // of the monitor task
         if (!fails(Call::receive) && !queue.empty()) {
             const auto [joins, trunk, member] = queue.front();
             queue.pop_front();
-            change(trunk, member, joins == 1);
+            begin_change(trunk, member, joins == 1);
+        }
+    }
+
+    void follow_turn() {
+        withdraw();
+        if (changing != 0 && !follow_change()) {
+            return;
         }
         for (;;) {
             const auto pass_due = std::ranges::min_element(passes);
             const auto record = std::ranges::min_element(records, {}, &Record::due);
             const bool is_check = record != records.end() && record->due < *pass_due;
-            if ((is_check ? record->due : *pass_due).first > now) {
+            const auto period = static_cast<uint32_t>(pass_due - passes.begin());
+            if (passing < 0 && (is_check ? record->due : *pass_due).first > now) {
                 return;
             }
-            is_check ? check(*record) : pass(static_cast<uint32_t>(pass_due - passes.begin()));
+            if (passing < 0 && is_check) {
+                if (look(record->who).check_due) {
+                    return;
+                }
+                check(*record);
+            } else if (!follow_pass(passing < 0 ? period : static_cast<uint32_t>(passing))) {
+                return;
+            }
         }
     }
 
     // Every rule of the trunk is taken out, the membership changes, the rules are put back; one that does not go back
     // is given up.
-    void change(uint32_t trunk, uint32_t member, bool joins) {
+    void begin_change(uint32_t trunk, uint32_t member, bool joins) {
         auto members = trunks.contains(trunk) ? trunks[trunk] : std::vector<uint32_t>(8);
         const auto held = std::ranges::find(members, member);
         const auto slot = joins ? std::ranges::find(members, 0U) : held;
@@ -242,11 +296,40 @@ struct Model {
             return;
         }
         *slot = joins ? member : 0;
+        changing = trunk;
+        changed = members;
+    }
+
+    // Returns whether all of it is done. Rules that come meanwhile are the newest.
+    bool follow_change() {
+        const bool is_changed = members_of(changing) == changed;
+        const bool is_known = trunks.contains(changing) && trunks.at(changing) == changed;
         for (Record &record : records) {
-            record.who.port == trunk ? remove(record) : void();
+            if (record.who.port == changing && record.in_chip && !is_known) {
+                if (!is_changed && look(record.who).in_chip) {
+                    return false;
+                }
+                remove(record);
+                record.in_chip = false;
+            }
         }
-        trunks[trunk] = members;
-        std::erase_if(records, [&](Record &record) { return record.who.port == trunk && !install(record); });
+        if (!is_changed) {
+            return false;
+        }
+        trunks[changing] = changed;
+        for (auto record = records.begin(); record != records.end();) {
+            const auto next = std::next(record);
+            if (record->who.port == changing && !record->in_chip) {
+                if (const Shown shown = look(record->who); shown.has_rule && !shown.in_chip) {
+                    return false;
+                }
+                record->in_chip = install(*record);
+                record->in_chip ? void() : static_cast<void>(records.erase(record));
+            }
+            record = next;
+        }
+        changing = 0;
+        return true;
     }
 
     void check(Record &record) {
@@ -257,29 +340,50 @@ struct Model {
         record.last_packets = packets == 0 ? record.last_packets : packets;
         record.due = arm(FAST);
         if (interval < threshold(record.who, FAST)) {
-            withdraw_if([&](const Record &other) { return &other == &record; });
+            remove(record);
+            std::erase_if(records, [&](const Record &other) { return &other == &record; });
         }
     }
 
     // Everybody is judged; sources that were silent for a long period, and not silenced by the chip, are forgotten. A
-    // day's end forgets who was cleared and has not been heard of since, a flow with its sources.
-    void pass(uint32_t period) {
-        const std::map<Who, Owner> before = owners;
-        for (auto [who, unused] : before) {
+    // day's end forgets who was cleared and has not been heard of since, a flow with its sources. Who comes meanwhile
+    // is judged next time. Returns whether it is through.
+    bool follow_pass(uint32_t period) {
+        const bool is_on = is_running(period);
+        if (passing < 0) {
+            if (!is_on && is_due(period)) {
+                return false;
+            }
+            for (const auto &[who, unused] : owners) {
+                open.insert(who);
+            }
+            passing = static_cast<int>(period);
+        }
+        for (const Who &who : std::set<Who>(open)) {
+            const Shown shown = is_on ? look(who) : Shown();
             if (period == DAY && who.source == 0) {
-                sweep(who);
-            } else if (period != DAY && judge(who, period) == 0 && period == LONG && who.source != 0 &&
-                       std::ranges::count(records, who, &Record::who) == 0) {
-                discard(who);
+                sweep(who, is_on);
+            } else if (period != DAY && owners.contains(who) && (!shown.exists || shown.closed[period])) {
+                open.erase(who);
+                if (judge(who, period) == 0 && period == LONG && who.source != 0 &&
+                    std::ranges::count(records, who, &Record::who) == 0) {
+                    discard(who);
+                }
             }
         }
-        passes[period] = arm(period);
+        withdraw();
+        if (!is_on) {
+            open.clear();
+            passing = -1;
+            passes[period] = arm(period);
+        }
+        return !is_on;
     }
 
     // The packets of the period.
     uint32_t judge(const Who &who, uint32_t period) {
         Owner &owner = owners[who];
-        const uint32_t most = threshold(who, period);
+        const uint32_t most = owner.most[period];
         const uint32_t packets = owner.count - std::exchange(owner.start[period], owner.count);
         const bool over = packets > most;
         if (over != owner.alarm[period]) {
@@ -295,9 +399,12 @@ struct Model {
         return packets;
     }
 
-    void sweep(const Who &flow) {
-        each_source(flow, [this](const Who &who) { owners[who].count == 0 ? discard(who) : void(); });
-        owners[flow].count == 0 ? discard_flow(flow) : void();
+    void sweep(const Who &flow, bool is_on) {
+        const auto is_gone = [&](const Who &who) {
+            return owners.contains(who) && owners[who].count == 0 && !(is_on && look(who).exists);
+        };
+        each_source(flow, [&](const Who &who) { is_gone(who) ? discard(who) : void(); });
+        is_gone(flow) ? discard_flow(flow) : void();
     }
 
     void discard_flow(const Who &flow) {
@@ -305,9 +412,11 @@ struct Model {
         discard(flow);
     }
 
+    // Its rule follows.
     void discard(const Who &who) {
-        withdraw_if([&](const Record &record) { return record.who == who; });
+        std::ranges::count(records, who, &Record::who) != 0 ? leaving.push_back(who) : void();
         owners.erase(who);
+        open.erase(who);
     }
 
     template <typename visit_t>

@@ -23,7 +23,6 @@ struct period_t {
 
 // A pass over everything is one moment, so its peaks share one time text.
 struct pass_time_t {
-    bool is_pass;
     bool is_valid;  // text is this pass's
     char text[ATC_NAME_SIZE];
 };
@@ -94,8 +93,8 @@ int atc_stat_process(atc_stat_t *stat, int period) {
     return 0;
 }
 
-void atc_stat_pass(bool begins) {
-    pass_time.is_pass = begins;
+void atc_stat_pass(uint8_t period) {
+    g_atc_global.pass = period;
     pass_time.is_valid = false;
 }
 
@@ -197,7 +196,7 @@ const char *time_text() {
     if (!pass_time.is_valid) {
         memset(pass_time.text, 0, sizeof(pass_time.text));
         syslog_get_timestamp(pass_time.text, sizeof(pass_time.text));
-        pass_time.is_valid = pass_time.is_pass;
+        pass_time.is_valid = g_atc_global.pass != 0;
     }
     return pass_time.text;
 }

@@ -24,8 +24,8 @@ int atc_stat_info_tx_process(const uint8_t *buf, uint32_t len, const atc_pkt_inf
 // Closes a period (atc_period_t) of one block: the packets since its last close go into the ring. Returns 0.
 int atc_stat_process(atc_stat_t *stat, int period) ATC_REQUIRES(g_atc_lock);
 
-// Tells that a pass over many blocks begins, or has ended.
-void atc_stat_pass(bool begins) ATC_REQUIRES(g_atc_lock);
+// Tells that the pass of a period (atc_period_t) over many blocks begins, or with 0 that it has ended.
+void atc_stat_pass(uint8_t period) ATC_REQUIRES(g_atc_lock);
 
 // Clears counts, rings and peaks and frees the capture; alarms, thresholds and denies stay.
 void atc_clear_statistic(atc_stat_t *stat) ATC_REQUIRES(g_atc_lock);

@@ -206,7 +206,7 @@ void each_aggregate_tree(visit_t visit) {
 void run_pass(atc_period_t period) {
     atc_notes_t notes = atc_notes_begin();
     const auto between = [&notes] { atc_notes_make_room(&notes); };
-    atc_stat_pass(true);
+    atc_stat_pass(static_cast<uint8_t>(period));
     atc_sources_each([&notes, period](atc_src_entry_t *src)
                          ATC_REQUIRES(g_atc_lock) { close_or_note(src->entry, src, &src->stat, period, &notes); },
                      between);
@@ -220,7 +220,7 @@ void run_pass(atc_period_t period) {
     }
     atc_notes_end(&notes);
     close_aggregates(period);
-    atc_stat_pass(false);
+    atc_stat_pass(0);
 }
 
 void close_or_note(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat_t *stat, atc_period_t period,

@@ -77,6 +77,7 @@ struct atc_global_t {
     uint32_t long_period_time;  // seconds
     uint8_t fp_pass;            // number of the last fast pass that began; wraps
     uint8_t lp_pass;            // of the last long pass
+    uint8_t pass;               // the period (atc_period_t) whose pass is under way, 0 = none
     atc_timer_list_t *timer_list;
     uint32_t protocol_cap_cnt;  // automatic capture buffers held
 
