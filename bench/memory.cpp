@@ -53,7 +53,7 @@ void measure(const char *name, const bench::Workload &workload, uint32_t shared,
     bench::send(workload, shared, records, atc_api_receive_packet);
     const Use after = use_now();
     const int64_t blocks = after.blocks - before.blocks;
-    if (blocks < records || blocks > records + bench::kBlocksBeside) {
+    if (blocks < records || blocks > records + records / bench::kRecordsABlock + bench::kBlocksBeside) {
         std::fprintf(stderr, "bench: %u records of '%s' took %lld blocks\n", records, name,
                      static_cast<long long>(blocks));
         std::exit(1);

@@ -57,8 +57,9 @@ void reset(const Workload &workload);
 // reset(), and lets the module see every packet once, unless the workload creates; checks what it then remembers.
 void warm(const Workload &workload);
 
-// The module may keep some blocks besides its records, a table that grows with them for one.
-constexpr int64_t kBlocksBeside = 8192;
+// The module may keep some blocks besides its records: tables that grow with them, a piece for some hundred.
+constexpr int64_t kRecordsABlock = 256;
+constexpr int64_t kBlocksBeside = 16;
 
 using PacketCall = int (*)(const uint8_t *buf, uint32_t len, uint32_t port, uint32_t vlan);
 
