@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // waits.cpp: what a packet waits for while something walks everything that the module remembers.
 //
 // One thread hands over packets of known flows all the time and times each; the main thread lets passes end, sweeps,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // No hold of the mutex does more than a bounded piece of work, however much there is, and what the pieces do together
 // is what one would.
 #include "atc/evaluation.h"

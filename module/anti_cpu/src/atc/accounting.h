@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // accounting.h: counting a packet, closing a period, clearing a block.
 //
 // Used by the pipeline (a packet), evaluation (a period) and the clear operations. Finds and creates entries through

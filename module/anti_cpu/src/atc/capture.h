@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // capture.h: capture files in memory, manual and automatic.
 //
 // Owns the pcap format: a file is the 24-byte header and the records behind it, little-endian whatever the processor,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // dumps.cpp: the console dumps of anti_cpu.h.
 //
 // Each prints a consistent picture: the mutex is held for the whole dump, but for that of the ports, which reads

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // entries.h: the life of statistics entries and sources in their indexes.
 //
 // Owns the entries of the five indexes and the sources of flows: created here for the first packet of a key, discarded

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // evaluation.h: what happens when a period ends: alarms, software deny, captures, ageing, the daily sweep.
 //
 // The three passes are timer callbacks of the monitor task; each re-arms its own timer at its end. Settings re-arm the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // header_classes.h: the protocol classes that one byte of a header decides.
 //
 // Owns these tables. Used by the parser; l4_ports.h has the classes above TCP and UDP. Pure: no state, no lock.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // hw_deny.cpp: installs, checks and withdraws the automatic deny rules.
 //
 // Whatever fails on the way in is undone in the chip at once, so that a rule there and a record here always come and go

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // hw_deny.h: the flows and sources that the switching chip denies, from the packet over the limit to the ebb.
 //
 // Owns the records of hw_deny_list. Used by accounting (installation), the timers (expiry), settings, clearing, the

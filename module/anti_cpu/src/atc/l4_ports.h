@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // l4_ports.h: the transport ports by which the protocols above TCP and UDP are told apart.
 //
 // Owns that one table. Used by the parser, for the class of a packet, and by the driver's lists, which put a port into

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // monitor.h: the monitor task "atc-mon", the module's only thread of its own.
 //
 // Waits at most a second for a message, handles it, then runs the timers that are due; so trunk changes and uploads

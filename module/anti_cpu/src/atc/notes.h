@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // notes.h: what a pass at the end of a period has something to say about: flows and sources, noted by their keys as
 // they are met and told in the order of the indexes.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // parser.cpp: the parser's layers, from the tags down to the transport header.
 //
 // A layer takes the view of what is left of the frame at its header, never an address by itself: a byte is read only

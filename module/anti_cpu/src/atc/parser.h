@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // parser.h: from a frame to its descriptor and its protocol class.
 //
 // Used by the pipeline, once a packet. Uses the catalogue's ids only. Each function reads the headers of its layer in

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // pipeline.h: the way of one packet through the module.
 //
 // The two packet entry points (anti_cpu.h) are implemented here: they take the mutex once and run atc_packet_process,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // protocol.cpp: the catalogue's table and the look-ups in it.
 //
 // A name is written once, in the table; the order in which names are tried lists rows, not names. No state, no lock.

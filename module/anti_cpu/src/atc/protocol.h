@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // protocol.h: the catalogue of the 58 control-protocol classes.
 //
 // Owns the one table of names, aliases and default limits; everything that lists protocols is drawn from it. Used by

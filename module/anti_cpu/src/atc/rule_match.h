@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // rule_match.h: one rule against one packet, and the prefix arithmetic behind it.
 //
 // The single matcher of the permit and deny rules, the trace filter and the capture filter. Pure but for the two

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // startup.cpp: atc_init, which puts everything below it together. No other thread uses the module before it is through,
 // so it takes no lock.
 

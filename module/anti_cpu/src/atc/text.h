@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // text.h: bounded text, and the one place that words a source address.
 //
 // Used by the alarms, reports, listings, capture file names. Uses the C library and the card's inet_ntop6. Nothing is

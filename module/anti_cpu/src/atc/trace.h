@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // trace.h: printing chosen packets on the console.
 //
 // Used by the pipeline; armed by atc_api/trace.cpp. Uses rule_match and the catalogue. All console text goes through

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // trunk.cpp: the table of trunks, and the moves of the rules that apply to one.
 //
 // A rule in the chip names physical ports. It is taken out while the table still holds the members under which it went

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // trunk.h: the trunks and their members, and moving hardware rules when a membership changes.
 //
 // Owns trunk_list. The trunk service's callback (atc_api_trunk_member_pro, implemented here) only posts a message; the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // upload.h: capture files on their way to the file server.
 //
 // Owns the file names and the upload message. Used by accounting (a full buffer), the monitor task (the transfer) and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // walk.h: walks over everything that is remembered, in slices: when a hold of the mutex has done enough, it is given
 // back for a moment (atc_sem_pause), and the walk goes on where it was although records came and went meanwhile.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Starting, ending and clearing captures.
 #include "atc/capture.h"
 

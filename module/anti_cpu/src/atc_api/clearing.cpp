@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // clearing.cpp: the clears of anti_cpu.h.
 //
 // A clear resets the counts of one block and ends its automatic capture; alarms, thresholds and denies stay as they

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operator's permit and deny rules, under the host's ids or under ids of the module's choosing.
 #include "anti_cpu/anti_cpu.h"
 #include "atc/rule_match.h"

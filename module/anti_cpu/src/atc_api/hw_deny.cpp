@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // hw_deny.cpp: the listing and clearing of the automatic deny rules.
 //
 // Reads the records that hw_deny keeps. Lock: whether there is anything at all is asked before the mutex is taken; a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // hw_filters.cpp: the operator's hardware filters: configured, kept and deleted.
 //
 // Owns the records of hw_cfg_filter_list. A record's rule is in the chip, unless a trunk has lost its last usable

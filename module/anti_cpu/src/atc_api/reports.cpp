@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // reports.cpp: the text tables and the alarm listing of anti_cpu.h.
 //
 // A report is written into one buffer of fixed size, allocated before the mutex is taken. Each line is one moment's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "atc_api/rule_id.h"
 
 #include "anti_cpu/types.h"

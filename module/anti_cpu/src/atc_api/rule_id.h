@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // rule_id.h: the ids that the module chooses for software rules, 1..2048, lowest free first.
 //
 // Used by filter_rules.cpp. Lock: the module mutex is held.

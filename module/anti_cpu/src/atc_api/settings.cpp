@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // settings.cpp: the settings that steer protection, and bringing what exists into line with them at once.
 //
 // Four limits (of flows and of sources, per fast and per long period) have the same shape: a table row each says which

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // statistics.cpp: the queries of anti_cpu.h.
 //
 // Every query of a block is one procedure over a row of output words: sample, wait a second without the mutex, find the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // statistics.h: which statistics block an operation speaks of, and the snapshot from which every query is answered.
 //
 // Used by statistics.cpp (the queries) and clearing.cpp (the clears) of anti_cpu.h. Uses the entries. A block is found

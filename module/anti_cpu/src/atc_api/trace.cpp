@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Arming and ending the packet trace.
 #include "anti_cpu/anti_cpu.h"
 #include "atc/state/context.h"

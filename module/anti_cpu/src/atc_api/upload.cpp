@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Captures handed out on demand, and the settings of automatic uploads.
 #include "atc/upload.h"
 

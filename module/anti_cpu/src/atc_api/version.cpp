@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // version.cpp: which release this library is. No state, no lock.
 #include "anti_cpu/anti_cpu.h"
 

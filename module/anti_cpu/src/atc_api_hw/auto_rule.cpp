@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // auto_rule.cpp: which members of a packet an automatic deny rule matches, and the rule's way into and out of the chip.
 //
 // Per-source rules carry the source's address besides what names the protocol. Client ports are left out, so that a

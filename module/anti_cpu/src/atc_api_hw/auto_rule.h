@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // auto_rule.h: automatic deny rules, installed in and removed from the switching chip.
 //
 // Which members of a packet go into a rule depends on its protocol: one table of groups (auto_rule.cpp), from which

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // cfg_rule.cpp: the members, masks and operations of the operator's hardware filters.
 //
 // The record that installed a filter rebuilds its description, so nothing but sdk_id is ever written to it.

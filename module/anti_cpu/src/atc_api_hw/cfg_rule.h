@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // cfg_rule.h: the operator's hardware filters, installed in and removed from the switching chip.
 //
 // A filter matches every member that is set, addresses under a prefix mask, and carries the operation of its action.

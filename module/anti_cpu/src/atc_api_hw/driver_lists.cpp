@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // driver_lists.cpp: the bytes of the driver's buffers, and the calls that carry them.
 //
 // Buffers have no alignment to rely on, so every number goes in and out through memcpy. Sizes are not checked against

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // driver_lists.h: the three buffers in which a rule is handed to the switching chip's driver.
 //
 // The driver knows a rule by its whole description, so a rule is removed, and its ids looked up, by building the same

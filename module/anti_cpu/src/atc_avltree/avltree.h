@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // avltree.h: the ordered index, an AVL tree with parent pointers whose link lives inside the caller's record.
 //
 // Used by: everything that keeps statistics entries. Uses: nothing. Operations take and return record pointers and know

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // list.h: the intrusive, circular, doubly linked list of all rule, trunk and timer records.
 //
 // A record embeds an atc_list_t as its first member, so a link is its record (atc_list_record). A head is a link of its

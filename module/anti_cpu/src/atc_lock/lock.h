@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // lock.h: the module's one capability, as the compiler checks it.
 //
 // g_atc_lock stands for the module mutex (g_atc_global.sem). It holds no state: the mutex itself is the card's, taken

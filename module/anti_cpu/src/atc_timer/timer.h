@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // timer.h: one-shot timers in whole seconds on the monotonic clock, kept in expiry order.
 //
 // Used by: monitor (timer_list_check), evaluation, settings, hw_deny. Uses: list.h, clock_gettime. A timer is embedded

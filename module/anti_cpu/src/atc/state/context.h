@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // context.h: the module's one record of state, and the mutex that guards it.
 //
 // g_atc_global is filled by atc_init and lives as long as the process. The context owns every entry in its indexes,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // message.h: the monitor task's queue.
 //
 // The queue is the only way from other threads to the task. Senders never wait: a full queue refuses the message.

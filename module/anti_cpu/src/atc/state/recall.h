@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // recall.h: entries remembered by their keys, so that a packet finds them without walking an index.
 //
 // The ordered indexes stay the one truth: what is not remembered is looked up there, and whatever leaves an index is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // records.h: the records in which the module remembers packets, rules, trunks and messages.
 //
 // Layout only; who creates, changes and frees each record stands in the header of its subject (accounting.h, hw_deny.h,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "atc/state/rule_index.h"
 
 #include "atc/state/context.h"

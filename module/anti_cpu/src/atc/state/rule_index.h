@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // rule_index.h: the software rules of one action, found by what they compare instead of by walking the lists.
 //
 // Rules that compare the same members, addresses by as many bits, have one shape: a mask over the whole record. A
