@@ -51,8 +51,7 @@ Status show_protocols(Session &session, const Arguments &arguments) {
 }
 
 Status show_ports(Session &session, const Arguments &arguments) {
-    return as_json(session, arguments) ? print_json(ports_json(session.run))
-                                       : print_text(ports_text(session.run));
+    return as_json(session, arguments) ? print_json(ports_json(session.run)) : print_text(ports_text(session.run));
 }
 
 Status show_vlans(Session &session, const Arguments &arguments) {
