@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 cmake --preset coverage --log-level=WARNING
 cmake --build --preset coverage -j"$(nproc)"
 find build/coverage -name '*.gcda' -delete
-ctest --test-dir build/coverage -LE policy --output-on-failure --no-tests=error -j"$(nproc)" | tail -n 20
+ctest --test-dir build/coverage -L "unit|system|model|threads|fuzz" --output-on-failure --no-tests=error -j"$(nproc)" | tail -n 20
 details=()
 if [ "${1:-}" = --details ]; then
   mkdir -p "$2"

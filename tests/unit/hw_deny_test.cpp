@@ -45,20 +45,6 @@ TEST_F(HwDeny, RefusalsAreLoggedAndLeaveNoRecord) {
     EXPECT_EQ(atc_hw_filter_expire(record, 0, 0), 0) << "an expiry of what is freed";
 }
 
-// It stopped 50 packets a period, then nobody can tell.
-TEST_F(HwDeny, ACounterThatCannotBeReadIsAnEbb) {
-    deny_flows();
-    rx_n(THRESHOLD, arp());
-    for (const uint32_t stopped : {50U, 100U, 150U}) {
-        fake().set_packets(fake().chip().at(0).stat_id, stopped);
-        pass_seconds(10);
-        ASSERT_EQ(rules(), 1U);
-    }
-    fake().fail(Call::chip_counters, 1);
-    pass_seconds(10);
-    EXPECT_EQ(rules(), 0U);
-}
-
 TEST_F(HwDeny, ListsNewestFirst) {
     EXPECT_EQ(text_of(atc_api_get_hw_deny_info), "(none)");
     deny_flows(ATC_DHCP);
