@@ -85,9 +85,9 @@ int bep_msgQSendEx(uint32_t msgq, const void *message, uint32_t size, int timeou
  * 0 or a negative number when none came. */
 int bep_msgQReceiveEx(uint32_t msgq, void *message, uint32_t size, int timeout_ticks, const char *file, int line);
 
-/* Suspends the calling thread for 'ticks', measured by CLOCK_MONOTONIC as clock_gettime tells it. 0 comes between a give
- * and a take of the mutex by whoever has more to do than packets should wait for: threads that wait for the mutex go
- * first. Returns 0. */
+/* Suspends the calling thread for 'ticks', measured by CLOCK_MONOTONIC as clock_gettime tells it. 0 comes between a
+ * give and a take of the mutex by whoever has more to do than packets should wait for: threads that wait for the mutex
+ * go first. Returns 0. */
 int bep_taskDelayEx(uint32_t ticks);
 
 /* Ticks per second, at least 1 and always the same. */
