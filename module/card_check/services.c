@@ -24,6 +24,7 @@ void check_clock(void) {
     const uint32_t ticks = rate / 5 + 1;
     const double expected = (double)ticks / (rate > 0 ? rate : 1);
     const double start = check_seconds();
+    check_that(bep_taskDelayEx(0) == 0, "0 ticks are refused");
     check_that(bep_taskDelayEx(ticks) == 0, "is refused");
     const double waited = check_seconds() - start;
     check_that(waited > 0.9 * expected && waited < expected + 2, "%.3f s instead of %.3f s", waited, expected);
