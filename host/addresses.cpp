@@ -96,6 +96,10 @@ uint32_t ipv4_number(const Source &source) {
     return number;
 }
 
+bool comes_before(const Source &a, const Source &b) {
+    return a.type == ATC_SRC_IPV4 && b.type == ATC_SRC_IPV4 ? ipv4_number(a) < ipv4_number(b) : a < b;
+}
+
 uint32_t address_bits(uint32_t type) {
     return type == ATC_SRC_MAC ? 48 : type == ATC_SRC_IPV4 ? 32 : 128;
 }

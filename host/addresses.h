@@ -52,6 +52,10 @@ std::string source_text(const Source &source);
 
 uint32_t ipv4_number(const Source &source);
 
+// As people list addresses: by type, then by number. The module lists IPv4 addresses by their bytes in memory, which is
+// the order of operator<=>.
+bool comes_before(const Source &a, const Source &b);
+
 // Bits of an address of this type of source.
 uint32_t address_bits(uint32_t type);
 

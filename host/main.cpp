@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
+#include "completion.h"
 #include "console/help.h"
 #include "console/kinds.h"
 #include "deny_widths.h"
@@ -54,6 +55,10 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
                        "server (10.0.0.1:514)");
     replay->add_option("--config", options.config_file, "File of operator's lines, run before the first packet");
     replay->add_option("-x,--line", options.lines, "One such line, in quotes; may be given again")
+        ->type_name(kLineType)
+        ->allow_extra_args(false);
+    replay->add_option("--then", options.then_lines, "One such line behind the last packet; may be given again")
+        ->type_name(kLineType)
         ->allow_extra_args(false);
     replay->add_option("--script", options.script_file,
                        "File of operator's lines that lead the replay (\"run 60\", \"run until alarm\"); what it "
@@ -95,10 +100,21 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
     const CLI::App *denies = app.add_subcommand("denies", "Print the page on how wide deny rules are (Markdown)");
     CLI::App *help = app.add_subcommand("help", "List the operator's lines");
     help->add_option("VERB", verb, "Only those that begin so");
+    CLI::App *completion = app.add_subcommand("completion", "Print what completes the command line in bash");
+    std::string what;
+    std::string line;
+    completion->add_option("WHAT", what, "bash: the script; line: what LINE may become")
+        ->required()
+        ->check(CLI::IsMember({"bash", "line"}));
+    completion->add_option("LINE", line, "Beginning of an operator's line");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return finish_output(app.exit(error) == 0 ? kExitGood : kExitUsage);
+    }
+    if (completion->parsed()) {
+        std::fputs((what == "bash" ? bash_completion(app) : completed_lines(line)).c_str(), stdout);
+        return finish_output(kExitGood);
     }
     if (!reference->parsed() && !help->parsed() && !denies->parsed()) {
         return replay_command(options);

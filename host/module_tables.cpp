@@ -46,7 +46,7 @@ bool read_line(const Subject &subject, const StandingAlarms &alarms, FlowLine &l
     if (!flow_figures(ATC_DIRECTION_RX, subject, figures)) {
         return false;
     }
-    line = {subject, columns(figures), alarms.contains(subject), figures.cap_len};
+    line = {subject, columns(figures), figures.fast.limit_pps, alarms.contains(subject), figures.cap_len};
     return true;
 }
 
@@ -81,7 +81,7 @@ bool read_flow_row(const FlowKey &flow, const StandingAlarms &alarms, FlowRow &r
             row.sources.push_back(std::move(line));
         }
     }
-    std::ranges::sort(row.sources, {}, &FlowLine::subject);
+    std::ranges::sort(row.sources, comes_before, [](const FlowLine &line) { return line.subject.source; });
     return true;
 }
 

@@ -36,11 +36,12 @@ std::vector<TableRow> vlan_rows();
 struct FlowLine {
     Subject subject;
     TableFigures figures;
+    uint32_t limit_pps = 0;      // of fast periods
     bool over_limit = false;     // its fast-period alarm is raised
     uint32_t capture_bytes = 0;  // of its automatic capture; 0 = none
 };
 
-// A flow and its sources, in ascending order.
+// A flow and its sources, in ascending order of their numbers.
 struct FlowRow {
     FlowLine flow;
     std::vector<FlowLine> sources;
@@ -49,6 +50,10 @@ struct FlowRow {
 // Calls use(row) for each received flow, in ascending order.
 template <typename Use>
 void each_flow_row(FlowAccount &account, const StandingAlarms &alarms, Use use);
+
+// Those of which 'chosen' is true, and of these only the lines over their limits when 'only_over' is.
+template <typename Chosen, typename Use>
+void each_chosen_row(FlowAccount &account, const StandingAlarms &alarms, Chosen chosen, bool only_over, Use use);
 
 // False when the module has no such flow.
 bool read_flow_row(const FlowKey &flow, const StandingAlarms &alarms, FlowRow &row);
@@ -66,16 +71,28 @@ struct CountedSource {
 };
 std::vector<CountedSource> flow_sources(uint32_t direction, const FlowKey &flow);
 
-template <typename Use>
-void each_flow_row(FlowAccount &account, const StandingAlarms &alarms, Use use) {
+template <typename Chosen, typename Use>
+void each_chosen_row(FlowAccount &account, const StandingAlarms &alarms, Chosen chosen, bool only_over, Use use) {
     account.each_flow([&](const FlowKey &flow) {
+        if (!chosen(flow)) {
+            return true;
+        }
         FlowRow row;
         const bool is_there = read_flow_row(flow, alarms, row);
-        if (is_there) {
+        if (only_over) {
+            std::erase_if(row.sources, [](const FlowLine &source) { return !source.over_limit; });
+        }
+        if (is_there && (!only_over || row.flow.over_limit || !row.sources.empty())) {
             use(row);
         }
         return is_there;
     });
+}
+
+template <typename Use>
+void each_flow_row(FlowAccount &account, const StandingAlarms &alarms, Use use) {
+    each_chosen_row(
+        account, alarms, [](const FlowKey &) { return true; }, false, use);
 }
 
 }  // namespace host

@@ -28,7 +28,8 @@ struct ReplayOptions {
     std::string events_file;  // "-" = standard output, and nothing else there
     std::string syslog;       // path or server
     std::string config_file;
-    std::vector<std::string> lines;  // operator lines, after those of the file
+    std::vector<std::string> lines;       // operator lines, after those of the file
+    std::vector<std::string> then_lines;  // behind the last packet
     std::string captures_folder;
     uint64_t captures_quota_mb = 100;
     std::optional<uint32_t> chip_rules;

@@ -174,9 +174,11 @@ void print_results(const ReplayOptions &options, const Summary &summary) {
 std::vector<std::string> command_words(const ReplayOptions &options, const console::Console &console) {
     std::vector<std::string> words = options.command;
     for (std::string &word : words) {
-        for (const std::string &line : options.lines) {
-            if (word.ends_with(line)) {
-                word = word.substr(0, word.size() - line.size()) + console.grammar().without_secrets(line);
+        for (const auto *lines : {&options.lines, &options.then_lines}) {
+            for (const std::string &line : *lines) {
+                if (word.ends_with(line)) {
+                    word = word.substr(0, word.size() - line.size()) + console.grammar().without_secrets(line);
+                }
             }
         }
     }
@@ -208,7 +210,7 @@ console::Status replay_captures(const ReplayOptions &options, CaptureSet &captur
     }
     apply_settings(options, replay);
     CaptureKeeper captured(replay, folder);
-    console::Session session{replay, &replay, captured, options.json, false};
+    console::Session session{replay, &replay, captured, options.json, false, module_settings()};
     console::Console console(session);
     console::Status status = run_settings(options, console);
     if (status != console::Status::kDone) {
@@ -234,6 +236,15 @@ console::Status replay_captures(const ReplayOptions &options, CaptureSet &captur
             verdict.emplace(replay, *account, alarms, settings, command_words(options, console));
         }
         print_results(options, {captures, replay, events, real_time.count(), verdict ? &*verdict : nullptr});
+    }
+    if (!options.then_lines.empty() && kept_signal() == 0 &&
+        (status == console::Status::kDone || status == console::Status::kQuit)) {
+        if (!led_by_operator && !prints_events && !options.json) {
+            std::fputs("\n", stdout);
+        }
+        status = run_then_lines(options, console);
+        captured.write_all();
+        replay.settle();
     }
     if (kept_signal() != 0) {
         std::fprintf(stderr, "anti-cpu: ended by signal %d at %s UTC\n", kept_signal(),

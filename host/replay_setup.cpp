@@ -43,7 +43,23 @@ console::Status run_settings(const ReplayOptions &options, console::Console &con
     }
     for (const std::string &line : options.lines) {
         if (status == console::Status::kDone) {
-            status = console.run_setting(line, "-x '" + console.grammar().without_secrets(line) + "'");
+            const std::string shown = "'" + console.grammar().without_secrets(line) + "'";
+            if (console.shows(line)) {
+                std::fprintf(
+                    stderr, "anti-cpu: -x %s shows what is there before the first packet; --then %s, behind the last\n",
+                    shown.c_str(), shown.c_str());
+            }
+            status = console.run_setting(line, "-x " + shown);
+        }
+    }
+    return status;
+}
+
+console::Status run_then_lines(const ReplayOptions &options, console::Console &console) {
+    console::Status status = console::Status::kDone;
+    for (const std::string &line : options.then_lines) {
+        if (status == console::Status::kDone) {
+            status = console.run_script_line(line, "--then '" + console.grammar().without_secrets(line) + "'");
         }
     }
     return status;

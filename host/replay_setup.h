@@ -20,6 +20,9 @@ void apply_settings(const ReplayOptions &options, Replay &replay);
 // The operator's settings, before the first packet: those of the file, then the lines of the command line.
 console::Status run_settings(const ReplayOptions &options, console::Console &console);
 
+// The operator's lines behind the last packet.
+console::Status run_then_lines(const ReplayOptions &options, console::Console &console);
+
 // The packets, and what time shall run on behind them.
 void run_to_the_end(const ReplayOptions &options, Replay &replay);
 

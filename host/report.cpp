@@ -51,6 +51,46 @@ std::string table_of(int (*report)(char **text), size_t rows) {
     return with_missing_rows(std::move(text), lines > 0 && rows > lines - 1 ? rows - (lines - 1) : 0);
 }
 
+// The address in a line of the module's flow table, "3/100/tcp-syn/ip 10.0.0.1    12 ...", and whose flow it is.
+std::pair<std::string, Source> ipv4_of(const std::string &line) {
+    const std::string key = line.substr(0, line.find("/ip "));
+    if (key.size() == line.size()) {
+        return {};
+    }
+    const size_t begin = key.size() + 4;
+    const auto source = parse_source(line.substr(begin, line.find(' ', begin) - begin));
+    return source ? std::pair(key, *source) : std::pair<std::string, Source>();
+}
+
+// The module lists the IPv4 sources of a flow as their bytes lie in memory.
+std::string with_sources_in_order(const std::string &text) {
+    std::vector<std::pair<std::pair<std::string, Source>, std::string>> run;  // lines of one flow's IPv4 sources
+    std::string ordered;
+    const auto end_run = [&] {
+        std::ranges::stable_sort(run, comes_before, [](const auto &line) { return line.first.second; });
+        for (const auto &[key, line] : run) {
+            ordered += line;
+        }
+        run.clear();
+    };
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size() - 1) + 1;
+        const std::string line = text.substr(begin, end - begin);
+        begin = end;
+        auto key = ipv4_of(line);
+        if (run.empty() || key.first != run.back().first.first) {
+            end_run();
+        }
+        if (key.first.empty()) {
+            ordered += line;
+        } else {
+            run.emplace_back(std::move(key), line);
+        }
+    }
+    end_run();
+    return ordered;
+}
+
 // Of every port.
 void print_ports(std::FILE *out, const Run &run) {
     TextTable table({{"port", kRight},
@@ -138,7 +178,7 @@ std::string ports_text(const Run &run) {
 }
 
 std::string flows_text(const Run &run) {
-    return table_of(atc_api_get_stat_brief, count_flow_lines(run.flows()));
+    return with_sources_in_order(table_of(atc_api_get_stat_brief, count_flow_lines(run.flows())));
 }
 
 std::string alarms_text(const Run &run) {

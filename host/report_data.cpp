@@ -44,10 +44,6 @@ Json table_json(const std::vector<TableRow> &rows, const char *key, Shown shown)
     return json;
 }
 
-Json flow_key_json(const FlowKey &flow) {
-    return {{"port", flow.port}, {"vlan", flow.vlan}, {"protocol", protocol_name(flow.protocol)}};
-}
-
 Json summary_json(const Summary &summary) {
     const Replay &replay = summary.replay;
     const PortCounts received = replay.received();
@@ -110,19 +106,24 @@ void write_report(std::FILE *out, const Summary &summary) {
 }
 
 void write_flows(JsonWriter &json, const Run &run, const StandingAlarms &alarms) {
-    each_flow_row(run.flows(), alarms, [&json](const FlowRow &row) {
-        Json entry = flow_key_json(row.flow.subject.flow);
-        append(entry, figures_json(row.flow.figures));
-        entry["over_limit"] = row.flow.over_limit;
-        entry["sources"] = Json::array();
-        for (const FlowLine &line : row.sources) {
-            Json source = source_json(line.subject.source);
-            append(source, figures_json(line.figures));
-            source["over_limit"] = line.over_limit;
-            entry["sources"].push_back(std::move(source));
-        }
-        json.add(entry);
-    });
+    each_flow_row(run.flows(), alarms, [&json](const FlowRow &row) { json.add(flow_row_json(row)); });
+}
+
+Json flow_line_json(const FlowLine &line) {
+    const Subject &subject = line.subject;
+    Json json = subject.source.type == ATC_SRC_NONE ? flow_key_json(subject.flow) : source_json(subject.source);
+    append(json, figures_json(line.figures));
+    json["over_limit"] = line.over_limit;
+    return json;
+}
+
+Json flow_row_json(const FlowRow &row) {
+    Json json = flow_line_json(row.flow);
+    json["sources"] = Json::array();
+    for (const FlowLine &line : row.sources) {
+        json["sources"].push_back(flow_line_json(line));
+    }
+    return json;
 }
 
 void write_alarms(JsonWriter &json, const StandingAlarms &alarms) {
@@ -200,6 +201,10 @@ Json port_verdicts_json(const Run &run) {
                         {"passed", counts.passed}});
     }
     return json;
+}
+
+Json flow_key_json(const FlowKey &flow) {
+    return {{"port", flow.port}, {"vlan", flow.vlan}, {"protocol", protocol_name(flow.protocol)}};
 }
 
 Json source_json(const Source &source) {

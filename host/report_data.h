@@ -27,6 +27,10 @@ Json vlans_json();
 Json chip_rules_json();
 Json hw_deny_json();
 Json port_verdicts_json(const Run &run);
+Json flow_key_json(const FlowKey &flow);
+// A flow, or one of its sources, with its figures; a flow with its sources.
+Json flow_line_json(const FlowLine &line);
+Json flow_row_json(const FlowRow &row);
 Json source_json(const Source &source);
 
 }  // namespace host

@@ -5,6 +5,7 @@
 //   word           a key word; may be cut short while that is unambiguous
 //   <kind>         an argument (see kinds.h); <name:kind> when its name says more
 //   [ ... ]        may be left out
+//   [ a | b ]...   any of these, each once, in any order
 //   ( a | b )      one of these
 //   {match}        any number of "field value" pairs (see match_fields.h); {hw-match} those of the switching chip
 // Every row that begins with "show" also takes a last word "json".
@@ -19,6 +20,7 @@
 #include "capture_keeper.h"
 #include "console/kinds.h"
 #include "json_writer.h"
+#include "module_settings.h"
 #include "replay.h"
 #include "report.h"
 
@@ -37,8 +39,9 @@ struct Session {
     Run &run;
     Replay *replay;  // the same, where packets come from captures; else null
     CaptureKeeper &captures;
-    bool json;     // show prints data
-    bool may_run;  // false while settings are made before the replay
+    bool json;                  // show prints data
+    bool may_run;               // false while settings are made before the replay
+    ModuleSettings defaults{};  // what the module had before any were made
 };
 
 class Arguments {

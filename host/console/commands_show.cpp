@@ -7,6 +7,8 @@
 #include "clock/clock.h"
 #include "console/command_rows.h"
 #include "console/dump_data.h"
+#include "console/flow_view.h"
+#include "console/limits_view.h"
 #include "module_text.h"
 #include "os/os.h"
 #include "report_data.h"
@@ -60,11 +62,30 @@ Status show_vlans(Session &session, const Arguments &arguments) {
 }
 
 Status show_flows(Session &session, const Arguments &arguments) {
-    if (!as_json(session, arguments)) {
+    const auto given = [&arguments](const char *name) {
+        return arguments.given(name) ? std::optional(arguments.number(name)) : std::nullopt;
+    };
+    const FlowFilter filter{given("protocol"), given("port"), given("vlan"), arguments.has("over-limit")};
+    if (as_json(session, arguments)) {
+        return print_array([&](JsonWriter &json) { write_chosen(json, session.run, filter); });
+    }
+    if (filter.chooses_all()) {
         return print_text(flows_text(session.run));
     }
-    const AlarmListing alarms = list_alarms(session.run.alarms());
-    return print_array([&](JsonWriter &json) { write_flows(json, session.run, alarms.standing); });
+    print_chosen(session.run, filter);
+    return Status::kDone;
+}
+
+Status show_top(Session &session, const Arguments &arguments) {
+    const TopOf of = arguments.has("sources")   ? TopOf::kSources
+                     : arguments.has("classes") ? TopOf::kClasses
+                                                : TopOf::kFlows;
+    const uint32_t count = arguments.number_or("rows", 10);
+    if (as_json(session, arguments)) {
+        return print_json(top_json(session.run, of, count));
+    }
+    print_top(session.run, of, count);
+    return Status::kDone;
 }
 
 Status show_alarms(Session &session, const Arguments &arguments) {
@@ -101,11 +122,12 @@ Status show_limits(Session &session, const Arguments &arguments) {
         const Json all = limits_json();
         return print_json(only == 0 ? all : all.at(only - 1));
     }
-    return print_text(limits_text(only));
+    print_limits(only, session.defaults);
+    return Status::kDone;
 }
 
 Status show_settings(Session &session, const Arguments &arguments) {
-    return as_json(session, arguments) ? print_json(settings_json()) : print_text(printed_text(atc_config_show));
+    return as_json(session, arguments) ? print_json(settings_json()) : print_text(settings_text());
 }
 
 Status show_trunks(Session &session, const Arguments &arguments) {
@@ -206,12 +228,15 @@ std::vector<Command> show_rows() {
         {"show protocols [<direction>]", "Table of protocols, received ones unless told otherwise", show_protocols},
         {"show ports", "Table of ports", show_ports},
         {"show vlans", "Table of VLANs", show_vlans},
-        {"show flows", "Table of flows (port, VLAN, protocol) and their sources", show_flows},
+        {"show flows [class <protocol> | port <port> | vlan <vlan> | over-limit]...",
+         "Table of flows (port, VLAN, protocol) and their sources", show_flows},
+        {"show top [<rows>] [flows | sources | classes]", "What has the most packets, 10 rows unless told otherwise",
+         show_top},
         {"show alarms", "Flows and sources over their fast limit", show_alarms},
         {"show hw-deny", "Automatic rules in the switching chip, newest first", show_hw_deny},
         {"show chip", "Every rule in the switching chip and what it matched", show_chip},
         {"show filters", "The operator's filters, in software and in the chip", show_filters},
-        {"show limits [<protocol>]", "Limits and reactions of the protocols", show_limits},
+        {"show limits [<protocol>]", "Limits and reactions of the protocols, changed ones marked", show_limits},
         {"show settings", "Settings that are no protocol's", show_settings},
         {"show trunks", "Trunks and their members", show_trunks},
         {"show port-map <highest:port-index>", "Slot and port of the logical ports up to this one", show_port_map},

@@ -13,6 +13,8 @@
 #include <system_error>
 
 #include "clock/clock.h"
+#include "console/line_json.h"
+#include "console/pager.h"
 #include "os/os.h"
 #include "process.h"
 #include "services/services.h"
@@ -67,6 +69,21 @@ int read_key(std::FILE *terminal) {
     return rl_getc(terminal);
 }
 
+// Whether it ends in a question mark.
+bool asks(const std::string &line) {
+    const size_t last = line.find_last_not_of(' ');
+    return last != std::string::npos && line[last] == '?';
+}
+
+bool is_show(const Command &command) {
+    return std::string_view(command.pattern).starts_with("show ");
+}
+
+// Nothing happens but that something is printed.
+bool is_read(const Command &command) {
+    return is_show(command) || std::string_view(command.pattern).starts_with("help");
+}
+
 // A line from the terminal, on the system's time; null at its end.
 char *read_terminal_line() {
     const card::RealTimeScope real_time;
@@ -100,21 +117,24 @@ Status Console::run_setting(const std::string &line, const std::string &where) {
 }
 
 Status Console::run_script(const std::string &path) {
-    return run_file(path, [this](const std::string &line, const std::string &where) {
-        const bool may_fail = line.starts_with('-');
-        const std::string command = may_fail ? line.substr(1) : line;
-        if (!line.empty()) {
-            std::printf("> %s%s\n", may_fail ? "-" : "", grammar_.without_secrets(command).c_str());
-        }
-        const Status status = run_line(command);
-        if (may_fail && status != Status::kQuit) {
-            return Status::kDone;
-        }
-        if (status == Status::kWrong || status == Status::kFailed) {
-            std::fprintf(stderr, "anti-cpu: %s: the script stops here\n", where.c_str());
-        }
-        return status;
-    });
+    return run_file(path,
+                    [this](const std::string &line, const std::string &where) { return run_script_line(line, where); });
+}
+
+Status Console::run_script_line(const std::string &line, const std::string &where) {
+    const bool may_fail = line.starts_with('-');
+    const std::string command = may_fail ? line.substr(1) : line;
+    if (!line.empty() && !session_.json) {
+        std::printf("> %s%s\n", may_fail ? "-" : "", grammar_.without_secrets(command).c_str());
+    }
+    const Status status = session_.json ? run_as_json(command) : run_line(command);
+    if (may_fail && status != Status::kQuit) {
+        return Status::kDone;
+    }
+    if (status == Status::kWrong || status == Status::kFailed) {
+        std::fprintf(stderr, "anti-cpu: %s: the script stops here\n", where.c_str());
+    }
+    return status;
 }
 
 Status Console::run_settings(const std::string &path) {
@@ -143,10 +163,49 @@ Status Console::run_terminal() {
         if (*line != '\0' && grammar_.without_secrets(line.get()) == line.get()) {
             add_history(line.get());
         }
-        if (run_line(line.get()) == Status::kQuit) {
+        if (run_paged(line.get()) == Status::kQuit) {
             return Status::kQuit;
         }
     }
+}
+
+bool Console::shows(const std::string &line) const {
+    const Command *const command = command_of(line);
+    return command != nullptr && is_show(*command);
+}
+
+const Command *Console::command_of(const std::string &line) const {
+    std::vector<std::string> words;
+    return split_line(line, words) ? grammar_.parse(words).command : nullptr;
+}
+
+// Nothing comes of a line without words.
+Status Console::run_as_json(const std::string &line) {
+    std::vector<std::string> words;
+    if (split_line(line, words) && words.empty()) {
+        return Status::kDone;
+    }
+    std::string error;
+    CaughtOutput output;
+    const Status status = run(line, error);
+    print_line_json(grammar_.without_secrets(line), status, error, shows(line), output.take());
+    std::fflush(stdout);
+    return status;
+}
+
+// What a "run" tells is read while it goes on.
+Status Console::run_paged(const std::string &line) {
+    const Command *const command = command_of(line);
+    if (!asks(line) && (command == nullptr || !is_read(*command))) {
+        return run_line(line);
+    }
+    CaughtOutput output;
+    const Status status = run_line(line);
+    if (const CaughtOutput::File caught = output.take()) {
+        show_paged(caught.get());
+        std::fflush(stdout);
+    }
+    return status;
 }
 
 Status Console::run(const std::string &line, std::string &error) {

@@ -129,6 +129,7 @@ void add_hardware_filters(Json &json) {
 }
 
 constexpr const char *kLimitTitle = "protcol name ";
+constexpr std::string_view kPasswordLabel = "server passwd";
 
 }  // namespace
 
@@ -156,16 +157,11 @@ Json limits_json() {
     return json;
 }
 
-std::string limits_text(uint32_t protocol) {
+std::string settings_text() {
     std::string text;
-    uint32_t id = 0;
-    for (const std::string &line : lines_of(printed_text(atc_limit_show))) {
-        if (line.starts_with(kLimitTitle)) {
-            id++;
-        }
-        if (protocol == 0 || (id == protocol && !line.empty())) {
-            text += line + "\n";
-        }
+    for (const std::string &line : lines_of(printed_text(atc_config_show))) {
+        const bool is_secret = line.starts_with(kPasswordLabel) && !trimmed(line.substr(kPasswordLabel.size())).empty();
+        text += (is_secret ? std::string(kPasswordLabel) + " ***" : line) + "\n";
     }
     return text;
 }
@@ -188,7 +184,9 @@ Json settings_json() {
                 const auto number = static_cast<uint32_t>(std::strtoul(value.c_str(), nullptr, 16));
                 std::memcpy(source.bytes.data(), &number, sizeof(number));
                 place = source_text(source);
-            } else if (label == "server user" || label == "server passwd") {
+            } else if (label == kPasswordLabel) {
+                place = value.empty() ? "" : "***";
+            } else if (label == "server user") {
                 place = value;
             } else {
                 place = static_cast<uint32_t>(std::strtoll(value.c_str(), nullptr, 10));

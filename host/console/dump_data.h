@@ -19,7 +19,7 @@ Json settings_json();
 Json trunks_json();
 Json port_map_json(int32_t highest);
 
-// The module's dump of limits, of one protocol or (0) of all.
-std::string limits_text(uint32_t protocol);
+// The module's dump of its settings; "***" stands for a password.
+std::string settings_text();
 
 }  // namespace host::console

@@ -2,7 +2,6 @@
 #include "console/grammar.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 #include <set>
 #include <utility>
@@ -15,172 +14,7 @@ namespace {
 
 constexpr const char *kHidden = "***";
 
-// Levenshtein distance.
-size_t distance(const std::string &a, const std::string &b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); j++) {
-        row[j] = j;
-    }
-    for (size_t i = 1; i <= a.size(); i++) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); j++) {
-            const size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
-        }
-    }
-    return row[b.size()];
-}
-
-// The known word that was probably meant; empty when none is near.
-std::string nearest(const std::string &word, const std::vector<std::string> &known) {
-    std::string best;
-    size_t best_distance = word.size() / 3 + 2;
-    for (const std::string &candidate : known) {
-        const size_t d = distance(word, candidate);
-        if (d < best_distance) {
-            best_distance = d;
-            best = candidate;
-        }
-    }
-    return best;
-}
-
-std::string joined(const std::vector<std::string> &parts) {
-    std::string text;
-    for (size_t i = 0; i < parts.size(); i++) {
-        text += (i == 0 ? "" : i + 1 == parts.size() ? " or " : ", ") + parts[i];
-    }
-    return text;
-}
-
-void add_once(std::vector<std::string> &parts, const std::string &part) {
-    if (std::ranges::find(parts, part) == parts.end()) {
-        parts.push_back(part);
-    }
-}
-
 }  // namespace
-
-bool split_line(const std::string &line, std::vector<std::string> &words, std::vector<Place> *places) {
-    bool closed = true;
-    size_t i = 0;
-    while (i < line.size()) {
-        if (std::isspace(static_cast<unsigned char>(line[i])) != 0) {
-            i++;
-            continue;
-        }
-        if (line[i] == '#') {
-            break;
-        }
-        const size_t begin = i;
-        std::string word;
-        while (i < line.size() && std::isspace(static_cast<unsigned char>(line[i])) == 0) {
-            if (line[i] != '"') {
-                word += line[i++];
-                continue;
-            }
-            const size_t end = std::min(line.size(), line.find('"', i + 1));
-            closed = end != line.size();
-            word += line.substr(i + 1, end - i - 1);
-            i = end + (closed ? 1 : 0);
-        }
-        words.push_back(word);
-        if (places != nullptr) {
-            places->push_back({begin, i});
-        }
-    }
-    return closed;
-}
-
-// Reads one pattern into the plain sequences that it stands for.
-class Grammar::PatternReader {
-public:
-    explicit PatternReader(const std::string &pattern) {
-        std::string part;
-        bool in_argument = false;
-        for (const char c : pattern + " ") {
-            in_argument = c == '<' || (in_argument && c != '>');
-            const bool bracket = !in_argument && std::string("[]()|").find(c) != std::string::npos;
-            if (c == ' ' || bracket) {
-                if (!part.empty()) {
-                    parts_.push_back(part);
-                    part.clear();
-                }
-                if (bracket) {
-                    parts_.emplace_back(1, c);
-                }
-            } else {
-                part += c;
-            }
-        }
-    }
-
-    std::vector<Sequence> read() {
-        std::vector<Sequence> sequences = read_choice();
-        if (next_ != parts_.size()) {
-            std::abort();  // the table's own mistake, seen at the first start
-        }
-        return sequences;
-    }
-
-private:
-    std::vector<Sequence> read_choice() {
-        std::vector<Sequence> all = read_sequence();
-        while (next_ < parts_.size() && parts_[next_] == "|") {
-            next_++;
-            const std::vector<Sequence> more = read_sequence();
-            all.insert(all.end(), more.begin(), more.end());
-        }
-        return all;
-    }
-
-    std::vector<Sequence> read_sequence() {
-        std::vector<Sequence> sequences{{}};
-        while (next_ < parts_.size() && parts_[next_] != "]" && parts_[next_] != ")" && parts_[next_] != "|") {
-            const std::string part = parts_[next_++];
-            std::vector<Sequence> tails;
-            if (part == "[" || part == "(") {
-                tails = read_choice();
-                next_++;  // the closing bracket
-                if (part == "[") {
-                    tails.emplace_back();
-                }
-            } else {
-                tails = {{element(part)}};
-            }
-            std::vector<Sequence> longer;
-            for (const Sequence &head : sequences) {
-                for (const Sequence &tail : tails) {
-                    longer.push_back(head);
-                    longer.back().insert(longer.back().end(), tail.begin(), tail.end());
-                }
-            }
-            sequences = std::move(longer);
-        }
-        return sequences;
-    }
-
-    static Element element(const std::string &part) {
-        if (part == "{match}" || part == "{hw-match}") {
-            return {Element::Type::kMatch, part, nullptr, part == "{match}" ? kFieldSoftware : kFieldHardware};
-        }
-        if (part[0] != '<') {
-            return {Element::Type::kWord, part, nullptr, 0};
-        }
-        const std::string inner = part.substr(1, part.size() - 2);
-        const size_t colon = inner.find(':');
-        const Kind *kind = find_kind(colon == std::string::npos ? inner : inner.substr(colon + 1));
-        if (kind == nullptr) {
-            std::abort();  // the table's own mistake, seen at the first start
-        }
-        return {Element::Type::kArgument, inner.substr(0, colon), kind, 0};
-    }
-
-    std::vector<std::string> parts_;
-    size_t next_ = 0;
-};
 
 Grammar::Grammar(const std::vector<Command> &commands) {
     for (const Command &command : commands) {
@@ -188,7 +22,7 @@ Grammar::Grammar(const std::vector<Command> &commands) {
         if (pattern.starts_with("show ")) {
             pattern += " [json]";
         }
-        for (Sequence &sequence : PatternReader(pattern).read()) {
+        for (Sequence &sequence : read_pattern(pattern)) {
             variants_.push_back({&command, std::move(sequence)});
         }
     }

@@ -11,17 +11,11 @@
 #include <vector>
 
 #include "console/command.h"
+#include "console/line_words.h"
 #include "console/match_fields.h"
+#include "console/pattern.h"
 
 namespace host::console {
-
-// Words of a line: separated by blanks, "quoted" ones with blanks in them, up to a '#' that begins a word; and their
-// places in the line. False when a quote is not closed: its word goes to the end of the line.
-struct Place {
-    size_t begin;
-    size_t end;
-};
-bool split_line(const std::string &line, std::vector<std::string> &words, std::vector<Place> *places = nullptr);
 
 struct Parsed {
     const Command *command = nullptr;  // null: the line is wrong
@@ -59,18 +53,6 @@ public:
     std::vector<std::string> completions(const std::vector<std::string> &words, const std::string &beginning) const;
 
 private:
-    struct Element {
-        enum class Type {
-            kWord,
-            kArgument,
-            kMatch
-        };
-        Type type;
-        std::string text;            // key word, or name of the argument
-        const Kind *kind = nullptr;  // of an argument
-        uint32_t uses = 0;           // of a match
-    };
-    using Sequence = std::vector<Element>;
     struct Variant {
         const Command *command;
         Sequence elements;
@@ -87,7 +69,6 @@ private:
         const Kind *kind;         // of an argument, else null
         const MatchField *field;  // a field's key word or value, else null
     };
-    class PatternReader;
 
     std::vector<State> begin() const;
     std::vector<Edge> edges(const std::vector<State> &states) const;

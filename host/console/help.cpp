@@ -102,11 +102,19 @@ std::string reference_page() {
     std::string page =
         "# The console of anti-cpu\n\n"
         "This page is drawn from the program's own table of commands: `anti-cpu reference > docs/console.md`.\n\n"
-        "The same lines are taken by `replay --config`, `-x`, `--script` and `--interactive`. Key words can be cut\n"
+        "The same lines are taken by `replay --config` and `-x` before the first packet, by `--then` behind the last,\n"
+        "and by `--script` and `--interactive`. Key words can be cut\n"
         "short while they are unambiguous, `?` behind any beginning lists what may follow, texts with blanks go into\n"
         "`\"quotes\"`, and `#` begins a comment. Parts in `[ ]` may be left out; of parts between `( | )` one is\n"
-        "chosen. Behind every `show` the word `json` gives the same as data. A wrong or failing line ends a file\n"
-        "of lines, but for a line of a script that begins with `-`.\n";
+        "chosen; parts between `[ | ]...` may stand in any order, each once. Behind every `show` the word `json` "
+        "gives\n"
+        "the same as data. A wrong or failing line ends a file\n"
+        "of lines, but for a line of a script that begins with `-`.\n\n"
+        "At a terminal, what has more lines than it goes through `$PAGER` (`less -FRX` where there is none), Ctrl-C\n"
+        "gives up the line that is typed or ends the `run` that goes on. Under `--json --script` each line gives one\n"
+        "JSON object on one line, and nothing else is printed: `line`, `status` (`done`, `failed` or `wrong`), and "
+        "`data`\n"
+        "(of a `show`), `text` (what else was printed) or `error`.\n";
     std::string verb;
     for (const Command &command : commands()) {
         if (verb_of(command) != verb) {

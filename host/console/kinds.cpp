@@ -35,11 +35,23 @@ std::optional<Value> read_protocol(std::string_view word) {
     return Value{std::string(word), id, {}};
 }
 
+constexpr const char *kEveryProtocol = "all";
+
+std::optional<Value> read_protocols(std::string_view word) {
+    return word == kEveryProtocol ? Value{std::string(word), 0, {}} : read_protocol(word);
+}
+
 std::vector<std::string> protocol_choices() {
     std::vector<std::string> names;
     for (uint32_t id = 1; id <= ATC_PROTOCOL_COUNT; id++) {
         names.push_back(protocol_name(id));
     }
+    return names;
+}
+
+std::vector<std::string> protocols_choices() {
+    std::vector<std::string> names = protocol_choices();
+    names.emplace_back(kEveryProtocol);
     return names;
 }
 
@@ -124,8 +136,10 @@ std::optional<Value> read_moment(std::string_view word) {
 
 const std::vector<Kind> &all_kinds() {
     static const std::string protocol = "a protocol (name, alias or 1 to " + std::to_string(ATC_PROTOCOL_COUNT) + ")";
+    static const std::string protocols = protocol + " or all";
     static const std::vector<Kind> kinds = {
         {"protocol", protocol.c_str(), read_protocol, protocol_choices},
+        {"protocols", protocols.c_str(), read_protocols, protocols_choices},
         {"port", "a port (0 to 4294967295)", read_number<0, UINT32_MAX>, nullptr},
         {"port-index", "the highest port (0 to 65535)", read_number<0, 65535>, nullptr},
         {"vlan", "a VLAN (0 to 4095)", read_number<0, 4095>, nullptr},
@@ -134,6 +148,7 @@ const std::vector<Kind> &all_kinds() {
         {"pps", "packets per second (0 = back to the default)", read_number<0, UINT32_MAX>, nullptr},
         {"seconds", "seconds (1 to 4294967295)", read_number<1, UINT32_MAX>, nullptr},
         {"count", "a number of packets (0 to 4294967295)", read_number<0, UINT32_MAX>, nullptr},
+        {"rows", "a number of rows (1 to 100000)", read_number<1, 100000>, nullptr},
         {"trace-count", "a number of packets (0 to 65535)", read_number<0, 65535>, nullptr},
         {"bytes", "a number of bytes (1 to 4294967295)", read_number<1, UINT32_MAX>, nullptr},
         {"id", "an id (1 to 4294967295)", read_number<1, UINT32_MAX>, nullptr},

@@ -18,7 +18,7 @@ namespace host::console {
 // A word that was read as its kind; which member counts follows from the kind.
 struct Value {
     std::string text;     // as typed
-    uint32_t number = 0;  // numbers, protocol ids, directions, on (1) and off (0), IPv4 addresses
+    uint32_t number = 0;  // numbers, protocol ids (0: all), directions, on (1) and off (0), IPv4 addresses
     Prefix prefix;        // addresses, with or without length
 };
 

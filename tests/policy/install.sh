@@ -11,7 +11,8 @@ trap 'rm -rf "$work"' EXIT
 example=$tree/docs/example/card.c
 
 cmake --install "$build" --prefix "$work/usr" >/dev/null
-for installed in include/anti_cpu/{anti_cpu,card_check,platform,protocols,types,version}.h bin/anti-cpu share/man/man1/anti-cpu.1; do
+for installed in include/anti_cpu/{anti_cpu,card_check,platform,protocols,types,version}.h bin/anti-cpu share/man/man1/anti-cpu.1 \
+    share/bash-completion/completions/anti-cpu; do
     [ -f "$work/usr/$installed" ] || { echo "$installed is not installed" >&2; exit 1; }
 done
 

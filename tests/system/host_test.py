@@ -4,6 +4,7 @@
 
 Usage: host_test.py ANTI_CPU [unittest arguments]
 """
+import fcntl
 import gzip
 import json
 import lzma
@@ -21,6 +22,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import threading
 import unittest
 
@@ -201,7 +203,9 @@ class HostTest(unittest.TestCase):
             (("replay", capture, "--script", self.work), 1, "cannot be read: Is a directory"),
             (("replay", capture, "--until", "03:46:19"), 1, "first packet, which came at 2021-09-02 03:46:20"),
             (("replay", capture, "--until", "9999-12-31T23:59:59"), 2, "no time before 2262"),
-            (("replay", capture, "-x", f"upload password file {secret}", "-x", "show settings"), 0, "passwd open sesame \n"),
+            (("replay", capture, "-x", f"upload password file {secret}", "-x", "show settings"), 0, "passwd ***\n"),
+            (("replay", capture, "-x", "show top"), 0, "before the first packet; --then 'show top', behind"),
+            (("replay", capture, "--then", "run 0"), 2, "--then 'run 0': the script stops here"),
             (("replay", capture, "-x", f"upload password file {long}"), 1, "more than the 31 characters"),
             (("replay", capture, "-x", f"upload password file {other}"), 1, "a control character in the password"),
             (("replay", capture, "-x", "set enable maybe"), 2, 'word 3 "maybe": expected on or off'),
@@ -352,7 +356,9 @@ class HostTest(unittest.TestCase):
     def at_a_terminal(self, *arguments):
         leader, follower = pty.openpty()
         self.addCleanup(os.close, leader)
-        process = self.start(*arguments, "--interactive", stdin=follower, stdout=follower, stderr=follower)
+        fcntl.ioctl(leader, termios.TIOCSWINSZ, struct.pack("HHHH", 40, 120, 0, 0))
+        process = self.start(*arguments, "--interactive", stdin=follower, stdout=follower, stderr=follower,
+                             env={**os.environ, "PAGER": "sed s/^/paged:/"})
         os.close(follower)
         output = bytearray()
 
@@ -398,6 +404,9 @@ class HostTest(unittest.TestCase):
             (b"\x10\n", b"show clock", b"03:46:32", b"anti-cpu> "),  # a secret is not remembered
             (b"\x04", b"anti-cpu> "),
             (b"show clock\n", b"03:46:51", b"none left", b"anti-cpu> "),
+            # More lines than the terminal has go through the pager.
+            (b"show settings\n", b"\rglobal enable 1", b"anti-cpu> "),
+            (b"show limits\n", b"paged:bgp ", b"anti-cpu> "),
             (b"quit\n", b"quit"),
         ]:
             with self.subTest(typed):

@@ -212,7 +212,7 @@ set capture tcp-syn source on
 upload server 127.0.0.1
 upload type ftp
 upload user {USER}
-upload password "{PASSWORD}"
+upload password file password
 upload enable on
 """
 
@@ -224,6 +224,7 @@ upload enable on
         flood, capture, settings, written = (self.work / name for name in ("flood", "capture", "settings", "written"))
         flood.write_text(self.FLOOD, encoding="utf-8")
         settings.write_text(self.SETTINGS, encoding="utf-8")
+        (self.work / "password").write_text(f"{PASSWORD}\nand more\n", encoding="utf-8")
         run(sys.executable, pathlib.Path(__file__).resolve().parent.parent / "traffic.py", flood, capture)
         options = ["--port", "3", "--fast-period", "10", "--config", settings, "--captures", written, "--events", "-"]
         output = run(PROGRAM, "replay", capture, *options, cwd=self.work, stderr=subprocess.STDOUT)
