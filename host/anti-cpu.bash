@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Completion of anti-cpu in bash; drawn by "anti-cpu completion bash".
 _anti_cpu() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} choices='' options='' lines=''
@@ -6,7 +7,7 @@ _anti_cpu() {
         choices='replay reference denies help completion'
     else
         case ${COMP_WORDS[1]} in
-            replay) choices='' options='-h --help --port --vlan --own-mac --fast-period --long-period --drain --chip-rules --memory-budget --captures --captures-quota --log --events --syslog --config -x --line --then --script --until --interactive --all --quiet --json' lines='-x --line --then' ;;
+            replay) choices='' options='-h --help --port --vlan --own-mac --fast-period --long-period --drain --chip-rules --memory-budget --captures --captures-quota --log --events --syslog --rates --interval --report --config -x --line --then --script --until --interactive --all --quiet --json' lines='-x --line --then' ;;
             reference) choices='' options='-h --help' lines='' ;;
             denies) choices='' options='-h --help' lines='' ;;
             help) choices='show clear set filter hw-filter debug capture upload trunk run help quit' options='-h --help' lines='' ;;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "completion.h"
 
 #include <vector>
@@ -9,7 +10,8 @@ namespace host {
 
 namespace {
 
-constexpr const char *kHead = R"(# Completion of anti-cpu in bash; drawn by "anti-cpu completion bash".
+constexpr const char *kHead = R"(# SPDX-License-Identifier: Apache-2.0
+# Completion of anti-cpu in bash; drawn by "anti-cpu completion bash".
 _anti_cpu() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} choices='' options='' lines=''
     COMPREPLY=()

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // completion.h: completion of the command line in bash, drawn from the tables of options and of operator's lines.
 //
 // Used by: main. Uses: CLI11's table, the console's grammar. Pure.

@@ -53,6 +53,12 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
     replay->add_option("--syslog", options.syslog,
                        "Where the same goes as syslog messages (RFC 5424): a socket's path such as /dev/log, or a "
                        "server (10.0.0.1:514)");
+    auto *rates = replay->add_option("--rates", options.rates_file,
+                                     "File of packets and bytes by class and flow over time (CSV)");
+    replay->add_option("--interval", options.interval_s, "Seconds between the rows of --rates [1]")
+        ->check(CLI::Range(1U, UINT32_MAX))
+        ->needs(rates);
+    replay->add_option("--report", options.report_file, "File of the report with its charts (one page of HTML)");
     replay->add_option("--config", options.config_file, "File of operator's lines, run before the first packet");
     replay->add_option("-x,--line", options.lines, "One such line, in quotes; may be given again")
         ->type_name(kLineType)

@@ -27,6 +27,9 @@ struct ReplayOptions {
     std::string log_file;
     std::string events_file;  // "-" = standard output, and nothing else there
     std::string syslog;       // path or server
+    std::string rates_file;
+    uint32_t interval_s = 1;  // of the rates
+    std::string report_file;
     std::string config_file;
     std::vector<std::string> lines;       // operator lines, after those of the file
     std::vector<std::string> then_lines;  // behind the last packet

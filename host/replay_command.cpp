@@ -14,11 +14,10 @@
 #include "clock/clock.h"
 #include "console/console.h"
 #include "event_log.h"
-#include "events/event_file.h"
-#include "events/syslog.h"
 #include "problems.h"
 #include "process.h"
 #include "replay.h"
+#include "replay_outputs.h"
 #include "replay_setup.h"
 #include "report.h"
 #include "report_data.h"
@@ -118,46 +117,6 @@ console::Status run_packets(const ReplayOptions &options, Replay &replay, consol
     return options.interactive ? console.run_terminal() : console::Status::kDone;
 }
 
-// Where events go as data, beside the report.
-class EventOutputs {
-public:
-    // False when one of them cannot be opened; the reason has been reported.
-    bool open(const ReplayOptions &options, Problems &problems) {
-        std::string error;
-        if (!options.events_file.empty() && !file_.emplace().open(options.events_file, error)) {
-            problems.report(options.events_file, "write", "cannot be written: " + error);
-            return false;
-        }
-        if (!options.syslog.empty() && !syslog_.emplace().open(options.syslog, error)) {
-            problems.report(options.syslog, "write", "takes no syslog messages: " + error);
-            return false;
-        }
-        return true;
-    }
-
-    void follow(Journal &journal) {
-        if (file_) {
-            file_->follow(journal);
-        }
-        if (syslog_) {
-            syslog_->follow(journal);
-        }
-    }
-
-    void close(Problems &problems, const ReplayOptions &options) const {
-        if (file_ && !file_->is_whole()) {
-            problems.report(options.events_file, "events", "not all events could be written");
-        }
-        if (syslog_ && syslog_->lost() > 0) {
-            problems.report(options.syslog, "syslog", std::to_string(syslog_->lost()) + " messages were not taken");
-        }
-    }
-
-private:
-    std::optional<EventFile> file_;
-    std::optional<Syslog> syslog_;
-};
-
 void print_results(const ReplayOptions &options, const Summary &summary) {
     if (options.json) {
         write_report(stdout, summary);
@@ -187,7 +146,7 @@ std::vector<std::string> command_words(const ReplayOptions &options, const conso
 
 // Everything between the files that are read and those that are written.
 console::Status replay_captures(const ReplayOptions &options, CaptureSet &captures, CapturesFolder &folder,
-                                std::FILE *log_file, EventOutputs &outputs) {
+                                std::FILE *log_file, ReplayOutputs &outputs, Problems &problems) {
     const bool led_by_operator = options.interactive || !options.script_file.empty();
     const bool prints_events = options.events_file == kStandardOutput;
     // A flood of alarms would push the answer off the screen; who reads a pipe waits for them.
@@ -220,9 +179,10 @@ console::Status replay_captures(const ReplayOptions &options, CaptureSet &captur
     const ModuleSettings settings = module_settings();
     std::optional<TrafficAccount> account;
     AlarmHistory alarms;
-    if (!options.quiet && !led_by_operator) {
+    if (outputs.counts_traffic() || (!options.quiet && !led_by_operator)) {
         account.emplace(options.vlan, replay.device_mac(), fast_limits(settings));
         replay.set_account(&*account);
+        outputs.follow(replay, *account);
         events.set_alarm_listener([&alarms](const AlarmEvent &event) { alarms.take(event); });
     }
     status = run_packets(options, replay, console);
@@ -230,11 +190,12 @@ console::Status replay_captures(const ReplayOptions &options, CaptureSet &captur
 
     captured.write_all();
     replay.settle();
+    std::optional<Verdict> verdict;
+    if (account) {
+        verdict.emplace(replay, *account, alarms, settings, command_words(options, console));
+        outputs.write_report(options, replay, *account, *verdict, problems);
+    }
     if (!led_by_operator && !prints_events) {
-        std::optional<Verdict> verdict;
-        if (account) {
-            verdict.emplace(replay, *account, alarms, settings, command_words(options, console));
-        }
         print_results(options, {captures, replay, events, real_time.count(), verdict ? &*verdict : nullptr});
     }
     if (!options.then_lines.empty() && kept_signal() == 0 &&
@@ -283,12 +244,12 @@ int replay_command(const ReplayOptions &options) {
             return kExitRefused;
         }
     }
-    EventOutputs outputs;
+    ReplayOutputs outputs;
     if (!outputs.open(options, problems)) {
         return kExitRefused;
     }
-    const console::Status status = replay_captures(options, captures, folder, log_file.get(), outputs);
-    outputs.close(problems, options);
+    const console::Status status = replay_captures(options, captures, folder, log_file.get(), outputs, problems);
+    outputs.close(options, problems);
     problems.check_written(stdout, "standard output");
     if (log_file) {
         problems.check_written(log_file.get(), options.log_file);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "console/caught_output.h"
 
 #include <array>
@@ -18,6 +19,7 @@ CaughtOutput::~CaughtOutput() {
 CaughtOutput::File CaughtOutput::take() {
     stdout = standard_;
     if (file_ && (std::fflush(file_.get()) != 0 || std::ferror(file_.get()) != 0)) {
+        std::fputs("anti-cpu: the temporary files have no room for what this line prints\n", stderr);
         file_.reset();
     }
     if (file_) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // caught_output.h: what a line prints, kept in a file until it is known how it shall be shown.
 //
 // A file without a name: a listing may be longer than memory is. Used by: console. Thread: the driving one; nothing
@@ -22,7 +23,8 @@ public:
     CaughtOutput(const CaughtOutput &) = delete;
     CaughtOutput &operator=(const CaughtOutput &) = delete;
 
-    // Gives standard output back, and the file from its beginning; null when nothing was caught, or not all of it.
+    // Gives standard output back, and the file from its beginning; null when nothing was caught, or (which is told) not
+    // all of it.
     File take();
 
 private:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "console/flow_view.h"
 
 #include <algorithm>
@@ -20,8 +21,8 @@ template <typename Use>
 void each_chosen(const Run &run, const FlowFilter &filter, Use use) {
     const AlarmListing alarms = list_alarms(run.alarms());
     each_chosen_row(
-        run.flows(), alarms.standing, [&filter](const FlowKey &flow) { return filter.chooses(flow); },
-        filter.only_over, use);
+        run.flows(), alarms.standing, [&filter](const FlowKey &flow) { return filter.chooses(flow); }, filter.only_over,
+        use);
 }
 
 // What the module counted, by whatever has a row.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flow_view.h: the flows that an operator asks for: by class, port, VLAN or limit, or those with the most packets.
 //
 // What the module's own flow table has no column or room for. Used by: commands_show. Uses: module_tables, report_data,

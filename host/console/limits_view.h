@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // limits_view.h: the limits and reactions of the protocols, with what differs from the defaults marked.
 //
 // Used by: commands_show. Uses: dump_data. Thread: the driving one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // line_json.h: what became of an operator's line, as one line of JSON.
 //
 // Used by: console. Uses: caught_output. Thread: the driving one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // line_words.h: the words of a console line, and the sentences of words that a message about them needs.
 //
 // Used by: grammar, console. Pure.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // pager.h: long output on a terminal, through the pager that the user has chosen.
 //
 // Used by: console. Thread: the driving one.

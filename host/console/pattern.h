@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // pattern.h: the plain sequences of key words and arguments that a pattern of the command table stands for.
 //
 // Used by: grammar. Uses: kinds, match_fields. Pure.

@@ -29,6 +29,9 @@ void TrafficAccount::count(const Packet &packet, uint32_t port, Outcome outcome)
     if (seen.address.type != ATC_SRC_MAC && seen.mac.type == ATC_SRC_MAC) {
         macs_({number, seen.mac}).add(packet, outcome, UINT32_MAX);
     }
+    for (const Reader &read : readers_) {
+        read({packet, outcome, number, flows_[number], total_});
+    }
 }
 
 uint32_t TrafficAccount::number_of(const FlowKey &flow) {

@@ -10,7 +10,9 @@
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <unordered_map>
+#include <vector>
 
 #include "anti_cpu/types.h"
 #include "packet_flow.h"
@@ -55,6 +57,15 @@ struct FlowTraffic {
     Traffic all;
 };
 
+// A packet behind its addition.
+struct CountedPacket {
+    const Packet &packet;
+    Outcome outcome;
+    uint32_t number;          // of its flow
+    const FlowTraffic &flow;  // with it
+    const Traffic &total;     // of all packets
+};
+
 class TrafficAccount {
 public:
     TrafficAccount(uint32_t vlan, const MacAddress &device, const FastLimits &limits)
@@ -62,6 +73,10 @@ public:
 
     // A packet that came in on this logical port.
     void count(const Packet &packet, uint32_t port, Outcome outcome);
+
+    // Called with every packet from now on.
+    using Reader = std::function<void(const CountedPacket &)>;
+    void add_reader(Reader reader) { readers_.push_back(std::move(reader)); }
 
     const FastLimits &limits() const { return limits_; }
     const Traffic &total() const { return total_; }
@@ -82,6 +97,7 @@ private:
     uint32_t last_ = 0;  // number of the last packet's flow
     AddressTable<Traffic> addresses_;
     AddressTable<Traffic> macs_;
+    std::vector<Reader> readers_;
 };
 
 }  // namespace host

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # completion.sh PROGRAM SCRIPT: the script is the one that the program draws, and bash completes with it.
 set -euo pipefail
 PATH=$(dirname "$1"):$PATH

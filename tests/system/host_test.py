@@ -4,6 +4,8 @@
 
 Usage: host_test.py ANTI_CPU [unittest arguments]
 """
+import csv
+import datetime
 import fcntl
 import gzip
 import json
@@ -192,6 +194,10 @@ class HostTest(unittest.TestCase):
             (("replay", missing), 1, "cannot be opened"),
             (("replay", capture, "--vlan", "4096"), 2, "4096"),
             (("replay", capture, "--events", str(self.work)), 1, "cannot be written"),
+            (("replay", capture, "--rates", str(self.work)), 1, "cannot be written: Is a directory"),
+            (("replay", capture, "--report", "/dev/full"), 1, "/dev/full: not all of the report"),
+            (("replay", capture, "--rates", "/dev/full"), 1, "/dev/full: not all rates"),
+            (("replay", capture, "--interval", "5"), 2, "--rates"),
             (("replay", capture, "--syslog", missing), 1, "takes no syslog messages"),
             (("replay", "-", "--interactive"), 2, "not the operator's terminal"),
             (("replay", capture, "--own-mac", "02:00"), 2, "no MAC address"),
@@ -482,6 +488,65 @@ class HostTest(unittest.TestCase):
         self.assertFalse(flood["addresses"]["number_is_exact"])
         self.assertAlmostEqual(flood["addresses"]["number"], 200000, delta=10000)
         self.assertEqual(report["verdict"]["alarms_raised"], report["summary"]["alarms_raised"])
+
+    OUTCOMES = (("offered", "packets"), ("stopped", "stopped_in_chip"), ("dropped", "dropped_in_software"), ("passed", "passed"))
+
+    def replay_with_report(self, capture, *arguments):
+        """The report as data, and what stands in the page."""
+        page = self.work / "page.html"
+        report, result = self.report(capture, "--report", page, *arguments)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        text = page.read_text(encoding="utf-8")
+        # The library, the licence, the data and the page's own; nothing is fetched.
+        self.assertEqual((text.count("<script"), text.count("</script>")), (4, 4))
+        self.assertIn("default-src 'none'", text)
+        self.assertEqual(re.findall("<link|<img|<iframe|@import|sourceMappingURL", text), [])
+        data = json.loads(re.search(r'id="data">(.*?)</script>', text, re.DOTALL).group(1))
+        self.assertEqual(data["verdict"], report["verdict"])
+        self.assertEqual([{key: shown[key] for key in flood} for shown, flood in zip(data["floods"], report["floods"])],
+                         report["floods"][:500])
+        self.assertEqual(sum(point[1] for point in data["total"]), report["summary"]["received"])
+        return report, data
+
+    def test_rates_and_page_agree_with_the_verdict(self):
+        capture, rates = self.work / "<" / "script><script>alert(1)<!--.pcap", self.work / "rates.csv"
+        capture.parent.mkdir()
+        shutil.copy(SAMPLES / "campus.pcap", capture)
+        lines = ["-x", "set hw-deny arp source on", "-x", "set deny tcp-syn on", "-x", "set capture arp on"]
+        report, data = self.replay_with_report(capture, "--fast-period", "5", "--rates", rates, "--interval", "7", *lines)
+        self.assertEqual(data["files"], [str(capture)])
+        with open(rates, encoding="utf-8", newline="") as file:
+            rows = list(csv.DictReader(file))
+        for row in rows:
+            self.assertEqual(datetime.datetime.fromisoformat(row["time"].replace("Z", "+00:00")).timestamp() % 7, 0)
+
+        def sums(chosen, unit="packets"):
+            return [sum(int(row[f"{outcome}_{unit}"]) for row in chosen) for outcome, _ in self.OUTCOMES]
+
+        all_packets = [sum(port[key] for port in report["port_verdicts"]) for key in ("offered", *(key for _, key in self.OUTCOMES[1:]))]
+        flows = [row for row in rows if row["of"] == "flow"]
+        self.assertEqual(sums(flows), all_packets)
+        self.assertEqual(sums([row for row in rows if row["of"] == "class"]), all_packets)
+        self.assertGreater(min(all_packets), 0)
+        self.assertEqual(sorted({row["protocol"] for row in flows}), sorted({row["protocol"] for row in rows}))
+        for flood, shown in zip(report["floods"], data["floods"]):
+            key = [str(flood[name]) for name in ("protocol", "port", "vlan")]
+            chosen = [row for row in flows if [row[name] for name in ("protocol", "port", "vlan")] == key]
+            self.assertEqual(sums(chosen), [flood[key] for _, key in self.OUTCOMES])
+            self.assertEqual(sums(chosen, "bytes")[0], flood["bytes"])
+            self.assertEqual([sum(point[i] for point in shown["points"]) for i in (1, 2, 3)], sums(chosen)[:3])
+            self.assertEqual(sum(mark["kind"] == "alarm" for mark in shown["marks"]), flood["alarms_raised"])
+        self.assertEqual({mark["kind"] for flood in data["floods"] for mark in flood["marks"]},
+                         {"alarm", "cleared", "rule", "withdrawn", "capture"})
+
+    def test_a_page_is_bounded(self):
+        for seconds in (0, 1, 600, 86400, 3 * 10**7):
+            packets = [(i * seconds / 1000, arp(1)) for i in range(1000)]
+            _, data = self.replay_with_report(self.file("capture", pcap(packets)), "--drain", "1")
+            self.assertLessEqual(data["total"][-1][0], 600)
+            self.assertGreaterEqual(data["width_s"] * 600, seconds * 0.999)
+        _, data = self.replay_with_report(self.file("empty", pcap([])))
+        self.assertEqual((data["total"], data["floods"]), ([], []))
 
     def test_two_replays_print_the_same(self):
         capture = self.traffic(TESTS / "scenarios" / "denied_source" / "traffic.txt")
