@@ -13,12 +13,10 @@ import json
 import os
 import pathlib
 import re
-import shutil
 import signal
 import statistics
 import subprocess
 import sys
-import tempfile
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "system"))
@@ -34,30 +32,6 @@ CONTROL = "/run/demonstration.control"
 PROTECTION = ["set fast-period 1", "set limit icmpv4 source fast 100", "set limit icmpv6-request source fast 100"]
 CLASSES = "stp lldp isis arp lacp ospfv2 icmpv4 icmpv6-request icmpv6-ns icmpv6-na dhcp tcp-syn bgp unknown-packet".split()
 PROTECTION += [f"set {what} {name} source on" for name in CLASSES for what in ("deny", "hw-deny")]
-
-
-def skip(reason):
-    print(f"skipped: {reason}")
-    sys.exit(77)
-
-
-def enter_own_machine():
-    """Starts this program anew with namespaces of its own, whose end is the end of everything it started."""
-    if os.environ.get("ATC_DEMONSTRATION"):
-        network.enter()
-        return
-    if os.geteuid() != 0:
-        skip("network namespaces need root")
-    if len(os.sched_getaffinity(0)) < 2:
-        skip("one processor floods, another one works: two are needed")
-    for tool in ("ip", "bridge", "vtysh", "/usr/lib/frr/ospfd", "lldpd", "busybox", "iperf3", "ping", "unshare"):
-        if not shutil.which(tool, path=os.environ["PATH"] + ":/usr/sbin:/sbin"):
-            skip(f"{tool} is not installed")
-    own = ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "--mount-proc"]
-    if subprocess.run([*own, "ip", "link", "add", "type", "bridge"], stderr=subprocess.DEVNULL).returncode != 0:
-        skip("no namespaces, or no bridge in them")
-    os.environ["PATH"] += ":/usr/sbin:/sbin"
-    os.execvpe(own[0], [*own, sys.executable, *sys.argv], {**os.environ, "ATC_DEMONSTRATION": "1"})
 
 
 class Guard:
@@ -81,8 +55,7 @@ class Guard:
 
     def counts(self):
         """offered, stopped, dropped, passed and lost copies of the port that is flooded."""
-        ports = json.loads(self.line("show card json"))["ports"]
-        return next(port for port in ports if port["port"] == 1)
+        return next(row for row in json.loads(self.line("show card json")) if row["port"] == 1)
 
     def processor_seconds(self):
         return network.processor_seconds(self.process.pid)
@@ -294,9 +267,11 @@ def demonstrate(net, options):
 
 def main():
     options = arguments()
-    enter_own_machine()
     # One processor is the flood's, the others are everybody else's.
     processors = sorted(os.sched_getaffinity(0))
+    if len(processors) < 2:
+        network.skip("one processor floods, another one works: two are needed")
+    network.enter_own_machine("bridge", "vtysh", "/usr/lib/frr/ospfd", "lldpd", "busybox", "iperf3", "ping")
     options.processor = processors[-1]
     os.sched_setaffinity(0, processors[:-1])
     folder = pathlib.Path("/run/demonstration")

@@ -15,6 +15,7 @@ import pathlib
 import re
 import shutil
 import subprocess
+import sys
 import time
 
 PATIENCE_S = 240 if os.environ.get("ATC_EMULATED") else 60
@@ -60,7 +61,7 @@ def run(*command, check=True, timeout=PATIENCE_S):
     """What a command prints; with 'check', it must not fail."""
     done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=timeout)
     if check and done.returncode != 0:
-        raise RuntimeError(f"{' '.join(command)}: exit status {done.returncode}: {done.stderr.strip()}")
+        raise RuntimeError(f"{' '.join(command)}: exit status {done.returncode}: {(done.stderr or done.stdout).strip()}")
     return done.stdout
 
 
@@ -269,10 +270,27 @@ def processor_seconds(pid):
     return sum(int(user) + int(system) for user, system in times) / os.sysconf("SC_CLK_TCK")
 
 
-def enter():
-    """Mounts of this process's own, so that FRR's and everybody's runtime files are nobody else's."""
+def skip(reason):
+    print(f"skipped: {reason}")
+    sys.exit(77)
+
+
+def enter_own_machine(*tools):
+    """Starts this program anew with namespaces and mounts of its own, whose end is the end of everything it started."""
+    if not os.environ.get("ATC_OWN_MACHINE"):
+        if os.geteuid() != 0:
+            skip("network namespaces need root")
+        os.environ["PATH"] += ":/usr/sbin:/sbin"
+        for tool in ("ip", "unshare", *tools):
+            if not shutil.which(tool):
+                skip(f"{tool} is not installed")
+        own = ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "--mount-proc"]
+        if subprocess.run([*own, "ip", "link", "add", "type", "bridge"], stderr=subprocess.DEVNULL).returncode != 0:
+            skip("no namespaces, or no bridge in them")
+        os.execvpe(own[0], [*own, sys.executable, *sys.argv], {**os.environ, "ATC_OWN_MACHINE": "1"})
     run("mount", "--make-rprivate", "/")
     for folder in ("/run", "/etc/frr"):
-        run("mount", "-t", "tmpfs", "demonstration", folder)
+        if os.path.isdir(folder):
+            run("mount", "-t", "tmpfs", "own", folder)
     for folder in ("/run/netns", "/run/frr", "/run/lldpd"):
         os.makedirs(folder, exist_ok=True)

@@ -1,0 +1,184 @@
+#!/usr/bin/env python3
+"""What befalls a protected machine when its protection is killed, stopped, refused or misled: faults_test.py ANTI_CPU
+
+The machine is a namespace with one neighbour. Whatever happens to the process, the neighbour must reach the machine.
+"""
+import json
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+import network
+
+CONTROL = "/run/faults.control"
+NEIGHBOUR_MAC = "02:00:00:00:00:01"
+
+
+RUNNING = []
+
+
+class Protection:
+    """anti-cpu run, at eth0 unless told otherwise; the text is what it has said so far."""
+
+    def __init__(self, *options, port="eth0", control=CONTROL, wrapper=()):
+        self.log = pathlib.Path("/run", f"protection.{time.monotonic_ns()}")
+        RUNNING.append(self)
+        with open(self.log, "wb") as file:
+            self.process = subprocess.Popen([*wrapper, PROGRAM, "run", "--port", port, "--control", control, *options],
+                                            stdin=subprocess.DEVNULL, stdout=file, stderr=file)
+
+    @property
+    def text(self):
+        return self.log.read_text()
+
+    def ready(self):
+        network.until("a protection that runs: " + self.text, lambda: "running;" in self.text or self.process.poll() is not None)
+        return self
+
+    def end(self, number=signal.SIGTERM):
+        self.process.send_signal(number)
+        return self.process.wait(network.PATIENCE_S)
+
+
+def console(line, **options):
+    return network.run(PROGRAM, "console", "--control", CONTROL, "-c", line, **options)
+
+
+def card():
+    return json.loads(console("show card json"))[0]
+
+
+def attached():
+    """What of ours hangs on the port."""
+    link = json.loads(network.run("ip", "-d", "-j", "link", "show", "dev", "eth0"))[0]
+    programs = json.loads(network.run("bpftool", "-j", "net", "show", "dev", "eth0"))[0]
+    return bool(link.get("xdp")), sorted(kind for kind in ("xdp", "tc", "tcx") if programs.get(kind))
+
+
+def lost_pings(count=20, interval=0.05):
+    text = network.at("neighbour", "ping", "-n", "-c", str(count), "-i", str(interval), "-W", "1", "10.0.0.254", check=False)
+    return count - int(re.search(r"(\d+) received", text)[1])
+
+
+class Faults(unittest.TestCase):
+    def setUp(self):
+        network.run("ip", "link", "add", "eth0", "type", "veth", "peer", "name", "eth0", "address", NEIGHBOUR_MAC, "netns", "neighbour")
+        network.run("ip", "address", "add", "10.0.0.254/24", "dev", "eth0")
+        network.at("neighbour", "ip", "address", "add", "10.0.0.1/24", "dev", "eth0")
+        network.at("neighbour", "ip", "link", "set", "eth0", "up")
+        network.run("ip", "link", "set", "eth0", "up")
+        network.until("a neighbour", lambda: lost_pings(1) == 0)
+
+    def tearDown(self):
+        while RUNNING:
+            RUNNING.pop().end(signal.SIGKILL)
+        network.run("ip", "link", "del", "eth0", check=False)
+        network.run("ip", "link", "del", "other", check=False)
+
+    def test_ended_in_order_it_leaves_nothing(self):
+        features = network.run("ethtool", "-k", "eth0")
+        for number in (signal.SIGTERM, signal.SIGINT):
+            protection = Protection().ready()
+            self.assertTrue(attached()[0], protection.text)
+            self.assertEqual(protection.end(number), 0, protection.text)
+            self.assertEqual(attached(), (False, []))
+            self.assertFalse(os.path.exists(CONTROL))
+        self.assertEqual(network.run("ethtool", "-k", "eth0"), features)
+
+    def test_killed_it_leaves_the_machine_reachable_and_comes_back(self):
+        protection = Protection().ready()
+        console("hw-filter deny 1 port 1 eth-type 0x0800 ip-protocol 1")
+        self.assertEqual(lost_pings(3), 3)
+        protection.end(signal.SIGKILL)
+        self.assertEqual(lost_pings(), 0)
+        self.assertFalse(attached()[0])
+        protection = Protection().ready()
+        self.assertEqual(lost_pings(), 0)
+        self.assertEqual(card()["lost"], 0)
+        self.assertEqual(protection.end(), 0, protection.text)
+        self.assertEqual(attached(), (False, []))
+
+    def test_stopped_it_blocks_nothing(self):
+        protection = Protection("--stall", "1").ready()
+        console("hw-filter deny 1 port 1 eth-type 0x0800 ip-protocol 1")
+        self.assertEqual(lost_pings(3), 3)
+        protection.process.send_signal(signal.SIGSTOP)
+        network.until("a kernel that has lost patience", lambda: lost_pings(1) == 0)
+        self.assertEqual(lost_pings(), 0)
+        protection.process.send_signal(signal.SIGCONT)
+        network.until("rules in force again", lambda: lost_pings(1) == 1)
+        counts = card()
+        self.assertGreaterEqual(counts["blind"], 20)
+        self.assertEqual(counts["offered"], counts["stopped"] + counts["dropped"] + counts["passed"])
+        self.assertEqual(protection.end(), 0, protection.text)
+
+    def test_what_cannot_be_is_refused_by_name(self):
+        rows = [("no such interface", {"port": "nowhere"}, "nowhere"),
+                ("no name", {"port": "=1"}, "--port =1"),
+                ("port number 0", {"port": "eth0=0"}, "1 to 59999"),
+                ("VLAN 4096", {"port": "eth0=1:4096"}, "eth0=1:4096"),
+                ("loopback twice as one port", {"options": ("--port", "lo=1"), "port": "eth0=1"}, "port number"),
+                ("settings that are not there", {"options": ("--config", "/nowhere")}, "/nowhere"),
+                ("a wrong line", {"options": ("-x", "set nonsense")}, "nonsense"),
+                ("no group", {"options": ("--operators", "no-such-group")}, "no-such-group"),
+                ("control in no folder", {"control": "/nowhere/socket"}, "/nowhere/socket"),
+                ("a user without rights", {"wrapper": ("setpriv", "--reuid=65534", "--clear-groups"), "control": "/tmp/faults.control"}, "ermi")]
+        for name, what, named in rows:
+            with self.subTest(name):
+                protection = Protection(*what.pop("options", ()), **what)
+                self.assertNotIn(protection.process.wait(network.PATIENCE_S), (0, -signal.SIGABRT, -signal.SIGSEGV), protection.text)
+                self.assertIn(named, protection.text)
+                self.assertEqual(attached(), (False, []))
+        self.assertEqual(lost_pings(), 0)
+
+    def test_a_second_one_does_not_disturb_the_first(self):
+        first = Protection().ready()
+        for control, named in ((CONTROL, CONTROL), (CONTROL + ".2", "eth0")):
+            second = Protection(control=control)
+            self.assertNotEqual(second.process.wait(network.PATIENCE_S), 0, second.text)
+            self.assertIn(named, second.text)
+        console("hw-filter deny 1 port 1 eth-type 0x0800 ip-protocol 1")
+        self.assertEqual(lost_pings(3), 3)
+        self.assertEqual(first.end(), 0, first.text)
+
+    def test_a_port_that_goes_and_comes(self):
+        protection = Protection("--port", "other=7").ready()
+        self.assertIn("other", protection.text)
+        network.run("ip", "link", "add", "other", "type", "veth")
+        network.run("ip", "link", "set", "other", "up")
+        network.until("the new port", lambda: any(row["port"] == 7 and row["state"] != "absent" for row in json.loads(console("show card json"))))
+        network.run("ip", "link", "set", "eth0", "down")
+        network.run("ip", "link", "set", "eth0", "name", "uplink")
+        network.run("ip", "link", "set", "uplink", "up", "mtu", "1400")
+        self.assertEqual(lost_pings(5), 0)
+        before = card()["offered"]
+        self.assertEqual(lost_pings(5), 0)
+        self.assertGreaterEqual(card()["offered"], before + 5)
+        network.run("ip", "link", "set", "uplink", "down")
+        network.run("ip", "link", "set", "uplink", "name", "eth0", "up")
+        network.run("ip", "link", "del", "eth0")
+        self.setUp()
+        network.until("the port again", lambda: attached()[0])
+        console("hw-filter deny 1 port 1 eth-type 0x0800 ip-protocol 1")
+        self.assertEqual(lost_pings(3), 3)
+        self.assertEqual(protection.end(), 0, protection.text)
+
+    def test_detached_by_somebody_else(self):
+        protection = Protection().ready()
+        network.run("ip", "link", "set", "eth0", "xdp", "off", check=False)
+        network.run("ip", "link", "set", "eth0", "xdpgeneric", "off", check=False)
+        self.assertTrue(attached()[0], "a link's program cannot be taken off the port: " + protection.text)
+        self.assertEqual(protection.end(), 0, protection.text)
+
+
+if __name__ == "__main__":
+    network.enter_own_machine("ping", "ethtool", "bpftool", "setpriv")
+    PROGRAM = os.path.abspath(sys.argv.pop(1))
+    network.run("ip", "netns", "add", "neighbour")
+    network.run("ip", "link", "set", "lo", "up")
+    unittest.main(verbosity=2)
