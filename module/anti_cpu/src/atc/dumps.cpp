@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // dumps.cpp: the console dumps of anti_cpu.h.
 //
-// Each prints a consistent picture: the mutex is held for the whole dump, but for that of the ports, which reads
-// nothing of the module's. Lines end with "\n\r", as the console expects. Changes nothing.
+// Each prints a consistent picture: the mutex is held for the whole dump, but for that of the limits, a picture of each
+// protocol with pauses between them, and that of the ports, which reads nothing of the module's. Lines end with "\n\r",
+// as the console expects. Changes nothing.
 #include <arpa/inet.h>
 
 #include "anti_cpu/anti_cpu.h"
@@ -37,6 +38,8 @@ int atc_limit_show(void) {
     const atc_guard_t guard;
     for (uint32_t id = 1; id <= ATC_PROTOCOL_COUNT; ++id) {
         show_protocol(id);
+        atc_hold_spend(ATC_HOLD_LIMIT);
+        atc_sem_pause_if_due();
     }
     return 0;
 }

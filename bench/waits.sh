@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# What a packet waits for while passes, sweeps, clears and reports run: a table, and a picture of it.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+. "$here/build.sh"
+
+usage() {
+    cat <<'TEXT'
+bench/waits.sh [--markdown] [--quick] [--build DIR] [--built]
+
+Builds the release preset when needed and prints a table; two minutes behind the build. Wants two idle cores.
+  --markdown   also write it into docs/performance.md, between its two markers, and the picture docs/waits.svg
+  --quick      at 10,000 flows only
+  --build DIR  build directory (build/bench), made when it is not there
+  --built      measure with what stands there, build nothing
+TEXT
+}
+
+quick=()
+while [ $# -gt 0 ]; do
+    case $1 in
+        --help) usage; exit 0 ;;
+        --quick) quick=(--quick); shift ;;
+        *)
+            take_option "$@"
+            [ "$taken" -gt 0 ] || { usage >&2; exit 2; }
+            shift "$taken"
+            ;;
+    esac
+done
+
+[ "$markdown" = no ] || has_section waits
+[ "$built" = yes ] || build_programs "$build" bench_waits
+load=$(cut -d' ' -f1-3 /proc/loadavg)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+"$build/bench_waits" --rows "${quick[@]}" >"$work/rows"
+{
+    machine "$build"
+    echo
+    awk -F'|' '
+        !header++ {
+            print "| while | flows | p50, us | p99 | p99.9 | p99.999 | longest | hold p99 | longest hold |"
+            print "|:------|------:|--------:|----:|------:|--------:|--------:|---------:|-------------:|"
+        }
+        $3 == "p50" { printf "| %s | %d |", $1, $2 }
+        { printf " %s |", $4 }
+        $3 == "held" { print "" }' "$work/rows"
+} >"$work/table"
+cat "$work/table"
+if [ "$markdown" = yes ]; then
+    paste_section waits "$work/table"
+    awk -F'|' -f "$here/waits_picture.awk" "$work/rows" >"$bench_root/docs/waits.svg"
+    echo 'written to docs/waits.svg' >&2
+fi
