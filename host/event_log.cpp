@@ -5,12 +5,31 @@
 
 namespace host {
 
-EventLog::EventLog(std::FILE *terminal, std::FILE *file, Keep keep) : terminal_(terminal), file_(file), keep_(keep) {
-    card::set_log_sink([this](const card::LogMessage &message) { take(message); });
+EventLog::EventLog(std::FILE *terminal, std::FILE *file, Keep keep, Taking taking)
+    : terminal_(terminal), file_(file), keep_(keep) {
+    card::set_log_sink([this, taking](const card::LogMessage &message) {
+        if (taking == Taking::kAtOnce) {
+            take(message);
+            return;
+        }
+        const std::lock_guard lock(mutex_);
+        kept_.push_back({message.realtime_ns, message.level, std::string(message.text)});
+    });
 }
 
 EventLog::~EventLog() {
     card::set_log_sink(nullptr);
+}
+
+void EventLog::take_kept() {
+    std::vector<Event> kept;
+    {
+        const std::lock_guard lock(mutex_);
+        kept.swap(kept_);
+    }
+    for (const Event &event : kept) {
+        take({event.realtime_ns, event.level, event.text});
+    }
 }
 
 void EventLog::take(const card::LogMessage &message) {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -33,11 +34,20 @@ public:
         kEvents
     };
 
+    // Who takes messages.
+    enum class Taking {
+        kAtOnce,  // whoever logs
+        kLater,   // take_kept: where others log while the driving thread reads what has been taken
+    };
+
     // Takes the card's log. Lines go to 'terminal' and 'file', each unless null; neither is closed here.
-    EventLog(std::FILE *terminal, std::FILE *file, Keep keep);
+    EventLog(std::FILE *terminal, std::FILE *file, Keep keep, Taking taking = Taking::kAtOnce);
     ~EventLog();
     EventLog(const EventLog &) = delete;
     EventLog &operator=(const EventLog &) = delete;
+
+    // Takes what has been logged since the last call. The driving thread.
+    void take_kept();
 
     const AlarmBook &alarms() const { return alarms_; }
     AlarmBook &alarms() { return alarms_; }
@@ -52,6 +62,8 @@ public:
 private:
     void take(const card::LogMessage &message);
 
+    std::mutex mutex_;  // around kept_
+    std::vector<Event> kept_;
     std::FILE *terminal_;
     std::FILE *file_;
     Keep keep_;

@@ -10,6 +10,9 @@
 #include "console/help.h"
 #include "console/kinds.h"
 #include "deny_widths.h"
+#ifdef ATC_LIVE
+#include "live/live_main.h"
+#endif
 #include "options.h"
 #include "problems.h"
 #include "process.h"
@@ -113,6 +116,12 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
         ->required()
         ->check(CLI::IsMember({"bash", "line"}));
     completion->add_option("LINE", line, "Beginning of an operator's line");
+#ifdef ATC_LIVE
+    LiveOptions live_options;
+    ConsoleOptions console_options;
+    const CLI::App *run = add_run(app, live_options);
+    const CLI::App *console = add_console(app, console_options);
+#endif
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
@@ -122,6 +131,14 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
         std::fputs((what == "bash" ? bash_completion(app) : completed_lines(line)).c_str(), stdout);
         return finish_output(kExitGood);
     }
+#ifdef ATC_LIVE
+    if (run->parsed()) {
+        return live_command(live_options);
+    }
+    if (console->parsed()) {
+        return finish_output(console_command(console_options));
+    }
+#endif
     if (!reference->parsed() && !help->parsed() && !denies->parsed()) {
         return replay_command(options);
     }

@@ -9,11 +9,8 @@ bool ReplayOutputs::open(const ReplayOptions &options, Problems &problems) {
         problems.report(where, "write", what + error);
         return false;
     };
-    if (!options.events_file.empty() && !events_.emplace().open(options.events_file, error)) {
-        return refused(options.events_file, "cannot be written: ");
-    }
-    if (!options.syslog.empty() && !syslog_.emplace().open(options.syslog, error)) {
-        return refused(options.syslog, "takes no syslog messages: ");
+    if (!events_.open(options.events_file, options.syslog, problems)) {
+        return false;
     }
     if (!options.rates_file.empty() && !rates_.emplace().open(options.rates_file, options.interval_s, error)) {
         return refused(options.rates_file, "cannot be written: ");
@@ -25,12 +22,7 @@ bool ReplayOutputs::open(const ReplayOptions &options, Problems &problems) {
 }
 
 void ReplayOutputs::follow(Journal &journal) {
-    if (events_) {
-        events_->follow(journal);
-    }
-    if (syslog_) {
-        syslog_->follow(journal);
-    }
+    events_.follow(journal);
 }
 
 void ReplayOutputs::follow(Replay &replay, TrafficAccount &account) {
@@ -50,12 +42,7 @@ void ReplayOutputs::write_report(const ReplayOptions &options, const Replay &rep
 }
 
 void ReplayOutputs::close(const ReplayOptions &options, Problems &problems) {
-    if (events_ && !events_->is_whole()) {
-        problems.report(options.events_file, "events", "not all events could be written");
-    }
-    if (syslog_ && syslog_->lost() > 0) {
-        problems.report(options.syslog, "syslog", std::to_string(syslog_->lost()) + " messages were not taken");
-    }
+    events_.close(problems);
     if (rates_ && !rates_->close()) {
         problems.report(options.rates_file, "rates", "not all rates could be written");
     }

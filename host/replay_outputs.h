@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // replay_outputs.h: the files that a replay writes beside what it prints: events, rates, the report.
 //
-// Used by: replay_command. Uses: event_file, syslog, rate_file, html_report. Thread: the driving one.
+// Used by: replay_command. Uses: outputs, rate_file, html_report. Thread: the driving one.
 #pragma once
 
 #include <optional>
 
-#include "events/event_file.h"
-#include "events/syslog.h"
+#include "events/outputs.h"
 #include "options.h"
 #include "page/html_report.h"
 #include "problems.h"
@@ -35,8 +34,7 @@ public:
     void close(const ReplayOptions &options, Problems &problems);
 
 private:
-    std::optional<EventFile> events_;
-    std::optional<Syslog> syslog_;
+    EventOutputs events_;
     std::optional<RateFile> rates_;
     std::optional<HtmlReport> report_;
 };

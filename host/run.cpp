@@ -26,6 +26,14 @@ PortCounts Run::received() const {
     return sum;
 }
 
+std::vector<PortState> Run::port_states() const {
+    std::vector<PortState> states;
+    for (const auto &[port, counts] : ports()) {
+        states.push_back({port, "", "replayed", counts});
+    }
+    return states;
+}
+
 bool Run::trunk_change(uint32_t trunk, uint32_t member, bool joins) {
     if (joins) {
         trunk_of_[member] = trunk;

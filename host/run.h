@@ -8,6 +8,8 @@
 
 #include <cstdint>
 #include <map>
+#include <string>
+#include <vector>
 
 #include "capture_reader.h"
 #include "clock/clock.h"
@@ -28,6 +30,18 @@ struct PortCounts {
     uint64_t passed = 0;
 };
 
+// A port as the operator sees it. What a replay does not know is 0.
+struct PortState {
+    uint32_t port;
+    std::string interface;  // empty: none
+    std::string state;      // "native", "generic", "down: no such interface"
+    PortCounts counts;
+    uint64_t sent = 0;
+    uint64_t transit = 0;  // not for this processor: forwarded, not looked at
+    uint64_t blind = 0;    // let through while the process did not show itself
+    uint64_t lost = 0;     // counted by the kernel, but not seen by the module
+};
+
 class Run {
 public:
     virtual ~Run();
@@ -43,6 +57,7 @@ public:
 
     virtual const std::map<uint32_t, PortCounts> &ports() const { return ports_; }
     PortCounts received() const;
+    virtual std::vector<PortState> port_states() const;
 
     // The console tells when it sets the fast period: a new period starts.
     virtual void fast_period_set(uint32_t seconds) { journal_.set_period(AlarmEvent::Period::kFast, seconds); }

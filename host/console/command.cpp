@@ -36,6 +36,10 @@ Status done_if_zero(uint32_t result, const char *reason) {
     return result == 0 ? Status::kDone : failed(reason);
 }
 
+bool as_json(const Session &session, const Arguments &arguments) {
+    return session.json || arguments.has("json");
+}
+
 Status print_json(const Json &json) {
     host::print_json(stdout, json);
     return Status::kDone;

@@ -77,6 +77,8 @@ const std::vector<Command> &commands();
 Status failed(const char *reason);
 // kDone when 'result' is 0, otherwise as above.
 Status done_if_zero(uint32_t result, const char *reason);
+// Whether a "show" line prints data.
+bool as_json(const Session &session, const Arguments &arguments);
 Status print_json(const Json &json);
 
 }  // namespace host::console

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// commands_card.cpp: "trunk": what the card reports to the module.
+// commands_card.cpp: "show card" and "trunk": the card's ports, and what it reports to the module.
+#include <array>
+
 #include "console/command_rows.h"
+#include "text_table.h"
 
 namespace host::console {
 
@@ -12,10 +15,56 @@ Status trunk_change(Session &session, const Arguments &arguments) {
     return taken ? Status::kDone : failed("nobody has registered for trunk changes");
 }
 
+struct StateColumn {
+    const char *name;
+    uint64_t (*value)(const PortState &);
+};
+constexpr std::array<StateColumn, 8> kStateColumns = {{
+    {"offered", [](const PortState &state) { return state.counts.offered; }},
+    {"stopped", [](const PortState &state) { return state.counts.stopped; }},
+    {"dropped", [](const PortState &state) { return state.counts.dropped; }},
+    {"passed", [](const PortState &state) { return state.counts.passed; }},
+    {"sent", [](const PortState &state) { return state.sent; }},
+    {"transit", [](const PortState &state) { return state.transit; }},
+    {"blind", [](const PortState &state) { return state.blind; }},
+    {"lost", [](const PortState &state) { return state.lost; }},
+}};
+
+Status show_card(Session &session, const Arguments &arguments) {
+    const std::vector<PortState> states = session.run.port_states();
+    if (as_json(session, arguments)) {
+        Json rows = Json::array();
+        for (const PortState &state : states) {
+            Json row = {{"port", state.port}, {"interface", state.interface}, {"state", state.state}};
+            for (const StateColumn &column : kStateColumns) {
+                row[column.name] = column.value(state);
+            }
+            rows.push_back(row);
+        }
+        return print_json(rows);
+    }
+    std::vector<TextTable::Column> columns = {
+        {"port", TextTable::Align::kRight}, {"interface", TextTable::Align::kLeft}, {"state", TextTable::Align::kLeft}};
+    for (const StateColumn &column : kStateColumns) {
+        columns.push_back({column.name, TextTable::Align::kRight});
+    }
+    TextTable table(std::move(columns));
+    for (const PortState &state : states) {
+        std::vector<std::string> row = {std::to_string(state.port), state.interface, state.state};
+        for (const StateColumn &column : kStateColumns) {
+            row.push_back(std::to_string(column.value(state)));
+        }
+        table.add(std::move(row));
+    }
+    table.print(stdout);
+    return Status::kDone;
+}
+
 }  // namespace
 
 std::vector<Command> card_rows() {
     return {
+        {"show card", "The card's ports, and what became of their packets", show_card},
         {"trunk <trunk:number> (join | leave) <port>",
          "A port joins or leaves a trunk; packets on members are the trunk's", trunk_change},
     };

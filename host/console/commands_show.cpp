@@ -19,10 +19,6 @@ namespace host::console {
 
 namespace {
 
-bool as_json(const Session &session, const Arguments &arguments) {
-    return session.json || arguments.has("json");
-}
-
 Status print_text(const std::string &text) {
     // The module's dumps stand between empty lines.
     const size_t first = text.find_first_not_of('\n');

@@ -208,6 +208,11 @@ Status Console::run_paged(const std::string &line) {
     return status;
 }
 
+bool Console::only_looks(const std::string &line) const {
+    const Command *const command = command_of(line);
+    return asks(line) || command == nullptr || is_read(*command) || std::string_view(command->pattern) == "quit";
+}
+
 Status Console::run(const std::string &line, std::string &error) {
     std::vector<std::string> words;
     if (!split_line(line, words)) {

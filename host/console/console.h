@@ -35,6 +35,9 @@ public:
     // Reads lines from the terminal until "quit", its end or a signal that ends the replay.
     Status run_terminal();
 
+    // Whether a line changes nothing, whatever it asks for.
+    bool only_looks(const std::string &line) const;
+
     const Grammar &grammar() const { return grammar_; }
     // Whether this line is one that shows something.
     bool shows(const std::string &line) const;

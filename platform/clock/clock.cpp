@@ -51,14 +51,15 @@ struct Rendezvous {
     std::mutex mutex;
     std::condition_variable idle;  // 'running' has reached 0; the driver waits for it
     std::vector<Waiter *> waiters;
-    std::atomic<uint32_t> running = 0;                // written under the mutex
-    std::function<void(int64_t)> driver_sleep;        // the driver's own
-    std::function<void()> before_drive;               // the driver's own
-    std::atomic<int64_t> next_deadline_ns = kNever;   // written under the mutex
-    std::atomic<bool> attention = false;              // notified, or a thread was started, since the last drive
-    std::atomic<const void *> driver_mark = nullptr;  // &thread_mark of the driver
-    int64_t target_ns = kNobodyDrives;                // of the drive that is on, CLOCK_MONOTONIC
-    const std::function<bool()> *stop = nullptr;      // ends that drive early
+    std::atomic<uint32_t> running = 0;                 // written under the mutex
+    std::function<void(int64_t)> driver_sleep;         // the driver's own
+    std::atomic<const void *> sleeper_mark = nullptr;  // &thread_mark of whoever set it
+    std::function<void()> before_drive;                // the driver's own
+    std::atomic<int64_t> next_deadline_ns = kNever;    // written under the mutex
+    std::atomic<bool> attention = false;               // notified, or a thread was started, since the last drive
+    std::atomic<const void *> driver_mark = nullptr;   // &thread_mark of the driver
+    int64_t target_ns = kNobodyDrives;                 // of the drive that is on, CLOCK_MONOTONIC
+    const std::function<bool()> *stop = nullptr;       // ends that drive early
 };
 
 // Never destroyed: tasks wait here until the process has gone.
@@ -147,6 +148,7 @@ void Clock::settle() {
 
 void Clock::set_driver_sleep(std::function<void(int64_t length_ns)> sleep) {
     g.driver_sleep = std::move(sleep);
+    g.sleeper_mark = g.driver_sleep ? &thread_mark : nullptr;
 }
 
 void Clock::set_before_drive(std::function<void()> look) {
@@ -158,7 +160,11 @@ void Clock::sleep_for(int64_t length_ns) {
         return;
     }
     if (!is_driver()) {
-        wait(length_ns, nullptr);
+        if (!is_simulated() && g.sleeper_mark.load(std::memory_order_relaxed) == &thread_mark) {
+            g.driver_sleep(length_ns);
+        } else {
+            wait(length_ns, nullptr);
+        }
         return;
     }
     const int64_t end_ns = realtime_ns() + length_ns;

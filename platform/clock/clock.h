@@ -57,9 +57,9 @@ public:
     // or when nothing is simulated, it does nothing.
     void settle();
 
-    // Driver only, an empty function restores the default. What the driver does when it is asked to sleep: by default
-    // run_until(now + length). A replay sets this to feed the packets of that span too; what it leaves of the span is
-    // run afterwards.
+    // What the driver of a simulation, or live the thread that calls this, does when it is asked to sleep; an empty
+    // function restores the default: run_until(now + length), or sleep. A replay sets this to feed the packets of that
+    // span too; what it leaves of the span is run afterwards.
     void set_driver_sleep(std::function<void(int64_t length_ns)> sleep);
 
     // Driver only; an empty function takes it back. Called by the driver, with no lock held, before it lets other

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+// live_card.h: the card on the machine that it runs on: packets of its ports, judged by the module.
+//
+// Reads copies from the kernel, hands them to the module, turns its verdicts into software denies, follows interfaces
+// and shows itself to the kernel. Whoever drives it calls look() again and again; a query of the module that measures
+// for a second goes on looking meanwhile. Used by: live_command. Uses: run, guard, live_ports, soft_denies. Thread: the
+// driving one.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <unordered_map>
+
+#include "live/soft_denies.h"
+#include "ports/live_ports.h"
+#include "run.h"
+
+namespace host {
+
+class LiveCard : public Run {
+public:
+    // 'say' gets a line for people: ports that come and go, copies that are lost.
+    LiveCard(EventLog &events, card::Guard &guard, card::LivePorts &ports, const MacAddress &device_mac,
+             std::function<void(const std::string &)> say);
+    ~LiveCard() override;
+
+    // Starts the module, and attaches the ports that are there. Returns how many.
+    size_t start();
+
+    // Deals with what there is. Returns how many copies there were.
+    size_t look();
+
+    void run_for(int64_t length_ns);
+
+    const std::map<uint32_t, PortCounts> &ports() const override;
+    std::vector<PortState> port_states() const override;
+    void settle() override;
+
+    const card::LivePorts &live_ports() const { return live_ports_; }
+    const card::Guard &guard() const { return guard_; }
+    const SoftDenies &soft_denies() const { return denies_; }
+
+private:
+    // A port as packets come from it.
+    struct Source {
+        PacketFlow flow;
+        uint16_t vlan;
+    };
+    void take(const kernel_copy &copy, const uint8_t *frame);
+    void look_at_ports(bool anyway);
+    void look_at_losses(int64_t now_ns);
+    const Source &source_of(uint32_t port);
+
+    card::Guard &guard_;
+    card::LivePorts &live_ports_;
+    MacAddress device_mac_;
+    std::function<void(const std::string &)> say_;
+    SoftDenies denies_;
+    card::Guard::Reader reader_;
+    std::unordered_map<uint32_t, Source> sources_;  // by port
+    int64_t next_second_ns_ = 0;
+    int64_t losses_told_ns_ = 0;
+    uint64_t losses_told_ = 0;
+    uint64_t refusals_told_ = 0;
+};
+
+}  // namespace host

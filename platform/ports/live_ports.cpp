@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ports/live_ports.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace card {
+
+namespace {
+
+std::string name_of(const LivePort &port) {
+    return "port " + std::to_string(port.spec.port) + " (" + port.spec.interface + ")";
+}
+
+}  // namespace
+
+void LivePorts::add(const PortSpec &spec) {
+    const std::vector<Interface> all = interfaces();
+    if (std::ranges::any_of(all, [&](const Interface &one) { return one.name == spec.interface && one.is_bond; })) {
+        bonds_.push_back(spec);
+    } else {
+        new_port(spec);
+    }
+}
+
+LivePort &LivePorts::new_port(const PortSpec &spec) {
+    LivePort port;
+    port.spec = spec;
+    port.index = static_cast<uint32_t>(ports_.size());
+    return ports_.emplace_back(std::move(port));
+}
+
+std::vector<LivePorts::Change> LivePorts::look(bool anyway) {
+    std::vector<Change> changes;
+    if (!watches_) {
+        watches_ = watch_.open();
+    }
+    if (!watch_.has_changed() && !anyway) {
+        return changes;
+    }
+    const std::vector<Interface> all = interfaces();
+    add_members(all, changes);
+    for (LivePort &port : ports_) {
+        look_at(port, all, changes);
+    }
+    if (!guard_.set_addresses(local_addresses())) {
+        changes.push_back(
+            {"the kernel has no room for all addresses of this machine: packets to some are not watched"});
+    }
+    return changes;
+}
+
+// Members of bonds: those that have come are ports from now on, those that have left are nobody's.
+void LivePorts::add_members(const std::vector<Interface> &all, std::vector<Change> &changes) {
+    for (const PortSpec &bond : bonds_) {
+        for (const Interface &one : all) {
+            const bool is_known = std::ranges::any_of(ports_, [&](const LivePort &port) {
+                return port.spec.interface == one.name && port.trunk == bond.port;
+            });
+            if (one.master == bond.interface && !is_known) {
+                const auto number = static_cast<uint32_t>(kFirstMemberPort + ports_.size());
+                LivePort &port = new_port({one.name, number, bond.vlan});
+                port.trunk = bond.port;
+                changes.push_back(
+                    {name_of(port) + " joins trunk " + std::to_string(bond.port) + " (" + bond.interface + ")",
+                     bond.port, number, true});
+            }
+        }
+    }
+}
+
+void LivePorts::look_at(LivePort &port, const std::vector<Interface> &all, std::vector<Change> &changes) {
+    const auto same_index = std::ranges::find(all, port.interface, &Interface::index);
+    if (port.attachment != nullptr && same_index == all.end()) {
+        detach(port, "the interface has gone", changes);
+    } else if (port.attachment != nullptr && !port.attachment->is_attached()) {
+        detach(port, "somebody has taken the program off", changes);
+    } else if (port.attachment != nullptr) {
+        if (same_index->name != port.spec.interface) {
+            changes.push_back({name_of(port) + " is called " + same_index->name + " now"});
+            port.spec.interface = same_index->name;
+        }
+        return;
+    }
+    const auto found = std::ranges::find(all, port.spec.interface, &Interface::name);
+    if (found == all.end()) {
+        if (std::exchange(port.trouble, "no such interface") != port.trouble) {
+            changes.push_back({name_of(port) + ": no such interface; it is waited for"});
+        }
+        return;
+    }
+    const kernel_port kernel{port.spec.port, port.index, port.spec.vlan, static_cast<__u8>(all_frames_ ? 1 : 0), 0};
+    std::string error = "the kernel has no room for it";
+    if (guard_.set_port(found->index, kernel)) {
+        port.attachment = Attachment::attach(guard_, found->name, found->index, mode_, error);
+    }
+    if (port.attachment == nullptr) {
+        guard_.forget_port(found->index);
+        if (std::exchange(port.trouble, error) != error) {
+            changes.push_back({name_of(port) + " is not protected: " + error});
+        }
+        return;
+    }
+    port.interface = found->index;
+    port.trouble.clear();
+    changes.push_back({name_of(port) + " is protected, VLAN " + std::to_string(port.spec.vlan) + ", " +
+                       (mode_ == PortMode::kNative ? "native" : "generic") + " mode" +
+                       (port.attachment->sees_tags() ? "" : "; VLAN tags stand beside its frames and are not seen")});
+}
+
+void LivePorts::detach(LivePort &port, const std::string &why, std::vector<Change> &changes) {
+    guard_.forget_port(port.interface);
+    port.attachment.reset();
+    port.interface = 0;
+    changes.push_back({name_of(port) + " is not protected any more: " + why});
+}
+
+}  // namespace card

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+// live_ports.h: the interfaces that are watched, as they come and go.
+//
+// Attaches the kernel's program to each named interface, or to the members of a bond, tells the kernel which port it
+// is, and keeps the machine's addresses there true. An interface that vanishes is waited for by its name; one that is
+// renamed stays attached. Used by: the host's live card. Uses: attachment, interfaces, guard. Thread: one.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ports/attachment.h"
+#include "ports/interfaces.h"
+
+namespace card {
+
+struct PortSpec {
+    std::string interface;
+    uint32_t port;  // 1 to 65535
+    uint16_t vlan;  // of frames without a tag
+};
+
+struct LivePort {
+    PortSpec spec;
+    uint32_t trunk = 0;      // that it is a member of; 0 = none
+    uint32_t index = 0;      // of its counters
+    uint32_t interface = 0;  // index; 0 = not there
+    std::unique_ptr<Attachment> attachment;
+    std::string trouble;  // why it is not attached, as last told
+};
+
+class LivePorts {
+public:
+    LivePorts(Guard &guard, PortMode mode, bool all_frames) : guard_(guard), mode_(mode), all_frames_(all_frames) {}
+
+    // A port more; a bond is a trunk, whose members get port numbers from kFirstMemberPort on.
+    void add(const PortSpec &spec);
+
+    // What is told of: a line for people, and members that join or leave a trunk.
+    struct Change {
+        std::string text;
+        uint32_t trunk = 0;
+        uint32_t member = 0;
+        bool joins = false;
+    };
+    // Looks at the machine's interfaces and addresses, when they have changed since the last look or 'anyway'.
+    std::vector<Change> look(bool anyway);
+
+    const std::vector<LivePort> &ports() const { return ports_; }
+    PortMode mode() const { return mode_; }
+
+private:
+    static constexpr uint32_t kFirstMemberPort = 60000;
+
+    LivePort &new_port(const PortSpec &spec);
+    void add_members(const std::vector<Interface> &all, std::vector<Change> &changes);
+    void look_at(LivePort &port, const std::vector<Interface> &all, std::vector<Change> &changes);
+    void detach(LivePort &port, const std::string &why, std::vector<Change> &changes);
+
+    Guard &guard_;
+    PortMode mode_;
+    bool all_frames_;
+    InterfaceWatch watch_;
+    bool watches_ = false;
+    std::vector<PortSpec> bonds_;
+    std::vector<LivePort> ports_;
+};
+
+}  // namespace card
