@@ -150,6 +150,10 @@ int LiveProcess::run() {
             return kExitUsage;
         }
     }
+    if (!options_.config_file.empty() && !read_lines(options_.config_file, settings_)) {
+        problems_.report(options_.config_file, "read", "cannot be read: " + std::generic_category().message(errno));
+        return kExitRefused;
+    }
     std::string error;
     if (!control_.open(options_.control, options_.operators, options_.observers, error)) {
         problems_.report("--control " + options_.control, "control", error);
@@ -237,11 +241,8 @@ bool LiveProcess::start_ports() {
             return false;
         }
     }
-    if (!options_.config_file.empty()) {
-        if (!read_lines(options_.config_file, settings_) ||
-            console_->run_settings(options_.config_file) != console::Status::kDone) {
-            return false;
-        }
+    if (!options_.config_file.empty() && console_->run_settings(options_.config_file) != console::Status::kDone) {
+        return false;
     }
     say("running; `anti-cpu console --control " + options_.control + "` is the operator's terminal");
     return true;
