@@ -4,14 +4,16 @@ _anti_cpu() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} choices='' options='' lines=''
     COMPREPLY=()
     if [ "$COMP_CWORD" -eq 1 ]; then
-        choices='replay reference denies help completion'
+        choices='replay reference denies help completion run console'
     else
         case ${COMP_WORDS[1]} in
             replay) choices='' options='-h --help --port --vlan --own-mac --fast-period --long-period --drain --chip-rules --memory-budget --captures --captures-quota --log --events --syslog --rates --interval --report --config -x --line --then --script --until --interactive --all --quiet --json' lines='-x --line --then' ;;
             reference) choices='' options='-h --help' lines='' ;;
             denies) choices='' options='-h --help' lines='' ;;
-            help) choices='show clear set filter hw-filter debug capture upload trunk run help quit' options='-h --help' lines='' ;;
+            help) choices='show clear set filter hw-filter debug capture upload show trunk run help quit' options='-h --help' lines='' ;;
             completion) choices='bash' options='-h --help' lines='' ;;
+            run) choices='' options='-h --help --port --config -x --line --generic --all --captures --captures-quota --log --events --syslog --control --operators --observers --stall --chip-rules --memory-budget' lines='' ;;
+            console) choices='' options='-h --help --control -c --line --json' lines='' ;;
         esac
     fi
     case " $lines " in

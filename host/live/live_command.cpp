@@ -23,6 +23,7 @@
 #include "live/class_tables.h"
 #include "live/live_card.h"
 #include "live/live_options.h"
+#include "module_settings.h"
 #include "options.h"
 #include "os/os.h"
 #include "problems.h"
@@ -231,6 +232,7 @@ bool LiveProcess::start_ports() {
     session_ = std::make_unique<console::Session>(console::Session{*card_, nullptr, *captures_, false, false});
     console_ = std::make_unique<console::Console>(*session_);
     const size_t attached = card_->start();
+    session_->defaults = module_settings();
     if (attached == 0) {
         problems_.report("run", "ports", "no port could be protected");
         return false;

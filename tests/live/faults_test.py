@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """What befalls a protected machine when its protection is killed, stopped, refused or misled: faults_test.py ANTI_CPU
 
 The machine is a namespace with one neighbour. Whatever happens to the process, the neighbour must reach the machine.
