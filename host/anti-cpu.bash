@@ -10,17 +10,17 @@ _anti_cpu() {
             replay) choices='' options='-h --help --port --vlan --own-mac --fast-period --long-period --drain --chip-rules --memory-budget --captures --captures-quota --log --events --syslog --rates --interval --report --config -x --line --then --script --until --interactive --all --quiet --json' lines='-x --line --then' ;;
             reference) choices='' options='-h --help' lines='' ;;
             denies) choices='' options='-h --help' lines='' ;;
-            help) choices='show clear set filter hw-filter debug capture upload show trunk run help quit' options='-h --help' lines='' ;;
+            help) choices='show clear set filter hw-filter debug capture upload trunk run help quit' options='-h --help' lines='' ;;
             completion) choices='bash' options='-h --help' lines='' ;;
-            run) choices='' options='-h --help --port --config -x --line --generic --all --captures --captures-quota --log --events --syslog --control --operators --observers --stall --chip-rules --memory-budget' lines='' ;;
-            console) choices='' options='-h --help --control -c --line --json' lines='' ;;
+            run) choices='' options='-h --help --port --config -x --line --generic --all --captures --captures-quota --log --events --syslog --control --operators --observers --stall --chip-rules --memory-budget' lines='-x --line' ;;
+            console) choices='' options='-h --help --control -c --line --json' lines='-c --line' ;;
         esac
     fi
     case " $lines " in
         *" $before "*)
             local beginning=${word#[\'\"]}
             mapfile -t COMPREPLY < <("$1" completion line "${beginning//\\/}" 2>/dev/null)
-            compopt -o filenames -o nospace 2>/dev/null
+            compopt -o filenames -o nospace 2>/dev/null || true
             return
             ;;
     esac

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "completion.h"
 
+#include <set>
 #include <vector>
 
 #include "console/command.h"
@@ -24,7 +25,7 @@ constexpr const char *kTail = R"(        esac
         *" $before "*)
             local beginning=${word#[\'\"]}
             mapfile -t COMPREPLY < <("$1" completion line "${beginning//\\/}" 2>/dev/null)
-            compopt -o filenames -o nospace 2>/dev/null
+            compopt -o filenames -o nospace 2>/dev/null || true
             return
             ;;
     esac
@@ -44,14 +45,13 @@ void append(std::string &list, const std::string &word) {
 std::string choices_of(const CLI::App &command) {
     std::string choices;
     if (command.get_name() == "help") {
-        std::string last;
+        std::set<std::string> seen;
         for (const console::Command &row : console::commands()) {
             const std::string pattern = row.pattern;
             const std::string verb = pattern.substr(0, pattern.find(' '));
-            if (verb != last) {
+            if (seen.insert(verb).second) {
                 append(choices, verb);
             }
-            last = verb;
         }
     }
     return command.get_name() == "completion" ? "bash" : choices;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "live/live_main.h"
 
+#include "completion.h"
+
 namespace host {
 
 CLI::App *add_run(CLI::App &app, LiveOptions &options) {
@@ -12,6 +14,7 @@ CLI::App *add_run(CLI::App &app, LiveOptions &options) {
         ->allow_extra_args(false);
     run->add_option("--config", options.config_file, "File of operator's lines; SIGHUP runs those that are new");
     run->add_option("-x,--line", options.lines, "One such line, in quotes; may be given again")
+        ->type_name(kLineType)
         ->allow_extra_args(false);
     run->add_flag("--generic", options.generic, "In front of the stack, for drivers without XDP");
     run->add_flag("--all", options.all,
@@ -41,6 +44,7 @@ CLI::App *add_console(CLI::App &app, ConsoleOptions &options) {
     CLI::App *console = app.add_subcommand("console", "Operator's terminal to a running `anti-cpu run`");
     console->add_option("--control", options.control, "Its socket")->capture_default_str();
     console->add_option("-c,--line", options.lines, "Give this line and leave; may be given again")
+        ->type_name(kLineType)
         ->allow_extra_args(false);
     console->add_flag("--json", options.json, "Show data in place of text");
     return console;
