@@ -25,6 +25,7 @@ import network  # noqa: E402
 import recipes  # noqa: E402
 
 PINGS_S = 20
+COUNTERS = ("offered", "stopped", "dropped", "passed", "lost")
 SHORT_S = 20  # floods shorter than this do not average their beginning away
 CONTROL = "/run/demonstration.control"
 # Every sender over its limit is stopped in the chip, and in software until the chip does. Limits are the default ones, but
@@ -37,9 +38,9 @@ PROTECTION += [f"set {what} {name} source on" for name in CLASSES for what in ("
 class Guard:
     """The running protection of the router."""
 
-    def __init__(self, program, folder):
+    def __init__(self, program, folder, more):
         self.program, self.folder = program, folder
-        (folder / "protection").write_text("\n".join(PROTECTION) + "\n")
+        (folder / "protection").write_text("\n".join(PROTECTION + more) + "\n")
         self.log = folder / "anti-cpu.log"
         self.process = network.start("router", self.log, program, "run", "--port", "eth0=1", "--port", "eth1=2",
                                      "--config", str(folder / "protection"), "--control", CONTROL)
@@ -117,7 +118,7 @@ def one_flood(net, options, name, quiet):
             before, used = guard.counts(), guard.processor_seconds()
             row["with"] = observe(net, options.seconds + 2, command)
             after = guard.counts()
-            row["with"]["counts"] = {key: after[key] - before[key] for key in ("offered", "stopped", "dropped", "passed", "lost")}
+            row["with"]["counts"] = {key: after[key] - before[key] for key in COUNTERS}
             row["with"]["guard_cpu"] = guard.processor_seconds() - used
             row["with"]["good_frames"] = frames_of_good
     frames.unlink()
@@ -126,7 +127,7 @@ def one_flood(net, options, name, quiet):
 
 @contextlib.contextmanager
 def protected(net, options):
-    guard = Guard(options.program, net.folder)
+    guard = Guard(options.program, net.folder, options.line)
     try:
         yield guard
     finally:
@@ -224,6 +225,7 @@ def arguments():
     parser.add_argument("--floods", type=lambda text: text.split(","), default=list(recipes.FLOODS), help="some of: " + ", ".join(recipes.FLOODS))
     parser.add_argument("--quota", type=int, default=10, help="percent of a processor that the router's daemons have [10]")
     parser.add_argument("--megabits", type=int, default=100, help="a second, forwarded through the router; 0: as many as go [100]")
+    parser.add_argument("--line", action="append", default=[], help="operator's line behind those of the protection; again and again")
     parser.add_argument("--without", action="store_true", help="only the runs without protection")
     parser.add_argument("--json", help="file for all that was measured")
     options = parser.parse_args()
@@ -249,7 +251,7 @@ def demonstrate(net, options):
     print()
     print_table(rows, quiet, options)
     harmless = [row["name"] for row in rows if is_harmless(row["without"])]
-    print("\nNo session, ping or LLDP neighbour is lost without protection to: " + (", ".join(harmless) or "none of them") + ".")
+    print("\nNo session, ping or LLDP neighbour is lost without protection to: " + (", ".join(harmless) or "none of them"))
     if options.json:
         pathlib.Path(options.json).write_text(json.dumps({"quiet": quiet, "floods": rows}, indent=1))
     if len(harmless) == len(rows) and len(rows) == len(recipes.FLOODS):

@@ -50,8 +50,8 @@ def console(line, **options):
     return network.run(PROGRAM, "console", "--control", CONTROL, "-c", line, **options)
 
 
-def card():
-    return json.loads(console("show card json"))[0]
+def card(port=1):
+    return next(row for row in json.loads(console("show card json")) if row["port"] == port)
 
 
 def attached():
@@ -128,7 +128,8 @@ class Faults(unittest.TestCase):
                 ("a wrong line", {"options": ("-x", "set nonsense")}, "nonsense"),
                 ("no group", {"options": ("--operators", "no-such-group")}, "no-such-group"),
                 ("control in no folder", {"control": "/nowhere/socket"}, "/nowhere/socket"),
-                ("a user without rights", {"wrapper": ("setpriv", "--reuid=65534", "--clear-groups"), "control": "/tmp/faults.control"}, "ermi")]
+                ("a user without rights", {"wrapper": ("setpriv", "--reuid=65534", "--clear-groups"),
+                                           "control": "/run/open/faults.control"}, "ermi")]
         for name, what, named in rows:
             with self.subTest(name):
                 protection = Protection(*what.pop("options", ()), **what)
@@ -152,7 +153,7 @@ class Faults(unittest.TestCase):
         self.assertIn("other", protection.text)
         network.run("ip", "link", "add", "other", "type", "veth")
         network.run("ip", "link", "set", "other", "up")
-        network.until("the new port", lambda: any(row["port"] == 7 and row["state"] != "absent" for row in json.loads(console("show card json"))))
+        network.until("the new port", lambda: card(7)["state"] == "native")
         network.run("ip", "link", "set", "eth0", "down")
         network.run("ip", "link", "set", "eth0", "name", "uplink")
         network.run("ip", "link", "set", "uplink", "up", "mtu", "1400")
@@ -182,4 +183,5 @@ if __name__ == "__main__":
     PROGRAM = os.path.abspath(sys.argv.pop(1))
     network.run("ip", "netns", "add", "neighbour")
     network.run("ip", "link", "set", "lo", "up")
+    network.run("install", "-d", "-m", "777", "/run/open")
     unittest.main(verbosity=2)
