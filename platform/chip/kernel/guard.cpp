@@ -74,7 +74,7 @@ std::unique_ptr<Guard> Guard::load(const GuardOptions &options, std::string &err
     }
     std::unique_ptr<Guard> guard(new Guard(program));
     program->rodata->classes = options.classes;
-    std::ranges::copy(options.device_mac, program->rodata->device_mac);
+    std::memcpy(program->rodata->device_mac, options.device_mac.data(), options.device_mac.size());
     program->bss->patience_ns = options.patience_ns;
     bpf_program__set_autoload(program->progs.probe, options.with_probe);
     if (const int result = guard_bpf__load(program); result != 0) {

@@ -5,7 +5,6 @@
 #include <bpf/libbpf.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <numeric>
 #include <utility>
@@ -106,9 +105,8 @@ bool KernelRules::take_slot(const KeyBits &mask, uint32_t *slot) {
     }
     std::memcpy(&tables_.masks[unused], &mask, sizeof(mask));
     users_[unused] = 1;
-    std::atomic_thread_fence(std::memory_order_release);
     if (*tables_.mask_count <= unused) {
-        *tables_.mask_count = unused + 1;
+        __atomic_store_n(tables_.mask_count, unused + 1, __ATOMIC_RELEASE);  // behind the mask
     }
     *slot = unused;
     return true;
