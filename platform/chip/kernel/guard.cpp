@@ -27,7 +27,7 @@ uint64_t monotonic_ns() {
     return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
 }
 
-// What libbpf has to say, the last line of it: the caller decides whether it is told.
+// What libbpf has to say, the first line of it: the caller decides whether it is told.
 std::string &last_words() {
     static thread_local std::string words;
     return words;
@@ -48,8 +48,9 @@ std::string reason(int error) {
     std::string text = std::generic_category().message(error);
     switch (error) {
         case EPERM:
-        case EACCES:
             return text + " (it takes root, or CAP_BPF, CAP_NET_ADMIN and CAP_PERFMON)";
+        case EACCES:
+            return "its verifier refuses it: " + last_words();
         case ENOSYS:
             return text + " (this kernel was built without BPF)";
         default:

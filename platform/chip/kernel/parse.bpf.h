@@ -122,8 +122,12 @@ static __always_inline __u16 port_class(__u16 src, __u16 dst, int is_tcp, __u16 
     __u32 b = classes.row[(dst % slots) & 63] & 63;
     a = classes.port[a] == src && a < classes.rows ? a : classes.rows & 63;
     b = classes.port[b] == dst && b < classes.rows ? b : classes.rows & 63;
-    const __u32 first = (a < b ? a : b) & 63;
-    const __u32 second = (a < b ? b : a) & 63;
+    /* The verifier of 6.1 follows a comparison into branches that cannot be: bounds are given again behind it. */
+    __u32 first = a < b ? a : b;
+    __u32 second = a < b ? b : a;
+    __asm__ volatile("" : "+r"(first), "+r"(second));
+    first &= 63;
+    second &= 63;
     const __u16 by_first = is_tcp ? classes.tcp[first] : classes.udp[first];
     const __u16 by_second = is_tcp ? classes.tcp[second] : classes.udp[second];
     return by_first != 0 ? by_first : by_second != 0 ? by_second : otherwise;
