@@ -17,6 +17,7 @@
 #include "problems.h"
 #include "process.h"
 #include "replay_command.h"
+#include "what_if.h"
 
 namespace {
 
@@ -69,6 +70,11 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
     replay->add_option("--then", options.then_lines, "One such line behind the last packet; may be given again")
         ->type_name(kLineType)
         ->allow_extra_args(false);
+    replay
+        ->add_option("--what-if", options.what_if,
+                     "One such line, in quotes; may be given again. The captures are replayed once without these lines "
+                     "and once with them, and the difference is printed")
+        ->allow_extra_args(false);
     replay->add_option("--script", options.script_file,
                        "File of operator's lines that lead the replay (\"run 60\", \"run until alarm\"); what it "
                        "prints is the output");
@@ -85,6 +91,10 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
     replay->add_flag("--all", options.all, "Print alarms as they come and every table, then the verdict");
     replay->add_flag("--quiet", options.quiet, "Print the summary only");
     replay->add_flag("--json", options.json, "Print one JSON object in place of messages and tables");
+    for (const char *other :
+         {"--captures", "--log", "--events", "--syslog", "--script", "--until", "--interactive", "--all", "--quiet"}) {
+        replay->get_option("--what-if")->excludes(replay->get_option(other));
+    }
 }
 
 // The exit status of a text that has been printed.
@@ -140,7 +150,7 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
     }
 #endif
     if (!reference->parsed() && !help->parsed() && !denies->parsed()) {
-        return replay_command(options);
+        return options.what_if.empty() ? replay_command(options) : what_if_command(options);
     }
     const std::string text = help->parsed()     ? console::help_text(verb)
                              : denies->parsed() ? denies_page()

@@ -32,6 +32,7 @@ struct ReplayOptions {
     std::string report_file;
     std::string config_file;
     std::vector<std::string> lines;       // operator lines, after those of the file
+    std::vector<std::string> what_if;     // the same, after these, in the second of two replays
     std::vector<std::string> then_lines;  // behind the last packet
     std::string captures_folder;
     uint64_t captures_quota_mb = 100;

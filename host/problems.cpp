@@ -11,7 +11,7 @@ void Problems::report(const std::string &where, const std::string &kind, const s
     count_++;
     uint64_t &seen = seen_[where + ": " + kind];
     seen++;
-    if (seen <= shown_per_kind) {
+    if (seen <= shown_per_kind && tell_ == Tell::kAtOnce) {
         std::fprintf(stderr, "anti-cpu: %s: %s\n", where.c_str(), text.c_str());
     }
 }
@@ -27,7 +27,7 @@ void Problems::check_written(std::FILE *file, const std::string &name) {
 
 void Problems::close() {
     for (const auto &[what, seen] : seen_) {
-        if (seen > shown_per_kind) {
+        if (seen > shown_per_kind && tell_ == Tell::kAtOnce) {
             std::fprintf(stderr, "anti-cpu: %s: %" PRIu64 " times in all\n", what.c_str(), seen);
         }
     }

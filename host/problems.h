@@ -18,6 +18,12 @@ class Problems {
 public:
     static constexpr uint64_t shown_per_kind = 5;
 
+    enum class Tell {
+        kAtOnce,
+        kNot  // count only: another replay of the same file has told
+    };
+    explicit Problems(Tell tell = Tell::kAtOnce) : tell_(tell) {}
+
     // 'where' names the file, 'kind' is what repeats, 'text' the whole message behind "where: ".
     void report(const std::string &where, const std::string &kind, const std::string &text);
 
@@ -32,6 +38,7 @@ public:
 private:
     std::map<std::string, uint64_t> seen_;  // by "where: kind"
     uint64_t count_ = 0;
+    Tell tell_;
 };
 
 }  // namespace host

@@ -52,6 +52,11 @@ console::Status run_settings(const ReplayOptions &options, console::Console &con
             status = console.run_setting(line, "-x " + shown);
         }
     }
+    for (const std::string &line : options.what_if) {
+        if (status == console::Status::kDone) {
+            status = console.run_setting(line, "--what-if '" + console.grammar().without_secrets(line) + "'");
+        }
+    }
     return status;
 }
 

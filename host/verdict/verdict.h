@@ -35,6 +35,7 @@ public:
     // Without those that were over their limit for a moment only.
     size_t flood_count() const { return flood_count_; }
     bool is_flooded() const { return flood_count_ > 0; }
+    uint32_t alarms_raised() const { return alarms_raised_; }
     // One line.
     std::string headline() const;
 
