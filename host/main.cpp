@@ -17,29 +17,39 @@
 #include "problems.h"
 #include "process.h"
 #include "replay_command.h"
+#include "tune/tune_command.h"
 #include "what_if.h"
 
 namespace {
 
 using namespace host;
 
+// What packets are, and what the module is told before the first of them.
+void add_common(CLI::App &command, ReplayOptions &options) {
+    command
+        .add_option("--port", options.ports,
+                    "Port of the packets [1]; given again: of the next file. Further interfaces of a pcapng file are "
+                    "the ports behind it")
+        ->allow_extra_args(false);
+    command.add_option("--vlan", options.vlan, "VLAN of frames without a tag [1]")->check(CLI::Range(0, 4095));
+    command.add_option("--own-mac", options.own_mac, "The device's own MAC address: frames from it are sent packets")
+        ->check([](const std::string &text) {
+            return parse_mac(text) ? std::string() : "'" + text + "' is no MAC address (00:11:22:33:44:55)";
+        });
+    command.add_option("--fast-period", options.fast_period_s, "Length of the fast period in seconds [300]")
+        ->check(CLI::Range(1U, UINT32_MAX));
+    command.add_option("--config", options.config_file, "File of operator's lines, run before the first packet");
+    command.add_option("-x,--line", options.lines, "One such line, in quotes; may be given again")
+        ->type_name(kLineType)
+        ->allow_extra_args(false);
+}
+
 void add_replay(CLI::App &app, ReplayOptions &options) {
     CLI::App *replay = app.add_subcommand("replay", "Show captured packets to the module and report what it finds");
     replay
         ->add_option("FILE", options.files, "Captures (pcap or pcapng, Ethernet); replayed in the order of their times")
         ->required();
-    replay
-        ->add_option("--port", options.ports,
-                     "Port of the packets [1]; given again: of the next file. Further interfaces of a pcapng file are "
-                     "the ports behind it")
-        ->allow_extra_args(false);
-    replay->add_option("--vlan", options.vlan, "VLAN of frames without a tag [1]")->check(CLI::Range(0, 4095));
-    replay->add_option("--own-mac", options.own_mac, "The device's own MAC address: frames from it are sent packets")
-        ->check([](const std::string &text) {
-            return parse_mac(text) ? std::string() : "'" + text + "' is no MAC address (00:11:22:33:44:55)";
-        });
-    replay->add_option("--fast-period", options.fast_period_s, "Length of the fast period in seconds [300]")
-        ->check(CLI::Range(1U, UINT32_MAX));
+    add_common(*replay, options);
     replay->add_option("--long-period", options.long_period_s, "Length of the long period in seconds [3600]")
         ->check(CLI::Range(1U, UINT32_MAX));
     replay->add_option("--drain", options.drain_s,
@@ -63,10 +73,6 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
         ->check(CLI::Range(1U, UINT32_MAX))
         ->needs(rates);
     replay->add_option("--report", options.report_file, "File of the report with its charts (one page of HTML)");
-    replay->add_option("--config", options.config_file, "File of operator's lines, run before the first packet");
-    replay->add_option("-x,--line", options.lines, "One such line, in quotes; may be given again")
-        ->type_name(kLineType)
-        ->allow_extra_args(false);
     replay->add_option("--then", options.then_lines, "One such line behind the last packet; may be given again")
         ->type_name(kLineType)
         ->allow_extra_args(false);
@@ -74,6 +80,7 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
         ->add_option("--what-if", options.what_if,
                      "One such line, in quotes; may be given again. The captures are replayed once without these lines "
                      "and once with them, and the difference is printed")
+        ->type_name(kLineType)
         ->allow_extra_args(false);
     replay->add_option("--script", options.script_file,
                        "File of operator's lines that lead the replay (\"run 60\", \"run until alarm\"); what it "
@@ -97,6 +104,20 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
     }
 }
 
+void add_tune(CLI::App &app, TuneOptions &options) {
+    CLI::App *tune =
+        app.add_subcommand("tune", "Recommend limits from captures of good days, and of floods, and say what they do");
+    tune->add_option("FILE", options.replay.files, "Captures of good days (pcap or pcapng, Ethernet); each on its own")
+        ->required();
+    tune->add_option("--flood", options.floods, "Capture of a flood; may be given again")->allow_extra_args(false);
+    tune->add_option("--margin", options.margin,
+                     "How many times what good captures need the limits are, where no flood is in the way [2]")
+        ->check(CLI::Range(1.0, 1000.0));
+    tune->add_option("--write", options.write_file, "File that the limits are written to, as lines for --config");
+    add_common(*tune, options.replay);
+    tune->add_flag("--json", options.replay.json, "Print one JSON object in place of tables");
+}
+
 // The exit status of a text that has been printed.
 int finish_output(int status) {
     Problems problems;
@@ -115,6 +136,8 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
     options.command.assign(argv, argv + argc);
     std::string verb;
     add_replay(app, options);
+    TuneOptions tune_options;
+    add_tune(app, tune_options);
     const CLI::App *reference = app.add_subcommand("reference", "Print the page on the operator's lines (Markdown)");
     const CLI::App *denies = app.add_subcommand("denies", "Print the page on how wide deny rules are (Markdown)");
     CLI::App *help = app.add_subcommand("help", "List the operator's lines");
@@ -149,6 +172,9 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
         return finish_output(console_command(console_options));
     }
 #endif
+    if (app.got_subcommand("tune")) {
+        return tune_command(tune_options);
+    }
     if (!reference->parsed() && !help->parsed() && !denies->parsed()) {
         return options.what_if.empty() ? replay_command(options) : what_if_command(options);
     }

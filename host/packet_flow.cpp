@@ -35,6 +35,11 @@ Source address_of(const atc_pkt_info_t &info) {
 
 }  // namespace
 
+bool is_from(const Packet &packet, const MacAddress &address) {
+    return packet.len >= kSourceOffset + address.size() &&
+           std::memcmp(packet.data + kSourceOffset, address.data(), address.size()) == 0;
+}
+
 // As the module takes a received packet.
 SeenPacket PacketFlow::look(const Packet &packet, uint32_t logical_port) const {
     atc_pkt_info_t info;
@@ -44,7 +49,7 @@ SeenPacket PacketFlow::look(const Packet &packet, uint32_t logical_port) const {
     if (has_mac) {
         seen.mac = source_of(ATC_SRC_MAC, packet.data + kSourceOffset, device_.size());
     }
-    if (has_mac && std::memcmp(packet.data + kSourceOffset, device_.data(), device_.size()) == 0) {
+    if (is_from(packet, device_)) {
         info.protocol = ATC_SELF;
     } else {
         atc_packet_parser(packet.data, packet.len, &info);

@@ -17,6 +17,9 @@ struct SeenPacket {
     Source mac;      // the frame's source MAC; type ATC_SRC_NONE: the frame is too short to have one
 };
 
+// Whether the frame's source MAC is this address.
+bool is_from(const Packet &packet, const MacAddress &address);
+
 class PacketFlow {
 public:
     // 'vlan' is that of frames without a tag, 'device' the address that the module knows as its own.

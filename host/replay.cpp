@@ -2,7 +2,6 @@
 #include "replay.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "anti_cpu/anti_cpu.h"
 #include "os/os.h"
@@ -130,7 +129,7 @@ void Replay::show_progress(bool goes_on) {
 }
 
 void Replay::deliver(const Packet &packet) {
-    if (is_own(packet)) {
+    if (settings_.own_mac && is_from(packet, *settings_.own_mac)) {
         hand_over_sent(packet);  // the switching chip only stands in the way of packets that come in
         return;
     }
@@ -159,12 +158,6 @@ void Replay::look_up(uint32_t port) {
     last_port_ = port;
     last_logical_ = logical_port(port);
     last_counts_ = &ports_[port];
-}
-
-bool Replay::is_own(const Packet &packet) const {
-    constexpr uint32_t source_offset = 6;
-    return settings_.own_mac && packet.len >= source_offset + settings_.own_mac->size() &&
-           std::memcmp(packet.data + source_offset, settings_.own_mac->data(), settings_.own_mac->size()) == 0;
 }
 
 }  // namespace host

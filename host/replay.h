@@ -69,7 +69,6 @@ private:
     void show_progress(bool goes_on);
     void deliver(const Packet &packet);
     void look_up(uint32_t port);
-    bool is_own(const Packet &packet) const;
 
     CaptureSet &captures_;
     card::Chip &chip_;

@@ -67,6 +67,15 @@ std::string percent(uint64_t part, uint64_t whole) {
     return text;
 }
 
+std::string rate_text(uint64_t packets, uint32_t seconds) {
+    if (packets >= uint64_t{10} * seconds) {
+        return with_commas(packets / seconds);
+    }
+    char text[16];
+    std::snprintf(text, sizeof(text), "%.1f", static_cast<double>(packets) / seconds);
+    return text;
+}
+
 std::string shell_quoted(const std::string &word) {
     const char *const plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:=,+@%";
     if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) {

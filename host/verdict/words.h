@@ -24,6 +24,9 @@ std::string counted(uint64_t number, const char *singular, const char *plural);
 // "80 %" of 'whole'; "less than 1 %", "more than 99 %" where it would be 0 or 100 by rounding only.
 std::string percent(uint64_t part, uint64_t whole);
 
+// "2,002", "0.3": packets a second over this many; below ten with a tenth.
+std::string rate_text(uint64_t packets, uint32_t seconds);
+
 // For a shell: as it is, or in single quotes.
 std::string shell_quoted(const std::string &word);
 
