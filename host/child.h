@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // child.h: work in a process of its own, for what a process has only one of: the module and its card.
 //
 // Used by: trial. Uses: process (signals). Thread: the process's first, before the module has been started.

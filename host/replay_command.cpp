@@ -144,6 +144,32 @@ std::vector<std::string> command_words(const ReplayOptions &options, const conso
     return words;
 }
 
+// What tune has to know of these options.
+std::vector<std::string> tune_words(const ReplayOptions &options, const console::Console &console) {
+    if (std::ranges::count(options.files, kStandardInput) > 0) {
+        return {};
+    }
+    std::vector<std::string> words{options.command.front(), "tune"};
+    words.insert(words.end(), options.files.begin(), options.files.end());
+    const auto add = [&words](const char *option, const std::string &value, bool is_given) {
+        if (is_given) {
+            words.insert(words.end(), {option, value});
+        }
+    };
+    const ReplayOptions defaults;
+    for (const uint32_t port : options.ports) {
+        add("--port", std::to_string(port), options.ports != defaults.ports);
+    }
+    add("--vlan", std::to_string(options.vlan), options.vlan != defaults.vlan);
+    add("--own-mac", options.own_mac, !options.own_mac.empty());
+    add("--fast-period", std::to_string(options.fast_period_s.value_or(0)), options.fast_period_s.has_value());
+    add("--config", options.config_file, !options.config_file.empty());
+    for (const std::string &line : options.lines) {
+        add("-x", console.grammar().without_secrets(line), true);
+    }
+    return words;
+}
+
 // Everything between the files that are read and those that are written.
 console::Status replay_captures(const ReplayOptions &options, CaptureSet &captures, CapturesFolder &folder,
                                 std::FILE *log_file, ReplayOutputs &outputs, Problems &problems) {
@@ -192,7 +218,8 @@ console::Status replay_captures(const ReplayOptions &options, CaptureSet &captur
     replay.settle();
     std::optional<Verdict> verdict;
     if (account) {
-        verdict.emplace(replay, *account, alarms, settings, command_words(options, console));
+        verdict.emplace(replay, *account, alarms, settings,
+                        Commands{command_words(options, console), tune_words(options, console)});
         outputs.write_report(options, replay, *account, *verdict, problems);
     }
     if (!led_by_operator && !prints_events) {

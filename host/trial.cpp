@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "trial.h"
 
 #include "process.h"
@@ -28,7 +29,7 @@ Json replay(const ReplayOptions &options, Problems::Tell tell, const std::functi
     apply_settings(options, replay);
     CapturesFolder folder;
     CaptureKeeper captured(replay, folder);
-    console::Session session{replay, captured, true, false};
+    console::Session session{replay, &replay, captured, true, false};
     console::Console console(session);
     if (const console::Status status = run_settings(options, console); status != console::Status::kDone) {
         return result(status_of(status));

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // trial.h: a replay of which nothing but its figures is kept, in a process of its own.
 //
 // Used by: what_if, tune. Uses: child, replay_setup, verdict. Thread: the process's first; the module has not been

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // what_if.h: the captures once without some of an operator's lines, once with them, and the difference.
 //
 // Used by: main. Uses: trial, rule_words. Thread: the process's first; the module has not been started in this process.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tune/choice.h"
 
 #include <algorithm>
@@ -28,9 +29,8 @@ Choice choice_for_good(const Evidence &of) {
     choice.pps = static_cast<uint32_t>(std::min(wanted, double{INT32_MAX}));
     if (of.good_packets < kEnoughToLower && *choice.pps < of.now) {
         choice.pps = of.now;
-        choice.why = of.good_packets == 0
-                         ? "not in the good captures: the limit in force"
-                         : "only " + with_commas(of.good_packets) + " good packets: not below the limit in force";
+        choice.why = of.good_packets == 0 ? "no good packets: as it is"
+                                          : "too few good packets (" + with_commas(of.good_packets) + ") to go lower";
     } else {
         choice.why = margin_text(of.margin) + " x " + with_commas(choice.needed) +
                      (choice.needed > of.good.second ? ", the busiest good period" : ", the busiest good second");
@@ -41,7 +41,7 @@ Choice choice_for_good(const Evidence &of) {
 // Nothing between them: why, and whether another period would help.
 std::string overlap_text(const Evidence &of, uint32_t needed, uint32_t caught) {
     const std::string flood = rate_text(of.flood->period, of.period_s) + " over " + std::to_string(of.period_s) + " s";
-    std::string text = "OVERLAP: good " + with_commas(needed) + " in a second, the flood " + flood;
+    std::string text = "good traffic has " + with_commas(needed) + " in a second, the flood " + flood;
     if (of.flood->second > needed) {
         text += " and " + with_commas(of.flood->second) + " in a second: a shorter --fast-period parts them";
     } else if (const uint32_t low = of.good.period / of.period_s + 1; low <= caught) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // choice.h: the limit that good traffic keeps and a flood does not, or why there is none.
 //
 // Used by: tune. Pure.

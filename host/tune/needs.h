@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // needs.h: what one capture holds at most, by class: the busiest second and the busiest fast period of any flow and of
 // any sender.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tune/tune_command.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tune_command.h: the command "anti-cpu tune": captures in, limits out.
 //
 // Used by: main. Uses: tuning, tune_report. Thread: the process's first.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tune/tune_report.h"
 
 #include <algorithm>
@@ -68,17 +69,13 @@ std::vector<std::string> answer(const Tuning &tuning, const TuneOptions &options
                     period + " s, with a margin of " + margin_text(options.margin) + ".");
     lines.push_back("Replayed with them, the good captures " + alarms_text(good, "").substr(1) +
                     (floods.captures > 0 ? "; those of floods" + alarms_text(floods, "") : "") + ".");
-    std::string overlaps;
     for (const ClassTuning &of : tuning.classes()) {
         for (const Choice *choice : {&of.flow, &of.source}) {
             if (!choice->pps && (choice == &of.flow || has_sources(of))) {
-                overlaps +=
-                    (overlaps.empty() ? "" : ", ") + protocol_name(of.protocol) + (choice == &of.flow ? "" : " source");
+                lines.push_back("Not chosen: " + protocol_name(of.protocol) +
+                                (choice == &of.flow ? ": " : " source: ") + choice->why + ".");
             }
         }
-    }
-    if (!overlaps.empty()) {
-        lines.push_back("Not chosen, because good traffic and flood overlap: " + overlaps + ".");
     }
     for (const CaptureToTune &capture : tuning.captures()) {
         if (capture.flood && capture.flood->flows.empty()) {
@@ -95,10 +92,10 @@ std::string flood_text(const std::optional<Peaks> &flood, uint32_t period_s) {
 
 void print_limits(std::FILE *out, const Tuning &tuning) {
     TextTable table({{"limit", kLeft},
-                     {"good second", kRight},
-                     {"good period", kRight},
-                     {"flood second", kRight},
-                     {"flood period", kRight},
+                     {"good/s", kRight},
+                     {"period/s", kRight},
+                     {"flood/s", kRight},
+                     {"period/s", kRight},
                      {"now", kRight},
                      {"set", kRight},
                      {"why", kLeft}});
@@ -107,7 +104,7 @@ void print_limits(std::FILE *out, const Tuning &tuning) {
                          const Choice &choice) {
         table.add({name, with_commas(good.second), rate_text(good.period, period_s),
                    flood ? with_commas(flood->second) : "-", flood_text(flood, period_s), with_commas(now),
-                   choice.pps ? with_commas(*choice.pps) : "-", choice.why});
+                   choice.pps ? with_commas(*choice.pps) : "-", choice.pps ? choice.why : "good and flood overlap"});
     };
     for (const ClassTuning &of : tuning.classes()) {
         const ProtocolSettings &now = tuning.settings().protocols.at(of.protocol);
@@ -117,7 +114,7 @@ void print_limits(std::FILE *out, const Tuning &tuning) {
         }
     }
     std::fputs(
-        "\nLimits, packets a second (the busiest second and fast period of any flow, and of any of its senders)\n",
+        "\nLimits, packets a second (busiest second and busiest fast period of any flow, and of any sender in one)\n",
         out);
     table.print(out, kWidth);
 }
@@ -155,7 +152,7 @@ void print_effects(std::FILE *out, const Tuning &tuning) {
     }
     std::fputs(
         "\nAt half, one, two and five times the limits, with each class denied in the chip: flows with a second over\n"
-        "the limit, for how long at most, and packets stopped\n",
+        "the limit, how long the longest of them was, and packets stopped\n",
         out);
     any ? table.print(out, kWidth) : static_cast<void>(std::fputs("(nothing would be over or stopped)\n", out));
     if (any) {

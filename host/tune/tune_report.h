@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tune_report.h: what tune has found, as text, as data, and as a file of an operator's lines.
 //
 // Used by: tune_command. Uses: tuning. Pure, but for the printing.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tuning.h: limits out of captures of good days and of floods, and what they would have done to both.
 //
 // Good captures tell what a class needs; in a capture of a flood, a flow is the flood's when it has more than the limit

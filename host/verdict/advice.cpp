@@ -27,6 +27,14 @@ std::vector<std::string> without_fast_period(const std::vector<std::string> &com
     return words;
 }
 
+std::string command_line(const std::vector<std::string> &words) {
+    std::string line;
+    for (const std::string &word : words) {
+        line += (line.empty() ? "" : " ") + shell_quoted(word);
+    }
+    return line;
+}
+
 bool by_sender(const Flood &flood) {
     return flood.flow.vlan != kUntrackedVlan && !flood.addresses.busiest.empty() &&
            flood.addresses.busiest.front().traffic->packets * 2 >= flood.traffic->packets;
@@ -69,15 +77,7 @@ public:
 
     bool is_full() const { return reacted_.size() + filters_ >= kReactions; }
 
-    Advice take() {
-        Advice advice{std::move(reasons_), {}};
-        if (!advice.reasons.empty()) {
-            for (const std::string &word : words_) {
-                advice.command += (advice.command.empty() ? "" : " ") + shell_quoted(word);
-            }
-        }
-        return advice;
-    }
+    Advice take() { return reasons_.empty() ? Advice{} : Advice{std::move(reasons_), command_line(words_)}; }
 
 private:
     void add(const std::string &line, std::string reason) {
@@ -122,6 +122,14 @@ std::optional<uint32_t> fitting_period_s(const std::vector<Flood> &floods, uint3
         fitting_s = shortest_ns && seconds * OverLimit::kSecondNs * 3 <= *shortest_ns ? seconds : fitting_s;
     }
     return shortest_ns && fitting_s < current_s ? std::optional(fitting_s) : std::nullopt;
+}
+
+Advice advice_to_tune(const Commands &commands) {
+    if (commands.tune.empty()) {
+        return {};
+    }
+    return {{"limits that fit such a day: what it needed at most, and some more (add --flood FILE for a bad one)"},
+            command_line(commands.tune)};
 }
 
 Advice advice_for(const std::vector<Flood> &floods, const ModuleSettings &settings, std::optional<uint32_t> period_s,

@@ -26,6 +26,15 @@ struct Advice {
 // most and nothing else tells its packets from others, otherwise of its VLAN.
 std::string filter_line(const Flood &flood, size_t id);
 
+// Command lines, word by word, without secrets.
+struct Commands {
+    std::vector<std::string> replay;  // this one
+    std::vector<std::string> tune;    // of the same captures; empty where they cannot be read again
+};
+
+// For a day without floods: what limits it needs.
+Advice advice_to_tune(const Commands &commands);
+
 // 'command' is the command line of this replay, word by word.
 Advice advice_for(const std::vector<Flood> &floods, const ModuleSettings &settings, std::optional<uint32_t> period_s,
                   const std::vector<std::string> &command);

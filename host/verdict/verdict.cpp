@@ -33,7 +33,7 @@ void print_wrapped(std::FILE *out, const std::string &line, size_t indent) {
 }  // namespace
 
 Verdict::Verdict(const Replay &replay, const TrafficAccount &account, const AlarmHistory &alarms,
-                 const ModuleSettings &settings, const std::vector<std::string> &command)
+                 const ModuleSettings &settings, const Commands &commands)
     : replay_(replay),
       account_(account),
       settings_(settings),
@@ -45,7 +45,8 @@ Verdict::Verdict(const Replay &replay, const TrafficAccount &account, const Alar
     hidden_count_ = static_cast<size_t>(
         std::ranges::count_if(floods_, [](const Flood &flood) { return flood.is_hidden() && !flood.is_moment(); }));
     fitting_period_s_ = fitting_period_s(floods_, settings_.fast_period_s);
-    advice_ = advice_for(floods_, settings_, fitting_period_s_, command);
+    const bool is_quiet = account.total().packets > 0 && floods_.empty();
+    advice_ = is_quiet ? advice_to_tune(commands) : advice_for(floods_, settings_, fitting_period_s_, commands.replay);
     with_date_ = card::time_text(replay.start_ns()).substr(0, 10) != card::time_text(replay.now_ns()).substr(0, 10);
 }
 

@@ -20,9 +20,9 @@ namespace host {
 
 class Verdict {
 public:
-    // 'command' is the command line of this replay. 'account' must outlive the verdict.
+    // 'account' must outlive the verdict.
     Verdict(const Replay &replay, const TrafficAccount &account, const AlarmHistory &alarms,
-            const ModuleSettings &settings, const std::vector<std::string> &command);
+            const ModuleSettings &settings, const Commands &commands);
 
     enum class Floods {
         kFirst,  // what fits a screen

@@ -10,6 +10,7 @@ A scenario is a folder with
     options.txt    options of the replay, one a line (may be missing)
     config.txt     the operator's lines before the first packet (may be missing)
     script.txt     the operator's lines (missing: a replay without an operator)
+    commands.txt   in place of options, config and script: what follows "anti-cpu", one command a line
     expected.txt   the transcript: standard output, then standard error, then the exit status
     events.txt     the events, one a line (may be missing; what they may hold is checked in any case)
 --update writes these two from what the program prints now.
@@ -41,14 +42,26 @@ def captures_of(folder, work):
     return captures
 
 
-def transcript(program, folder, work):
-    command = [program, "replay", *captures_of(folder, work), "--events", work / "events"]
+def commands_of(program, folder, work):
+    captures = captures_of(folder, work)
+    commands = folder / "commands.txt"
+    if commands.exists():
+        return [[program, *shlex.split(line)] for line in commands.read_text(encoding="utf-8").splitlines()]
+    command = [program, "replay", *captures, "--events", work / "events"]
     options = folder / "options.txt"
     if options.exists():
         command += shlex.split(options.read_text(encoding="utf-8"))
     for kind in ("config", "script"):
         if (folder / f"{kind}.txt").exists():
             command += [f"--{kind}", folder / f"{kind}.txt"]
+    return [command]
+
+
+def transcript(program, folder, work):
+    return "".join(transcript_of(command, program, folder, work) for command in commands_of(program, folder, work))
+
+
+def transcript_of(command, program, folder, work):
     # In a folder of its own: what the script saves lies there. A program that hangs is a failure.
     result = subprocess.run(command, cwd=work, capture_output=True, timeout=300, check=False)
     text = result.stdout.decode() + result.stderr.decode() + f"status {result.returncode}\n"
