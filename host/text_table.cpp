@@ -69,4 +69,10 @@ std::vector<std::string> wrapped(const std::string &line, size_t width, size_t i
     return lines;
 }
 
+void print_wrapped(std::FILE *out, const std::string &line, size_t indent) {
+    for (const std::string &part : wrapped(line, kScreenWidth, indent)) {
+        std::fprintf(out, "%s\n", part.c_str());
+    }
+}
+
 }  // namespace host

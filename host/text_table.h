@@ -40,4 +40,9 @@ private:
 // blanks.
 std::vector<std::string> wrapped(const std::string &line, size_t width, size_t indent);
 
+constexpr size_t kScreenWidth = 118;  // characters of what is meant to be read on a screen
+
+// Such a line, broken to that width.
+void print_wrapped(std::FILE *out, const std::string &line, size_t indent);
+
 }  // namespace host

@@ -18,7 +18,6 @@ namespace {
 
 constexpr auto kLeft = TextTable::Align::kLeft;
 constexpr auto kRight = TextTable::Align::kRight;
-constexpr size_t kWidth = 118;  // characters
 constexpr size_t kFloodsShown = 10;
 
 struct Figure {
@@ -178,7 +177,7 @@ void print_classes(const Json &without, const Json &with) {
     }
     if (differ) {
         std::fputs("\nClasses of whose packets something else becomes (without -> with)\n", stdout);
-        table.print(stdout, kWidth);
+        table.print(stdout, kScreenWidth);
     } else {
         std::fputs("\nThe packets of every class fare as without.\n", stdout);
     }
@@ -224,7 +223,7 @@ void print_floods(const Json &without, const Json &with) {
     }
     if (rows > 0) {
         std::fputs("\nFloods (without -> with)\n", stdout);
-        table.print(stdout, kWidth);
+        table.print(stdout, kScreenWidth);
     }
     if (rows > kFloodsShown) {
         std::printf("and %s more: --json\n", with_commas(rows - kFloodsShown).c_str());
@@ -236,9 +235,7 @@ void print_text(const ReplayOptions &options, const Json &without, const Json &w
         std::printf("What if: %s\n", line.c_str());
     }
     for (const std::string &line : answer(without, with)) {
-        for (const std::string &part : wrapped(line, kWidth, 0)) {
-            std::printf("%s\n", part.c_str());
-        }
+        print_wrapped(stdout, line, 0);
     }
     std::fputs("\n", stdout);
     print_totals(without, with);

@@ -12,12 +12,6 @@ namespace {
 
 constexpr uint64_t kEnoughToLower = 100;  // good packets of a class; fewer say little of its busiest second
 
-std::string margin_text(double margin) {
-    char text[32];
-    std::snprintf(text, sizeof(text), "%g", margin);
-    return text;
-}
-
 // A period may hold as many packets as the limit allows it; a rule of the chip comes with the last of these.
 uint32_t needed_for(const Evidence &of) {
     return of.good.second == 0 ? 0 : std::max(of.good.second, of.good.period / of.period_s + 1);
@@ -32,7 +26,7 @@ Choice choice_for_good(const Evidence &of) {
         choice.why = of.good_packets == 0 ? "no good packets: as it is"
                                           : "too few good packets (" + with_commas(of.good_packets) + ") to go lower";
     } else {
-        choice.why = margin_text(of.margin) + " x " + with_commas(choice.needed) +
+        choice.why = times_text(of.margin) + " x " + with_commas(choice.needed) +
                      (choice.needed > of.good.second ? ", the busiest good period" : ", the busiest good second");
     }
     return choice;

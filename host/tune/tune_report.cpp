@@ -12,19 +12,6 @@ namespace {
 
 constexpr auto kLeft = TextTable::Align::kLeft;
 constexpr auto kRight = TextTable::Align::kRight;
-constexpr size_t kWidth = 118;  // characters
-
-void print_wrapped(std::FILE *out, const std::string &line) {
-    for (const std::string &part : wrapped(line, kWidth, 0)) {
-        std::fprintf(out, "%s\n", part.c_str());
-    }
-}
-
-std::string margin_text(double margin) {
-    char text[32];
-    std::snprintf(text, sizeof(text), "%g", margin);
-    return text;
-}
 
 struct Totals {
     uint64_t captures = 0;
@@ -66,7 +53,7 @@ std::vector<std::string> answer(const Tuning &tuning, const TuneOptions &options
     std::vector<std::string> lines;
     lines.push_back("Limits from " + captures_text(good, "good") +
                     (floods.captures > 0 ? " and " + captures_text(floods, "flood") : "") + ", for a fast period of " +
-                    period + " s, with a margin of " + margin_text(options.margin) + ".");
+                    period + " s, with a margin of " + times_text(options.margin) + ".");
     lines.push_back("Replayed with them, the good captures " + alarms_text(good, "").substr(1) +
                     (floods.captures > 0 ? "; those of floods" + alarms_text(floods, "") : "") + ".");
     for (const ClassTuning &of : tuning.classes()) {
@@ -116,11 +103,11 @@ void print_limits(std::FILE *out, const Tuning &tuning) {
     std::fputs(
         "\nLimits, packets a second (busiest second and busiest fast period of any flow, and of any sender in one)\n",
         out);
-    table.print(out, kWidth);
+    table.print(out, kScreenWidth);
 }
 
 std::string factor_text(double factor) {
-    return factor < 1 ? "1/2" : margin_text(factor);
+    return factor < 1 ? "1/2" : times_text(factor);
 }
 
 void print_effects(std::FILE *out, const Tuning &tuning) {
@@ -154,7 +141,7 @@ void print_effects(std::FILE *out, const Tuning &tuning) {
         "\nAt half, one, two and five times the limits, with each class denied in the chip: flows with a second over\n"
         "the limit, how long the longest of them was, and packets stopped\n",
         out);
-    any ? table.print(out, kWidth) : static_cast<void>(std::fputs("(nothing would be over or stopped)\n", out));
+    any ? table.print(out, kScreenWidth) : static_cast<void>(std::fputs("(nothing would be over or stopped)\n", out));
     if (any) {
         std::fputs("Rows of nothing over and nothing stopped are left out.\n", out);
     }
@@ -209,7 +196,7 @@ Json class_json(const Tuning &tuning, const ClassTuning &of) {
 
 void print_tuning(std::FILE *out, const Tuning &tuning, const TuneOptions &options) {
     for (const std::string &line : answer(tuning, options)) {
-        print_wrapped(out, line);
+        print_wrapped(out, line, 0);
     }
     if (tuning.classes().empty()) {
         return;

@@ -17,17 +17,10 @@ namespace {
 
 constexpr size_t kFloodsShown = 10;
 constexpr size_t kNotesShown = 2;  // about alarms
-constexpr size_t kWidth = 118;     // characters
 
 std::string place_text(const Flood &flood) {
     const std::string what = flood.flow.protocol == 0 ? "frames of no class" : protocol_name(flood.flow.protocol);
     return what + " on port " + std::to_string(flood.flow.port) + ", VLAN " + std::to_string(flood.flow.vlan);
-}
-
-void print_wrapped(std::FILE *out, const std::string &line, size_t indent) {
-    for (const std::string &part : wrapped(line, kWidth, indent)) {
-        std::fprintf(out, "%s\n", part.c_str());
-    }
 }
 
 }  // namespace
@@ -185,7 +178,7 @@ void Verdict::print_floods(std::FILE *out, Floods shown) const {
                    with_commas(flood.limit_pps), senders_text(flood) + "; " + done_text(flood)});
     }
     std::fputs("\nFloods, most harmful first (peak: the busiest second; average: while over the limit)\n", out);
-    table.print(out, kWidth);
+    table.print(out, kScreenWidth);
     if (floods_.size() > rows) {
         std::fprintf(out, "and %s more: --all\n", with_commas(floods_.size() - rows).c_str());
     }

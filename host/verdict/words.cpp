@@ -76,6 +76,12 @@ std::string rate_text(uint64_t packets, uint32_t seconds) {
     return text;
 }
 
+std::string times_text(double factor) {
+    char text[32];
+    std::snprintf(text, sizeof(text), "%g", factor);
+    return text;
+}
+
 std::string shell_quoted(const std::string &word) {
     const char *const plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:=,+@%";
     if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) {

@@ -27,6 +27,9 @@ std::string percent(uint64_t part, uint64_t whole);
 // "2,002", "0.3": packets a second over this many; below ten with a tenth.
 std::string rate_text(uint64_t packets, uint32_t seconds);
 
+// "2", "1.5"
+std::string times_text(double factor);
+
 // For a shell: as it is, or in single quotes.
 std::string shell_quoted(const std::string &word);
 
