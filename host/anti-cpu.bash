@@ -4,10 +4,11 @@ _anti_cpu() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} choices='' options='' lines=''
     COMPREPLY=()
     if [ "$COMP_CWORD" -eq 1 ]; then
-        choices='replay reference denies help completion run console'
+        choices='replay tune reference denies help completion run console'
     else
         case ${COMP_WORDS[1]} in
-            replay) choices='' options='-h --help --port --vlan --own-mac --fast-period --long-period --drain --chip-rules --memory-budget --captures --captures-quota --log --events --syslog --rates --interval --report --config -x --line --then --script --until --interactive --all --quiet --json' lines='-x --line --then' ;;
+            replay) choices='' options='-h --help --port --vlan --own-mac --fast-period --config -x --line --long-period --drain --chip-rules --memory-budget --captures --captures-quota --log --events --syslog --rates --interval --report --then --what-if --script --until --interactive --all --quiet --json' lines='-x --line --then --what-if' ;;
+            tune) choices='' options='-h --help --flood --margin --write --port --vlan --own-mac --fast-period --config -x --line --json' lines='-x --line' ;;
             reference) choices='' options='-h --help' lines='' ;;
             denies) choices='' options='-h --help' lines='' ;;
             help) choices='show clear set filter hw-filter debug capture upload trunk run help quit' options='-h --help' lines='' ;;

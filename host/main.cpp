@@ -98,8 +98,8 @@ void add_replay(CLI::App &app, ReplayOptions &options) {
     replay->add_flag("--all", options.all, "Print alarms as they come and every table, then the verdict");
     replay->add_flag("--quiet", options.quiet, "Print the summary only");
     replay->add_flag("--json", options.json, "Print one JSON object in place of messages and tables");
-    for (const char *other :
-         {"--captures", "--log", "--events", "--syslog", "--script", "--until", "--interactive", "--all", "--quiet"}) {
+    for (const char *other : {"--captures", "--log", "--events", "--syslog", "--script", "--until", "--interactive",
+                              "--all", "--quiet", "--rates", "--report", "--then"}) {
         replay->get_option("--what-if")->excludes(replay->get_option(other));
     }
 }
