@@ -44,9 +44,9 @@ int console_command(const ConsoleOptions &options) {
             is_over = true;
             return;
         }
-        std::fwrite(answer.text.data(), 1, answer.text.size(), answer.status == "refused" ? stderr : stdout);
-        std::fflush(stdout);
-        status = exit_status(answer.status);
+        std::FILE *const out = answer.status == "refused" ? stderr : stdout;
+        const bool is_shown = std::fwrite(answer.text.data(), 1, answer.text.size(), out) == answer.text.size();
+        status = std::fflush(stdout) == 0 && is_shown ? exit_status(answer.status) : kExitRefused;
         is_over = answer.status == "quit";
     };
     for (const std::string &line : options.lines) {

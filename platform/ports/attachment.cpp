@@ -40,7 +40,7 @@ bool ethtool_word(const std::string &name, uint32_t command, uint32_t *word) {
 }
 
 std::string attach_reason(int error, PortMode mode) {
-    const std::string text = std::generic_category().message(error);
+    std::string text = std::generic_category().message(error);
     switch (error) {
         case EBUSY:
         case EEXIST:
