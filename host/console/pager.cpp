@@ -74,7 +74,7 @@ bool run_pager(const char *pager, std::FILE *output) {
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&files);
     constexpr int no_such_command = 127;  // POSIX, 2.8.2
-    void show_paged(std::FILE * output) {}
+    return ran && !(WIFEXITED(status) && WEXITSTATUS(status) >= no_such_command - 1);
 
 }  // namespace
 
