@@ -75,6 +75,7 @@ bool run_pager(const char *pager, std::FILE *output) {
     posix_spawn_file_actions_destroy(&files);
     constexpr int no_such_command = 127;  // POSIX, 2.8.2
     return ran && !(WIFEXITED(status) && WEXITSTATUS(status) >= no_such_command - 1);
+}
 
 }  // namespace
 
