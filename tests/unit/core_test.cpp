@@ -41,7 +41,7 @@ TEST_F(CoreTest, AMissingArgumentIsRefused) {
     pass_seconds(10);
     rx(arp(), 7, 9);
     uint8_t buf[ATC_HW_OP_SIZE];
-    const uint8_t mac[16] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+    const uint8_t mac[ATC_HW_VALUE_SIZE] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
     std::vector<atc_src_stat_t> sources(ATC_SOURCES_PER_FLOW);
     uint32_t number = 0;
     const uint16_t size = 4;
