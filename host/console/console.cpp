@@ -1,20 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "console/console.h"
 
-#include <poll.h>
-#include <readline/history.h>
-#include <readline/readline.h>
-
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <memory>
+#include <optional>
 #include <system_error>
 
 #include "clock/clock.h"
 #include "console/line_json.h"
 #include "console/pager.h"
+#include "console/terminal.h"
 #include "os/os.h"
 #include "process.h"
 #include "services/services.h"
@@ -22,52 +17,6 @@
 namespace host::console {
 
 namespace {
-
-constexpr const char *kPrompt = "anti-cpu> ";
-
-// readline's callbacks have no argument: the console that reads now.
-const Console *g_reading = nullptr;
-
-// readline asks for one candidate after the other.
-char *next_completion(const char *beginning, int state) {
-    static std::vector<std::string> candidates;
-    static size_t next;
-    if (state == 0) {
-        std::vector<std::string> words;
-        const std::string before(rl_line_buffer, static_cast<size_t>(rl_point) - std::strlen(beginning));
-        candidates.clear();
-        next = 0;
-        if (split_line(before, words)) {
-            candidates = g_reading->grammar().completions(words, beginning);
-        }
-    }
-    return next < candidates.size() ? strdup(candidates[next++].c_str()) : nullptr;
-}
-
-char **complete(const char *beginning, int, int) {
-    rl_attempted_completion_over = 1;  // never file names in place of key words
-    return rl_completion_matches(beginning, next_completion);
-}
-
-// The next key for readline, EOF behind a signal. Ctrl-C gives up the line that was begun.
-int read_key(std::FILE *terminal) {
-    constexpr int look_ms = 100;
-    pollfd keys = {fileno(terminal), POLLIN, 0};
-    do {
-        rl_check_signals();
-        if (take_ctrl_c()) {
-            rl_replace_line("", 1);
-            rl_crlf();
-            rl_on_new_line();
-            rl_redisplay();
-        }
-        if (kept_signal() != 0) {
-            rl_replace_line("", 1);
-            return EOF;
-        }
-    } while (poll(&keys, 1, look_ms) <= 0);
-    return rl_getc(terminal);
-}
 
 // Whether it ends in a question mark.
 bool asks(const std::string &line) {
@@ -82,12 +31,6 @@ bool is_show(const Command &command) {
 // Nothing happens but that something is printed.
 bool is_read(const Command &command) {
     return is_show(command) || std::string_view(command.pattern).starts_with("help");
-}
-
-// A line from the terminal, on the system's time; null at its end.
-char *read_terminal_line() {
-    const card::RealTimeScope real_time;
-    return readline(kPrompt);
 }
 
 }  // namespace
@@ -143,10 +86,7 @@ Status Console::run_settings(const std::string &path) {
 }
 
 Status Console::run_terminal() {
-    g_reading = this;
-    rl_attempted_completion_function = complete;
-    rl_getc_function = read_key;
-    rl_readline_name = "anti-cpu";
+    Terminal terminal(grammar_);
     for (;;) {
         if (take_ctrl_c()) {
             std::printf("stopped at %s UTC\n", card::time_text(session_.run.now_ns()).c_str());
@@ -154,16 +94,11 @@ Status Console::run_terminal() {
         if (kept_signal() != 0) {
             return Status::kStopped;
         }
-        const std::unique_ptr<char, decltype(&std::free)> line(read_terminal_line(), std::free);
-        take_ctrl_c();  // it was for the line, at most
+        const std::optional<std::string> line = terminal.read_line();
         if (!line) {
-            std::printf("\n");
             return kept_signal() != 0 ? Status::kStopped : Status::kDone;
         }
-        if (*line != '\0' && grammar_.without_secrets(line.get()) == line.get()) {
-            add_history(line.get());
-        }
-        if (run_paged(line.get()) == Status::kQuit) {
+        if (run_paged(*line) == Status::kQuit) {
             return Status::kQuit;
         }
     }

@@ -4,7 +4,7 @@
 // A file's lines run until one is wrong or fails; a terminal's go on. Lines of a script are echoed behind "> ", so that
 // its output reads as a transcript, or give one line of JSON each (line_json.h); no password is in an echo or a
 // message. A signal (process.h) ends a file of lines; at a terminal Ctrl-C ends the line that runs, or gives up the one
-// that is typed. Used by: replay_command. Uses: grammar, command, readline. Thread: the driving one.
+// that is typed. Used by: replay_command. Uses: grammar, command, terminal. Thread: the driving one.
 #pragma once
 
 #include <string>

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <memory>
 
-#include "console/command.h"
+#include "clock/clock.h"
 #include "process.h"
 
 namespace host::console {
@@ -64,9 +64,8 @@ int read_key(std::FILE *terminal) {
 
 }  // namespace
 
-Terminal::Terminal() : grammar_(commands()) {}
-
 std::optional<std::string> Terminal::read_line() {
+    const card::RealTimeScope real_time;
     g_grammar = &grammar_;
     rl_attempted_completion_function = complete;
     rl_getc_function = read_key;

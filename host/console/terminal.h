@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // terminal.h: lines typed by an operator, with history and completion.
 //
-// Ctrl-C gives up the line that was begun; a signal that ends the process ends the terminal. Used by: console_command.
-// Uses: readline, the grammar of all lines. Thread: one.
+// On the system's time, whatever time a replay has. Ctrl-C gives up the line that was begun; a signal that ends the
+// process ends the terminal. Used by: console, console_command. Uses: readline, grammar. Thread: one.
 #pragma once
 
 #include <optional>
@@ -14,13 +14,14 @@ namespace host::console {
 
 class Terminal {
 public:
-    Terminal();
+    // Completes by 'grammar', which outlives this.
+    explicit Terminal(const Grammar &grammar) : grammar_(grammar) {}
 
     // The next line; none at the end of input.
     std::optional<std::string> read_line();
 
 private:
-    Grammar grammar_;
+    const Grammar &grammar_;
 };
 
 }  // namespace host::console

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // console_command.cpp: `anti-cpu console`: the operator's terminal to a running process.
-#include <readline/history.h>
-#include <readline/readline.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <iostream>
-#include <memory>
+#include <optional>
+#include <string>
 
+#include "console/command.h"
 #include "console/terminal.h"
 #include "live/live_options.h"
 #include "options.h"
@@ -63,7 +62,8 @@ int console_command(const ConsoleOptions &options) {
         }
         return status;
     }
-    console::Terminal terminal;
+    const console::Grammar grammar(console::commands());
+    console::Terminal terminal(grammar);
     for (std::optional<std::string> line; !is_over && (line = terminal.read_line());) {
         ask(*line);
     }
