@@ -28,17 +28,20 @@ field() { grep -oE "\"${1%-clang}\|[^\"]*" cmake/cross.cmake | tr -d '"' | cut -
 # Instructions from one call of atc_init to its return, loading what it calls and starting its task included: what an
 # emulator executes one by one with the call, less what it executes without.
 start_up() { # TARGET FOLDER
-    local prefix emulator counts=() call
+    local prefix emulator counts=() call libraries
     prefix=$(field "$1" 3)
     emulator=$(field "$1" 4)
+    # i386 runs on the machine's own C library: with the cross compiler's, the emulator never leaves pthread_create.
+    libraries=${emulator:+-L /usr/$prefix}
     printf '#include <unistd.h>\n#include "anti_cpu/anti_cpu.h"\nint main(int n, char **v) {\n%s\n}\n' \
         '(void)v; if (n > 1) atc_init(); _exit(0);' >"$2/start_up.c"
     "$prefix-gcc" -O2 -Dmain=example_main -Imodule/anti_cpu/include -c docs/example/card.c -o "$2/card.o"
     "$prefix-gcc" -O2 -Imodule/anti_cpu/include "$2/start_up.c" "$2/card.o" -L"$2" -lanti_cpu -pthread -o "$2/start_up"
     for call in '' call; do
-        # shellcheck disable=SC2086 # an argument, or none
-        counts+=("$("${emulator:-qemu-i386}" -L "/usr/$prefix" -E LD_LIBRARY_PATH="$2" -singlestep -d exec,nochain \
-            "$2/start_up" $call 2>&1 | grep -c '^Trace')")
+        # shellcheck disable=SC2086 # arguments, or none
+        counts+=("$(timeout 60 "${emulator:-qemu-i386}" $libraries -E LD_LIBRARY_PATH="$2" -singlestep \
+            -d exec,nochain "$2/start_up" $call 2>&1 | grep -c '^Trace')") ||
+            { echo "$1: atc_init did not return within a minute under the emulator" >&2; exit 1; }
     done
     echo $((counts[1] - counts[0]))
 }
