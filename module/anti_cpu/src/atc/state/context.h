@@ -27,7 +27,7 @@ struct atc_hold_t {
     uint32_t most;    // of all holds so far
     uint32_t pauses;  // so far: when another one has come, what was looked at before may be gone
 };
-constexpr uint32_t ATC_HOLD_LIMIT = 256;
+constexpr uint32_t ATC_HOLD_LIMIT = 64;
 constexpr uint32_t ATC_WORK_STEP = 4;   // to the next record in the order of an index
 constexpr uint32_t ATC_WORK_LINE = 16;  // a line of text, a record that is judged
 constexpr uint32_t ATC_WORK_RULE = 32;  // what the module does for a rule of the chip; the driver's own time is its own
