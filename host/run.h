@@ -61,6 +61,8 @@ public:
 
     // The console tells when it sets the fast period: a new period starts.
     virtual void fast_period_set(uint32_t seconds) { journal_.set_period(AlarmEvent::Period::kFast, seconds); }
+    // The console tells when the operator's permit and deny rules have changed.
+    virtual void filters_changed() {}
     // Tells the card of a change. Packets that come in on a member are the trunk's for the module, the member's for the
     // chip. False when nobody has registered for such changes.
     virtual bool trunk_change(uint32_t trunk, uint32_t member, bool joins);

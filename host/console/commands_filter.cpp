@@ -16,11 +16,13 @@ Status filter_add(Session &session, const Arguments &arguments) {
     if (arguments.given("id")) {
         rule.id = arguments.number("id");
         const int result = atc_api_cfg_filter_rule_add(&rule, arguments.number_or("list", 0));
+        session.run.filters_changed();
         return done_if_zero(static_cast<uint32_t>(result), "the list has a rule of this id, or there is no memory");
     }
     if (atc_api_filter_rule_add(&rule) != 0) {
         return failed("the id that the module chose is in use, all are taken, or there is no memory");
     }
+    session.run.filters_changed();
     if (!session.json) {
         std::printf("filter %u\n", rule.id);
     }
@@ -28,11 +30,12 @@ Status filter_add(Session &session, const Arguments &arguments) {
 }
 
 // Without a list the id may be one that the module chose; it then becomes free again.
-Status filter_delete(Session &, const Arguments &arguments) {
+Status filter_delete(Session &session, const Arguments &arguments) {
     const uint32_t id = arguments.number("id");
     const bool may_be_chosen = !arguments.given("list") && id <= ATC_RULE_ID_MAX;
     const int result =
         may_be_chosen ? atc_api_filter_rule_del(id) : atc_api_cfg_filter_rule_del(id, arguments.number_or("list", 0));
+    session.run.filters_changed();
     return done_if_zero(static_cast<uint32_t>(result), "there is no filter of this id");
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "anti_cpu/anti_cpu.h"
+#include "live/filter_rules.h"
 #include "services/services.h"
 
 namespace host {
@@ -63,6 +64,19 @@ void LiveCard::run_for(int64_t length_ns) {
 void LiveCard::settle() {
     events_.take_kept();
     settle_news();
+}
+
+void LiveCard::filters_changed() {
+    if (const size_t refused = guard_.set_filters(filter_rules()); refused > 0) {
+        say_(std::to_string(refused) +
+             " filters found no room in the kernel: they take effect only as verdicts on copies of packets come");
+    }
+}
+
+bool LiveCard::trunk_change(uint32_t trunk, uint32_t member, bool joins) {
+    const bool is_told = Run::trunk_change(trunk, member, joins);
+    live_ports_.set_logical(member, logical_port(member));
+    return is_told;
 }
 
 const std::map<uint32_t, PortCounts> &LiveCard::ports() const {

@@ -36,6 +36,8 @@ public:
     const std::map<uint32_t, PortCounts> &ports() const override;
     std::vector<PortState> port_states() const override;
     void settle() override;
+    void filters_changed() override;
+    bool trunk_change(uint32_t trunk, uint32_t member, bool joins) override;
 
     const card::LivePorts &live_ports() const { return live_ports_; }
     const card::Guard &guard() const { return guard_; }

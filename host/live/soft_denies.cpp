@@ -33,7 +33,8 @@ bool SoftDenies::FlowEqual::operator()(const kernel_flow &a, const kernel_flow &
 
 void SoftDenies::judged(const kernel_copy &copy, bool dropped) {
     const bool was_denied = (copy.flags & KERNEL_DENIED) != 0;
-    if (!dropped && !was_denied) {
+    const bool was_ruled = (copy.flags & KERNEL_RULED) != 0;
+    if (was_ruled || (!dropped && !was_denied)) {
         return;
     }
     const kernel_flow whole = without_source(copy.flow);

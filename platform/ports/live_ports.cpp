@@ -26,6 +26,7 @@ void LivePorts::add(const PortSpec &spec) {
 LivePort &LivePorts::new_port(const PortSpec &spec) {
     LivePort port;
     port.spec = spec;
+    port.logical = spec.port;
     port.index = static_cast<uint32_t>(ports_.size());
     return ports_.emplace_back(std::move(port));
 }
@@ -48,6 +49,27 @@ std::vector<LivePorts::Change> LivePorts::look(bool anyway) {
             {"the kernel has no room for all addresses of this machine: packets to some are not watched"});
     }
     return changes;
+}
+
+void LivePorts::set_logical(uint32_t number, uint32_t logical) {
+    for (LivePort &port : ports_) {
+        if (port.spec.port == number) {
+            port.logical = logical;
+            if (port.interface != 0) {
+                tell_kernel(port, port.interface);
+            }
+        }
+    }
+}
+
+bool LivePorts::tell_kernel(const LivePort &port, uint32_t interface) {
+    kernel_port kernel{};
+    kernel.port = port.spec.port;
+    kernel.logical = port.logical;
+    kernel.index = port.index;
+    kernel.vlan = port.spec.vlan;
+    kernel.all = all_frames_ ? 1 : 0;
+    return guard_.set_port(interface, kernel);
 }
 
 // Members of bonds: those that have come are ports from now on, those that have left are nobody's.
@@ -89,9 +111,8 @@ void LivePorts::look_at(LivePort &port, const std::vector<Interface> &all, std::
         }
         return;
     }
-    const kernel_port kernel{port.spec.port, port.index, port.spec.vlan, static_cast<__u8>(all_frames_ ? 1 : 0), 0};
     std::string error = "the kernel has no room for it";
-    if (guard_.set_port(found->index, kernel)) {
+    if (tell_kernel(port, found->index)) {
         port.attachment = Attachment::attach(guard_, found->name, found->index, mode_, error);
     }
     if (port.attachment == nullptr) {

@@ -24,7 +24,8 @@ struct PortSpec {
 
 struct LivePort {
     PortSpec spec;
-    uint32_t trunk = 0;      // that it is a member of; 0 = none
+    uint32_t trunk = 0;      // of the bond that it is a member of; 0 = none
+    uint32_t logical = 0;    // what the module counts its packets for: a trunk, or itself
     uint32_t index = 0;      // of its counters
     uint32_t interface = 0;  // index; 0 = not there
     std::unique_ptr<Attachment> attachment;
@@ -48,6 +49,9 @@ public:
     // Looks at the machine's interfaces and addresses, when they have changed since the last look or 'anyway'.
     std::vector<Change> look(bool anyway);
 
+    // From now on packets of this port are another's, or its own, for the operator's rules.
+    void set_logical(uint32_t port, uint32_t logical);
+
     const std::vector<LivePort> &ports() const { return ports_; }
     PortMode mode() const { return mode_; }
 
@@ -56,6 +60,7 @@ private:
 
     LivePort &new_port(const PortSpec &spec);
     void add_members(const std::vector<Interface> &all, std::vector<Change> &changes);
+    bool tell_kernel(const LivePort &port, uint32_t interface);
     void look_at(LivePort &port, const std::vector<Interface> &all, std::vector<Change> &changes);
     void detach(LivePort &port, const std::string &why, std::vector<Change> &changes);
 

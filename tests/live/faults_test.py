@@ -170,6 +170,19 @@ class Faults(unittest.TestCase):
         self.assertEqual(lost_pings(3), 3)
         self.assertEqual(protection.end(), 0, protection.text)
 
+    def test_the_operators_rules_decide_in_the_kernel(self):
+        protection = Protection("-x", "set fast-period 1", "-x", "set limit icmpv4 fast 1", "-x", "set deny icmpv4 on").ready()
+        console("filter deny id 1 protocol icmpv4 source 10.0.0.1")
+        self.assertEqual(lost_pings(5), 5)
+        counts = card()
+        self.assertGreaterEqual(counts["dropped"], 5)
+        self.assertEqual(counts["stopped"], 0)
+        console("filter delete 1")
+        network.until("a flow that is denied", lambda: lost_pings(10) > 5)
+        console("filter permit id 2 protocol icmpv4 source 10.0.0.0/24 port 1")
+        self.assertEqual(lost_pings(40), 0, protection.text)
+        self.assertEqual(protection.end(), 0, protection.text)
+
     def test_detached_by_somebody_else(self):
         protection = Protection().ready()
         network.run("ip", "link", "set", "eth0", "xdp", "off", check=False)

@@ -8,7 +8,7 @@ src=$1
 layer_of() {
     case $1 in
         anti_cpu/* | atc_lock/* | atc_list/* | atc_avltree/* | atc/protocol.* | atc/l4_ports.*) echo 0 ;;
-        atc/header_classes.*) echo 0 ;;
+        atc/header_classes.* | atc/rule_mask.*) echo 0 ;;
         atc_timer/*) echo 1 ;;
         atc/state/records.*) echo 2 ;;
         atc/state/*) echo 3 ;;

@@ -25,7 +25,9 @@ volatile __u64 heartbeat_ns; /* CLOCK_MONOTONIC, when the process last showed it
 volatile __u64 patience_ns;  /* how long after it is still taken for alive */
 volatile __u32 mask_count;   /* slots of 'masks' in use, all in front */
 volatile __u32 deny_count;   /* software denies in force; 0 saves looking */
+volatile __u32 filter_count; /* slots of 'filter_masks' in use, all in front */
 union kernel_key masks[KERNEL_MASKS];
+union kernel_key filter_masks[KERNEL_MASKS];
 
 struct {
     __uint(type, BPF_MAP_TYPE_HASH);
@@ -49,6 +51,14 @@ struct {
     __type(key, struct kernel_flow);
     __type(value, __u32);
 } denies SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(map_flags, BPF_F_NO_PREALLOC);
+    __uint(max_entries, KERNEL_FILTERS);
+    __type(key, struct kernel_rule_key);
+    __type(value, struct kernel_filter);
+} filters SEC(".maps");
 
 struct {
     __uint(type, BPF_MAP_TYPE_HASH);
@@ -210,26 +220,33 @@ static __always_inline void add(void *counters, __u32 index) {
 
 struct search {
     union kernel_key key; /* of the frame */
-    struct kernel_rule_key wanted;
+    __u32 port;
     struct kernel_rule found;
 };
+
+/* What is to be looked up of a key under a mask; on the stack, as kernel 6.1 takes no key from elsewhere. 0: nothing,
+ * as most ask for fields that the frame does not have. */
+static __always_inline int look_under(const union kernel_key *key, const union kernel_key *mask,
+                                      union kernel_key *wanted) {
+    if ((~key->presence[0] & mask->presence[0]) | (~key->presence[1] & mask->presence[1])) {
+        return 0;
+    }
+    for (int i = 0; i < 8; i++) {
+        wanted->words[i] = key->words[i] & mask->words[i];
+    }
+    return 1;
+}
 
 /* One slot. A function of its own, so that the verifier goes through it once, and takes what it leaves for unknown; in
  * a call-back of bpf_loop that of kernel 6.1 drops what only a second call would do. */
 __attribute__((noinline)) int search_slot(__u32 slot, struct search *search) {
-    if (!search) {
+    struct kernel_rule_key wanted;
+    if (!search || !look_under(&search->key, &masks[slot & (KERNEL_MASKS - 1)], &wanted.key)) {
         return 0;
     }
-    const union kernel_key *mask = &masks[slot & (KERNEL_MASKS - 1)];
-    /* Most slots ask for fields that the frame does not have. */
-    if ((~search->key.presence[0] & mask->presence[0]) | (~search->key.presence[1] & mask->presence[1])) {
-        return 0;
-    }
-    for (int i = 0; i < 8; i++) {
-        search->wanted.key.words[i] = search->key.words[i] & mask->words[i];
-    }
-    search->wanted.slot = slot;
-    const struct kernel_rule *rule = bpf_map_lookup_elem(&rules, &search->wanted);
+    wanted.slot = slot;
+    wanted.port = search->port;
+    const struct kernel_rule *rule = bpf_map_lookup_elem(&rules, &wanted);
     if (!rule) {
         return 0;
     }
@@ -253,7 +270,7 @@ __attribute__((noinline)) int is_stopped(const struct kernel_parsed *parsed) {
     }
     struct search search = {};
     search.key = parsed->key;
-    search.wanted.port = parsed->flow.port;
+    search.port = parsed->flow.port;
     for (__u32 slot = 0; slot < KERNEL_MASKS && slot < mask_count; slot++) {
         search_slot(slot, &search);
     }
@@ -266,6 +283,66 @@ __attribute__((noinline)) int is_stopped(const struct kernel_parsed *parsed) {
     }
     add(&matched, found->deny_counter);
     return 1;
+}
+
+struct filtering {
+    union kernel_key key; /* of the frame */
+    __u32 port;
+    __u32 len; /* bytes */
+    __u32 flags;
+};
+
+/* One slot. Returns whether a rule there permits the frame. */
+__attribute__((noinline)) int filter_slot(__u32 slot, struct filtering *filtering) {
+    if (!filtering) {
+        return 0;
+    }
+    struct kernel_rule_key wanted;
+    const union kernel_key *mask = &filter_masks[slot & (KERNEL_MASKS - 1)];
+    if (!look_under(&filtering->key, mask, &wanted.key)) {
+        return 0;
+    }
+    wanted.slot = slot;
+    wanted.port = mask->bytes[FILTER_PORT] ? filtering->port : 0;
+    const struct kernel_filter *filter = bpf_map_lookup_elem(&filters, &wanted);
+    if (!filter) {
+        return 0;
+    }
+    if (filtering->len >= filter->deny_from) {
+        filtering->flags = KERNEL_RULED | KERNEL_DENIED;
+    }
+    return filtering->len >= filter->permit_from;
+}
+
+/* What the operator's rules say, as the module asks them (permit beats deny): flags, 0 where none matches. Of the
+ * device's own frames the module knows nothing but port and VLAN. */
+__attribute__((noinline)) int filter_flags(const struct kernel_parsed *parsed, __u32 port, __u32 len) {
+    if (!parsed) {
+        return 0;
+    }
+    struct filtering filtering = {};
+    union kernel_key *key = &filtering.key;
+    if (parsed->flow.protocol == ATC_SELF) {
+        key->presence[0] = HAS_VLAN;
+    } else {
+        *key = parsed->key;
+        filtering.len = len;
+    }
+    if (parsed->is_cut) {
+        key->presence[0] &= (__u8) ~(HAS_SRC_PORT | HAS_DST_PORT);
+        __builtin_memset(key->src_port, 0, sizeof(key->src_port));
+        __builtin_memset(key->dst_port, 0, sizeof(key->dst_port));
+    }
+    put16(key->vlan, parsed->flow.vlan);
+    key->bytes[FILTER_CLASS] = (__u8)parsed->flow.protocol;
+    key->bytes[FILTER_PORT] = 1;
+    filtering.port = port;
+    for (__u32 slot = 0; slot < KERNEL_MASKS && slot < filter_count; slot++) {
+        if (filter_slot(slot, &filtering)) {
+            return KERNEL_RULED;
+        }
+    }
+    return (int)filtering.flags;
 }
 
 /* One source, or the whole flow. */
@@ -314,17 +391,21 @@ SEC("xdp.frags") int guard_received(struct xdp_md *ctx) {
         count->stopped++;
         return XDP_DROP;
     }
-    const int denied = is_denied(&parsed.flow);
     head.flow = parsed.flow;
-    head.flags = denied ? KERNEL_DENIED : 0;
     head.len = (__u32)bpf_xdp_get_buff_len(ctx);
     if (head.len > KERNEL_COPY_MAX) {
         head.len = KERNEL_COPY_MAX;
     }
+    if (filter_count != 0) {
+        head.flags = (__u16)filter_flags(&parsed, port->logical, head.len);
+    }
+    if (!(head.flags & KERNEL_RULED) && is_denied(&parsed.flow)) {
+        head.flags = KERNEL_DENIED;
+    }
     if (copy_received(ctx, &head) != 0) {
         count->lost++;
     }
-    if (denied) {
+    if (head.flags & KERNEL_DENIED) {
         count->dropped++;
         return XDP_DROP;
     }
@@ -362,8 +443,10 @@ SEC("tc") int guard_sent(struct __sk_buff *skb) {
     return -1;
 }
 
-/* For tests only, not loaded otherwise: what the parser makes of a frame, and whether a rule stops it. */
+/* For tests only, not loaded otherwise: what the parser makes of a frame, what the operator's rules say to it, and
+ * whether a chip rule stops it. */
 struct kernel_parsed probed;
+volatile __u32 probed_flags;
 volatile __u32 probe_port;
 volatile __u32 probe_vlan;
 
@@ -372,5 +455,6 @@ SEC("?xdp") int probe(struct xdp_md *ctx) {
     parse_frame(ctx, probe_vlan, &parsed);
     parsed.flow.port = probe_port;
     probed = parsed;
+    probed_flags = (__u32)filter_flags(&parsed, probe_port, (__u32)bpf_xdp_get_buff_len(ctx));
     return mask_count != 0 && is_stopped(&parsed) ? XDP_DROP : XDP_PASS;
 }

@@ -87,9 +87,12 @@ std::unique_ptr<Guard> Guard::load(const GuardOptions &options, std::string &err
         error = reason(errno);
         return nullptr;
     }
-    guard->rules_ = std::make_unique<KernelRules>(KernelRules::Tables{bpf_map__fd(program->maps.rules),
-                                                                      bpf_map__fd(program->maps.matched),
-                                                                      program->bss->masks, &program->bss->mask_count});
+    guard->rules_ =
+        std::make_unique<KernelRules>(KernelRules::Tables{bpf_map__fd(program->maps.rules),
+                                                          bpf_map__fd(program->maps.matched),
+                                                          {program->bss->masks, &program->bss->mask_count}});
+    guard->filters_ = std::make_unique<KernelFilters>(
+        bpf_map__fd(program->maps.filters), MaskSlots::Shared{program->bss->filter_masks, &program->bss->filter_count});
     guard->beat();
     return guard;
 }
@@ -202,7 +205,7 @@ Guard::Probed Guard::probe(std::span<const uint8_t> frame, uint32_t port, uint32
     run.data_in = frame.data();
     run.data_size_in = static_cast<uint32_t>(frame.size());
     const int result = bpf_prog_test_run_opts(bpf_program__fd(program_->progs.probe), &run);
-    return {program_->bss->probed, result == 0 && run.retval == XDP_DROP};
+    return {program_->bss->probed, result == 0 && run.retval == XDP_DROP, program_->bss->probed_flags};
 }
 
 }  // namespace card

@@ -3,7 +3,8 @@
 //
 // Owns the program and its maps; they go when it goes, so a process that is killed leaves nothing behind. Frames pass
 // untouched from the moment that beat() has not been called for the patience. Used by: ports (attach it to interfaces),
-// the host's live card (copies, software denies, counters), chip (rules(), as its plane). Uses: libbpf, kernel_rules.
+// the host's live card (copies, software denies,
+// filters, counters), chip (rules(), as its plane). Uses: libbpf, kernel_rules, kernel_filters.
 // Threads: one, but for rules(), which the chip calls under its lock.
 #pragma once
 
@@ -15,7 +16,9 @@
 #include <set>
 #include <span>
 #include <string>
+#include <vector>
 
+#include "chip/kernel/kernel_filters.h"
 #include "chip/kernel/kernel_rules.h"
 #include "chip/kernel/record.h"
 
@@ -72,10 +75,14 @@ public:
     bool allow(const kernel_flow &flow);
     size_t denies() const { return denies_; }
 
-    // What the kernel makes of a received frame, and whether a rule stops it. For tests.
+    // The operator's permit and deny rules, in place of those before. Returns how many found no room.
+    size_t set_filters(const std::vector<KernelFilter> &filters) { return filters_->set(filters); }
+
+    // What the kernel makes of a received frame, whether a chip rule stops it, and what filters say. For tests.
     struct Probed {
         kernel_parsed parsed;
         bool stopped;
+        uint32_t flags;  // KERNEL_RULED, KERNEL_DENIED
     };
     Probed probe(std::span<const uint8_t> frame, uint32_t port, uint32_t vlan);
 
@@ -86,6 +93,7 @@ private:
     guard_bpf *program_;
     ring_buffer *ring_ = nullptr;
     std::unique_ptr<KernelRules> rules_;
+    std::unique_ptr<KernelFilters> filters_;
     AddressSet addresses_;
     size_t denies_ = 0;
     const Reader *reader_ = nullptr;  // while copies are read

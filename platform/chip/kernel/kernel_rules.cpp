@@ -15,7 +15,11 @@ namespace card {
 
 namespace {
 
-constexpr uint8_t kNever = 0x80;  // a presence bit that no frame has
+kernel_key kernel_key_of(const KeyBits &bits) {
+    kernel_key key;
+    std::memcpy(key.bytes, bits.bytes, sizeof(key.bytes));
+    return key;
+}
 
 kernel_key under_mask(const Pattern &pattern) {
     kernel_key key;
@@ -29,18 +33,17 @@ kernel_key under_mask(const Pattern &pattern) {
 
 static_assert(sizeof(kernel_key) == sizeof(KeyBits));
 
-bool KernelRules::KeyLess::operator()(const kernel_rule_key &a, const kernel_rule_key &b) const {
-    return std::memcmp(&a, &b, sizeof(a)) < 0;
-}
-
 KernelRules::KernelRules(const Tables &tables)
-    : tables_(tables), processors_(static_cast<unsigned>(libbpf_num_possible_cpus())), free_counters_(KERNEL_COUNTERS) {
+    : tables_(tables),
+      slots_(tables.slots),
+      processors_(static_cast<unsigned>(libbpf_num_possible_cpus())),
+      free_counters_(KERNEL_COUNTERS) {
     std::iota(free_counters_.rbegin(), free_counters_.rend(), 0U);
 }
 
 int KernelRules::add(uint32_t entry_id, const Description &description) {
     Rule rule{};
-    if (free_counters_.empty() || !take_slot(description.pattern.mask, &rule.key.slot)) {
+    if (free_counters_.empty() || !slots_.take(kernel_key_of(description.pattern.mask), &rule.key.slot)) {
         return kFull;
     }
     rule.key.key = under_mask(description.pattern);
@@ -56,7 +59,7 @@ int KernelRules::add(uint32_t entry_id, const Description &description) {
             while (i-- > 0) {
                 leave(entry_id, added, added.ports[i]);
             }
-            give_slot(added.key.slot);
+            slots_.give(added.key.slot);
             rules_.erase(entry_id);
             return kFull;
         }
@@ -73,7 +76,7 @@ void KernelRules::remove(uint32_t entry_id) {
     for (const uint16_t port : found->second.ports) {
         leave(entry_id, found->second, port);
     }
-    give_slot(found->second.key.slot);
+    slots_.give(found->second.key.slot);
     free_counters_.push_back(found->second.counter);
     rules_.erase(found);
 }
@@ -85,43 +88,6 @@ uint64_t KernelRules::packets(uint32_t entry_id) const {
         return 0;
     }
     return std::accumulate(each.begin(), each.end(), uint64_t{0});
-}
-
-bool KernelRules::take_slot(const KeyBits &mask, uint32_t *slot) {
-    const auto is_used = [&](uint32_t i) { return users_[i] > 0; };
-    uint32_t unused = KERNEL_MASKS;
-    for (uint32_t i = 0; i < KERNEL_MASKS; i++) {
-        if (is_used(i) && std::memcmp(&tables_.masks[i], &mask, sizeof(mask)) == 0) {
-            users_[i]++;
-            *slot = i;
-            return true;
-        }
-        if (!is_used(i) && unused == KERNEL_MASKS) {
-            unused = i;
-        }
-    }
-    if (unused == KERNEL_MASKS) {
-        return false;
-    }
-    std::memcpy(&tables_.masks[unused], &mask, sizeof(mask));
-    users_[unused] = 1;
-    if (*tables_.mask_count <= unused) {
-        __atomic_store_n(tables_.mask_count, unused + 1, __ATOMIC_RELEASE);  // behind the mask
-    }
-    *slot = unused;
-    return true;
-}
-
-void KernelRules::give_slot(uint32_t slot) {
-    if (--users_[slot] > 0) {
-        return;
-    }
-    tables_.masks[slot].presence[1] = kNever;
-    uint32_t count = *tables_.mask_count;
-    while (count > 0 && users_[count - 1] == 0) {
-        count--;
-    }
-    *tables_.mask_count = count;
 }
 
 bool KernelRules::join(uint32_t entry_id, const Rule &rule, uint16_t port) {

@@ -206,6 +206,7 @@ static __always_inline __u16 parse_ipv4(struct cursor *c, struct kernel_parsed *
     }
     c->at += header;
     known = transport(c, protocol, 0, known, out);
+    out->is_cut = p == 0;
     return p ? known : ATC_UNKNOWN_IPV4;
 }
 

@@ -15,6 +15,7 @@ enum {
     KERNEL_RULES = 1 << 16,     /* entries of the rule map: a rule takes one for each of its ports */
     KERNEL_COUNTERS = 1 << 14,  /* rules that count */
     KERNEL_DENIES = 1 << 16,    /* software denies */
+    KERNEL_FILTERS = 1 << 14,   /* what the operator permits and denies */
     KERNEL_PORTS = 1 << 10,     /* interfaces */
     KERNEL_ADDRESSES = 1 << 14, /* of this machine */
     KERNEL_COPY_MAX = 16384,    /* bytes; a longer frame (one that the system has put together) is cut there */
@@ -65,12 +66,27 @@ struct kernel_rule {
     __u32 count_counter;
 };
 
+/* What the operator's permit and deny rules ask of a frame is looked up like a chip rule, by fields that are there. Two
+ * places of the key that they have no use for hold more: */
+enum {
+    FILTER_CLASS = 16, /* the class, where the IP protocol stands */
+    FILTER_PORT = 17,  /* 1 in the value and 0xff in the mask of one that names a port; 1 in every frame's key */
+};
+
+/* What the operator's rules under such a key come to: the fewest bytes of a frame that they permit and deny. */
+struct kernel_filter {
+    __u32 permit_from;
+    __u32 deny_from;
+};
+#define KERNEL_NEVER 0xffffffffU /* bytes: more than any frame has */
+
 /* An interface that is watched. */
 struct kernel_port {
     __u32 port;
-    __u32 index; /* of its counters */
-    __u16 vlan;  /* of frames without a tag */
-    __u8 all;    /* 1: every frame is for this processor */
+    __u32 logical; /* the trunk that it is a member of, or the port: what the operator's rules name */
+    __u32 index;   /* of its counters */
+    __u16 vlan;    /* of frames without a tag */
+    __u8 all;      /* 1: every frame is for this processor */
     __u8 unused;
 };
 
@@ -94,7 +110,8 @@ struct kernel_address {
 
 enum kernel_flags {
     KERNEL_SENT = 1,   /* by this machine; else received */
-    KERNEL_DENIED = 2, /* a software deny stopped it */
+    KERNEL_DENIED = 2, /* a software deny, or the operator's, stopped it */
+    KERNEL_RULED = 4,  /* the operator's rules decided: neither verdict nor sender says anything about others */
 };
 
 /* Head of a copy in the ring; the frame follows. */
@@ -111,7 +128,7 @@ struct kernel_parsed {
     union kernel_key key;
     struct kernel_flow flow;
     __u32 is_labelled; /* MPLS */
-    __u32 unused;
+    __u32 is_cut;      /* the IPv4 header is: ports are read where they would stand, which the module does not */
 };
 
 /* Classes by what headers say; the process fills them from the module's own tables before the program is loaded. */

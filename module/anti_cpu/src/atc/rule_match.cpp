@@ -14,20 +14,11 @@ bool any_rule_matches(uint32_t action, const atc_pkt_info_t *pkt) ATC_REQUIRES(g
 template <uint32_t size>
 bool prefix_matches(const uint8_t (&rule)[size], const uint8_t *pkt, uint32_t bits);
 bool ipv4_matches(uint32_t rule, uint32_t pkt, uint32_t bits);
-template <uint32_t size>
-void prefix_mask(const uint8_t (&rule)[size], uint8_t (&mask)[size], uint32_t bits);
-uint32_t ipv4_mask(uint32_t rule, uint32_t bits);
-uint8_t partial_mask(uint32_t bits);
 
 // A member that the rule leaves at 0 matches any packet.
 template <typename value_t>
 bool value_matches(value_t rule, value_t pkt) {
     return rule == 0 || rule == pkt;
-}
-
-template <typename value_t>
-value_t value_mask(value_t rule) {
-    return static_cast<value_t>(rule == 0 ? 0 : -1);
 }
 
 }  // namespace
@@ -56,24 +47,6 @@ bool atc_rule_masks_fit(const atc_filter_rule_t *rule) {
            rule->src_ipv6_masklen <= sizeof(rule->src_ipv6) * 8 && rule->dst_ipv6_masklen <= sizeof(rule->dst_ipv6) * 8;
 }
 
-void atc_rule_mask(const atc_filter_rule_t *rule, atc_filter_rule_t *mask) {
-    *mask = {};
-    mask->direction = value_mask(rule->direction);
-    mask->vlan = value_mask(rule->vlan);
-    mask->port = value_mask(rule->port);
-    mask->protocol = value_mask(rule->protocol);
-    mask->eth_type = value_mask(rule->eth_type);
-    mask->aux_match = value_mask(rule->aux_match);
-    prefix_mask(rule->src_mac, mask->src_mac, rule->src_mac_masklen);
-    prefix_mask(rule->dst_mac, mask->dst_mac, rule->dst_mac_masklen);
-    mask->src_ipv4 = ipv4_mask(rule->src_ipv4, rule->src_ipv4_masklen);
-    mask->dst_ipv4 = ipv4_mask(rule->dst_ipv4, rule->dst_ipv4_masklen);
-    prefix_mask(rule->src_ipv6, mask->src_ipv6, rule->src_ipv6_masklen);
-    prefix_mask(rule->dst_ipv6, mask->dst_ipv6, rule->dst_ipv6_masklen);
-    mask->dst_port = value_mask(rule->dst_port);
-    mask->src_port = value_mask(rule->src_port);
-}
-
 int atc_filter_rule_check_permit(const atc_pkt_info_t *pkt) {
     return any_rule_matches(ATC_ACTION_PERMIT, pkt) ? 1 : 0;
 }
@@ -92,25 +65,13 @@ int atc_cmp_by_masklen(const uint8_t *a, const uint8_t *b, uint32_t bits) {
             return a[i] > b[i] ? 1 : -1;
         }
     }
-    const uint8_t mask = partial_mask(bits);
+    const uint8_t mask = atc_partial_mask(bits);
     if (mask == 0) {
         return 0;  // the byte behind the prefix may not exist
     }
     const int left = a[whole] & mask;
     const int right = b[whole] & mask;
     return (left > right) - (left < right);
-}
-
-int atc_masklen_to_mask(uint8_t *mask, uint32_t bits) {
-    if (mask == nullptr) {
-        return -1;
-    }
-    const uint32_t whole = bits / 8;
-    for (uint32_t i = 0; i < whole; i++) {
-        mask[i] = 0xFF;
-    }
-    mask[whole] = partial_mask(bits);
-    return 0;
 }
 
 namespace {
@@ -158,32 +119,6 @@ bool ipv4_matches(uint32_t rule, uint32_t pkt, uint32_t bits) {
     uint8_t bytes[2][sizeof(uint32_t)];
     memcpy(bytes, numbers, sizeof(bytes));
     return prefix_matches(bytes[0], bytes[1], bits);
-}
-
-// The bits that prefix_matches compares.
-template <uint32_t size>
-void prefix_mask(const uint8_t (&rule)[size], uint8_t (&mask)[size], uint32_t bits) {
-    static constexpr uint8_t any[size] = {};
-    if (memcmp(rule, any, size) != 0) {
-        uint8_t bytes[size + 1] = {};
-        atc_masklen_to_mask(bytes, bits == 0 || bits > size * 8 ? size * 8 : bits);
-        memcpy(mask, bytes, size);
-    }
-}
-
-uint32_t ipv4_mask(uint32_t rule, uint32_t bits) {
-    uint8_t bytes[sizeof(uint32_t)];
-    uint8_t mask[sizeof(uint32_t)] = {};
-    memcpy(bytes, &rule, sizeof(bytes));
-    prefix_mask(bytes, mask, bits);
-    uint32_t number;
-    memcpy(&number, mask, sizeof(number));
-    return ntohl(number);
-}
-
-// The mask of the bits that are left over behind the whole bytes: 0x00, 0x80, 0xC0 ... 0xFE.
-uint8_t partial_mask(uint32_t bits) {
-    return static_cast<uint8_t>(0xFF00U >> (bits % 8));
 }
 
 }  // namespace
