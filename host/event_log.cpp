@@ -2,8 +2,28 @@
 #include "event_log.h"
 
 #include "events/journal.h"
+#include "verdict/words.h"
 
 namespace host {
+
+namespace {
+
+// Beside an alarm that is taken back while rules of the chip hold its flood: the rate is that of what they let through.
+std::string beside(const AlarmEvent &alarm, const RuleBook &rules) {
+    uint64_t stopped = 0;
+    if (alarm.subject.source.type != ATC_SRC_NONE) {
+        for (const Rule *rule : rules.rules_of(alarm.subject)) {
+            stopped += rule->packets;
+        }
+    } else if (const auto of = rules.flows().find(alarm.subject.flow); of != rules.flows().end()) {
+        stopped = of->second.installed > of->second.withdrawn ? of->second.stopped : 0;
+    }
+    return stopped == 0
+               ? ""
+               : "    (counts what reached the CPU; the chip has stopped " + with_commas(stopped) + " so far)\n";
+}
+
+}  // namespace
 
 EventLog::EventLog(std::FILE *terminal, std::FILE *file, Keep keep, Taking taking)
     : terminal_(terminal), file_(file), keep_(keep) {
@@ -45,6 +65,9 @@ void EventLog::take(const card::LogMessage &message) {
     }
     if (terminal_ != nullptr) {
         card::print_log_line(terminal_, message);
+        if (alarm && !alarm->is_raised && journal_ != nullptr) {
+            std::fputs(beside(*alarm, journal_->rules()).c_str(), terminal_);
+        }
     }
     if (file_ != nullptr) {
         card::print_log_line(file_, message);

@@ -208,7 +208,7 @@ console::Status replay_captures(const ReplayOptions &options, CaptureSet &captur
     if (outputs.counts_traffic() || (!options.quiet && !led_by_operator)) {
         account.emplace(options.vlan, replay.device_mac(), fast_limits(settings));
         replay.set_account(&*account);
-        outputs.follow(replay, *account);
+        outputs.follow(replay, *account, settings);
         events.set_alarm_listener([&alarms](const AlarmEvent &event) { alarms.take(event); });
     }
     status = run_packets(options, replay, console);

@@ -25,12 +25,12 @@ void ReplayOutputs::follow(Journal &journal) {
     events_.follow(journal);
 }
 
-void ReplayOutputs::follow(Replay &replay, TrafficAccount &account) {
+void ReplayOutputs::follow(Replay &replay, TrafficAccount &account, const ModuleSettings &settings) {
     if (rates_) {
         rates_->follow(account);
     }
     if (report_) {
-        report_->follow(replay, account);
+        report_->follow(replay, account, settings);
     }
 }
 

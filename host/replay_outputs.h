@@ -26,7 +26,7 @@ public:
 
     // From now on: before Replay::start, and behind it.
     void follow(Journal &journal);
-    void follow(Replay &replay, TrafficAccount &account);
+    void follow(Replay &replay, TrafficAccount &account, const ModuleSettings &settings);
 
     // At the end. Says what could not be written.
     void write_report(const ReplayOptions &options, const Replay &replay, const TrafficAccount &account,

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "page/html_report.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <string_view>
@@ -55,14 +57,24 @@ std::string as_script_data(const Json &json) {
 }  // namespace
 
 bool HtmlReport::open(const std::string &path, std::string &error) {
-    file_.reset(std::fopen(path.c_str(), "w"));
+    const bool is_there = access(path.c_str(), F_OK) == 0;
+    file_.reset(std::fopen(path.c_str(), "a"));
     error = file_ ? "" : std::generic_category().message(errno);
+    made_ = file_ && !is_there ? path : "";
     return file_ != nullptr;
 }
 
-void HtmlReport::follow(Replay &replay, TrafficAccount &account) {
+HtmlReport::~HtmlReport() {
+    if (!made_.empty()) {
+        unlink(made_.c_str());
+    }
+}
+
+void HtmlReport::follow(Replay &replay, TrafficAccount &account, const ModuleSettings &settings) {
     series_.emplace(replay.start_ns());
     series_->follow(account);
+    limits_.emplace(replay.start_ns(), settings);
+    limits_->follow(account);
     marks_.follow(replay.journal());
 }
 
@@ -73,6 +85,11 @@ bool HtmlReport::write(const Replay &replay, const TrafficAccount &account, cons
     const std::string_view before = page.substr(0, place);
     const std::string_view behind = page.substr(place + kDataPlace.size());
     const std::string script = as_script_data(data(replay, account, verdict, files));
+    made_.clear();
+    // A pipe, or /dev/stdout, has nothing to be emptied.
+    if (ftruncate(fileno(file_.get()), 0) != 0 && errno != EINVAL) {
+        return false;
+    }
     for (const std::string_view part : {before, std::string_view(script), behind}) {
         if (std::fwrite(part.data(), 1, part.size(), file_.get()) != part.size()) {
             return false;
@@ -106,6 +123,7 @@ Json HtmlReport::data(const Replay &replay, const TrafficAccount &account, const
         json["floods"].push_back(flood_data(floods[i], numbers.at(floods[i].flow), i < kCharts));
     }
     json["more_floods"] = floods.size() - shown;
+    json["limits"] = limits_->data(account, floods);
     return json;
 }
 

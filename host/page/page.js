@@ -167,6 +167,16 @@
       if (data.more_floods) add(report, "p", `and ${number(data.more_floods)} more: anti-cpu replay --all`, "faint");
     }
   }
+  if (data.limits.classes.length) {
+    add(report, "h2", "Limits that would fit");
+    add(report, "p", `Packets a second of any one flow, over a fast period of ${number(data.limits.fast_period_s)} s, with a margin of ${data.limits.margin}. ` +
+      "What is no flood above is taken for good traffic here; anti-cpu tune asks captures of good days, looks at senders, too, and tries the limits out.", "faint");
+    const differs = (row) => (row.recommended_pps === null ? "-" : number(row.recommended_pps) + (row.recommended_pps === row.now_pps ? "" : " *"));
+    addTable(report, [["protocol"], ["good, busiest second", "number"], ["busiest period", "number"], ["flood, busiest period", "number"], ["limit now", "number"], ["would fit", "number"], ["why", "text"]],
+      data.limits.classes.map((row) => [row.protocol, number(row.good_second), rate(row.good_period_pps), row.flood_period_pps === null ? "-" : rate(row.flood_period_pps),
+        number(row.now_pps), differs(row), row.why]));
+    add(report, "p", "* differs from the limit in force.", "faint");
+  }
   if (verdict.try_next) {
     add(report, "h2", "Try next");
     const list = add(report, "ul");

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tune/tune_command.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "tune/tune_report.h"
@@ -34,6 +36,14 @@ int tune_command(const TuneOptions &options) {
     }
     Problems problems;
     Tuning tuning(options);
+    if (isatty(STDERR_FILENO) != 0) {
+        tuning.set_progress([](size_t done, size_t all) {
+            std::fprintf(stderr, "\r\033[K");
+            if (done < all) {
+                std::fprintf(stderr, "pass %zu of %zu over the captures ", done + 1, all);
+            }
+        });
+    }
     const int status = tuning.run(problems);
     if (tuning.has_results()) {
         options.replay.json ? print_tuning_data(stdout, tuning, options) : print_tuning(stdout, tuning, options);

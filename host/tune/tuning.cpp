@@ -86,6 +86,14 @@ int Tuning::run(Problems &problems) {
     return problems.count() == 0 ? kExitGood : kExitRefused;
 }
 
+// Each capture is read, then replayed with every factor and with nothing denied.
+void Tuning::step() {
+    steps_++;
+    if (progress_) {
+        progress_(steps_, captures_.size() * (kFactors.size() + 2));
+    }
+}
+
 bool Tuning::read(CaptureToTune &capture, Problems &problems) {
     CaptureFile file;
     if (!file.open(capture.path, capture.port, problems)) {
@@ -109,6 +117,7 @@ bool Tuning::read(CaptureToTune &capture, Problems &problems) {
         }
     }
     capture.flood ? note_flood(capture, needs, traffic) : note_good(needs);
+    step();
     return true;
 }
 
@@ -237,6 +246,7 @@ int Tuning::try_out(double factor, size_t number) {
         if (figures.is_null()) {
             return status;
         }
+        step();
         if (factor == kNothingDenied) {
             capture.alarms = figures.at("alarms");
             continue;

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -73,6 +74,10 @@ public:
     // kExitRefused, when has_results().
     int run(Problems &problems);
 
+    // Called behind each capture that has been read, or replayed: how many of how many.
+    using Progress = std::function<void(size_t done, size_t all)>;
+    void set_progress(Progress progress) { progress_ = std::move(progress); }
+
     bool has_results() const { return has_results_; }
     const ModuleSettings &settings() const { return settings_; }
     const std::vector<CaptureToTune> &captures() const { return captures_; }
@@ -85,6 +90,7 @@ public:
     uint32_t source_base(const ClassTuning &of) const;
 
 private:
+    void step();
     bool read(CaptureToTune &capture, Problems &problems);
     void note_good(const NeedAccount &needs);
     void note_flood(CaptureToTune &capture, const NeedAccount &needs, const TrafficAccount &traffic);
@@ -103,6 +109,8 @@ private:
     std::vector<ClassTuning> classes_;
     std::set<std::pair<uint32_t, Source>> good_senders_;  // by protocol
     bool has_results_ = false;
+    Progress progress_;
+    size_t steps_ = 0;
 };
 
 }  // namespace host

@@ -124,9 +124,9 @@ std::vector<std::string> Verdict::answer() const {
                                                       [](const FlowTraffic &flow) { return flow.all.second.peak(); });
         Flood flow;
         flow.flow = busiest->key;
-        lines.push_back("The busiest was " + place_text(flow) + ": " + with_commas(busiest->all.second.peak()) +
-                        " packets in a second, where " + with_commas(account_.limits().flow[busiest->key.protocol]) +
-                        " are allowed.");
+        lines.push_back("The busiest was " + place_text(flow) + ": " +
+                        counted(busiest->all.second.peak(), "packet", "packets") + " in a second, where " +
+                        with_commas(account_.limits().flow[busiest->key.protocol]) + " are allowed.");
     }
     if (const auto text = period_text()) {
         lines.push_back(*text);

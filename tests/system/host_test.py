@@ -542,6 +542,31 @@ class HostTest(unittest.TestCase):
         self.assertEqual({mark["kind"] for flood in data["floods"] for mark in flood["marks"]},
                          {"alarm", "cleared", "rule", "withdrawn", "capture"})
 
+    def test_limits_of_a_page_are_those_of_tune(self):
+        for name, flooding in (("1_good", []), ("2_flood", ["arp", "tcp-syn", "icmpv6-ns"])):
+            capture = self.traffic(TESTS / "scenarios" / "tuned_limits" / f"traffic_{name}.txt")
+            _, data = self.replay_with_report(capture, "--fast-period", "10")
+            tuned = json.loads(self.run_program("tune", capture, "--json", "--fast-period", "10").stdout)
+            rows = {row["protocol"]: row for row in data["limits"]["classes"]}
+            self.assertEqual(list(rows), [of["protocol"] for of in tuned["classes"]])
+            for of in tuned["classes"]:
+                row, flow = rows[of["protocol"]], of["flow"]
+                self.assertEqual(row["flood_period_pps"] is None, of["protocol"] not in flooding)
+                side = "flood" if of["protocol"] in flooding else "good"
+                self.assertAlmostEqual(row[f"{side}_period_pps"], flow["good"]["period_pps"])
+                if side == "good":
+                    self.assertEqual((row["recommended_pps"], row["why"]), (flow["recommended_pps"], flow["why"]))
+
+    def test_a_page_stays_until_there_is_another(self):
+        for before in ("yesterday's", None):
+            page = self.work / "page.html"
+            page.unlink(missing_ok=True)
+            if before:
+                page.write_text(before, encoding="utf-8")
+            result = self.run_program("replay", SAMPLES / "campus.pcap", "--report", page, "-x", "set hw-deny arp sauce on")
+            self.assertEqual(result.returncode, 2, result.stderr)
+            self.assertEqual(page.read_text(encoding="utf-8") if page.exists() else None, before)
+
     def test_a_page_is_bounded(self):
         for seconds in (0, 1, 600, 86400, 3 * 10**7):
             packets = [(i * seconds / 1000, arp(1)) for i in range(1000)]
