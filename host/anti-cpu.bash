@@ -4,7 +4,7 @@ _anti_cpu() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} choices='' options='' lines=''
     COMPREPLY=()
     if [ "$COMP_CWORD" -eq 1 ]; then
-        choices='replay tune reference denies help completion run console'
+        choices='replay tune reference denies help completion run console top'
     else
         case ${COMP_WORDS[1]} in
             replay) choices='' options='-h --help --port --vlan --own-mac --fast-period --config -x --line --long-period --drain --chip-rules --memory-budget --captures --captures-quota --log --events --syslog --rates --interval --report --then --what-if --script --until --interactive --all --quiet --json' lines='-x --line --then --what-if' ;;
@@ -15,6 +15,7 @@ _anti_cpu() {
             completion) choices='bash' options='-h --help' lines='' ;;
             run) choices='' options='-h --help --port --config -x --line --generic --all --captures --captures-quota --log --events --syslog --control --operators --observers --stall --chip-rules --memory-budget' lines='-x --line' ;;
             console) choices='' options='-h --help --control -c --line --json' lines='-c --line' ;;
+            top) choices='' options='-h --help --control --interval --page --once --no-colours' lines='' ;;
         esac
     fi
     case " $lines " in

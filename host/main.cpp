@@ -12,6 +12,7 @@
 #include "deny_widths.h"
 #ifdef ATC_LIVE
 #include "live/live_main.h"
+#include "top/top_command.h"
 #endif
 #include "options.h"
 #include "problems.h"
@@ -154,6 +155,8 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
     ConsoleOptions console_options;
     const CLI::App *run = add_run(app, live_options);
     const CLI::App *console = add_console(app, console_options);
+    TopOptions top_options;
+    const CLI::App *top = add_top(app, top_options);
 #endif
     try {
         app.parse(argc, argv);
@@ -170,6 +173,9 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
     }
     if (console->parsed()) {
         return finish_output(console_command(console_options));
+    }
+    if (top->parsed()) {
+        return finish_output(top_command(top_options));
     }
 #endif
     if (app.got_subcommand("tune")) {

@@ -34,7 +34,7 @@ public:
     void close(const ReplayOptions &options, Problems &problems);
 
 private:
-    EventOutputs events_;
+    EventOutputs events_{Delivery::kWhole};
     std::optional<RateFile> rates_;
     std::optional<HtmlReport> report_;
 };

@@ -13,12 +13,14 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "capture_keeper.h"
 #include "console/kinds.h"
+#include "events/delivery.h"
 #include "json_writer.h"
 #include "module_settings.h"
 #include "replay.h"
@@ -39,9 +41,10 @@ struct Session {
     Run &run;
     Replay *replay;  // the same, where packets come from captures; else null
     CaptureKeeper &captures;
-    bool json;                  // show prints data
-    bool may_run;               // false while settings are made before the replay
-    ModuleSettings defaults{};  // what the module had before any were made
+    bool json;                                            // show prints data
+    bool may_run;                                         // false while settings are made before the replay
+    ModuleSettings defaults{};                            // what the module had before any were made
+    std::function<std::vector<OutputState>()> outputs{};  // where events and messages go; empty: nobody tells
 };
 
 class Arguments {

@@ -30,6 +30,20 @@ constexpr std::array<StateColumn, 8> kStateColumns = {{
     {"lost", [](const PortState &state) { return state.lost; }},
 }};
 
+std::vector<OutputState> outputs_of(const Session &session) {
+    return session.outputs ? session.outputs() : std::vector<OutputState>();
+}
+
+// What is lost of what the card tells.
+void print_lost(const Session &session) {
+    for (const OutputState &output : outputs_of(session)) {
+        if (output.counts.lost > 0) {
+            std::printf("%s for %s: %llu lost, they were not read in time\n", output.kind.c_str(), output.name.c_str(),
+                        static_cast<unsigned long long>(output.counts.lost));
+        }
+    }
+}
+
 Status show_card(Session &session, const Arguments &arguments) {
     const std::vector<PortState> states = session.run.port_states();
     if (as_json(session, arguments)) {
@@ -57,6 +71,33 @@ Status show_card(Session &session, const Arguments &arguments) {
         table.add(std::move(row));
     }
     table.print(stdout);
+    print_lost(session);
+    return Status::kDone;
+}
+
+Status show_outputs(Session &session, const Arguments &arguments) {
+    const std::vector<OutputState> outputs = outputs_of(session);
+    if (as_json(session, arguments)) {
+        Json rows = Json::array();
+        for (const auto &[kind, name, counts] : outputs) {
+            rows.push_back({{"kind", kind},
+                            {"name", name},
+                            {"written", counts.written},
+                            {"waiting", counts.waiting},
+                            {"lost", counts.lost}});
+        }
+        return print_json(rows);
+    }
+    TextTable table({{"what", TextTable::Align::kLeft},
+                     {"to", TextTable::Align::kLeft},
+                     {"written", TextTable::Align::kRight},
+                     {"waiting", TextTable::Align::kRight},
+                     {"lost", TextTable::Align::kRight}});
+    for (const auto &[kind, name, counts] : outputs) {
+        table.add(
+            {kind, name, std::to_string(counts.written), std::to_string(counts.waiting), std::to_string(counts.lost)});
+    }
+    table.print(stdout);
     return Status::kDone;
 }
 
@@ -65,6 +106,7 @@ Status show_card(Session &session, const Arguments &arguments) {
 std::vector<Command> card_rows() {
     return {
         {"show card", "The card's ports, and what became of their packets", show_card},
+        {"show outputs", "Where events and messages go, and what was lost on the way to a slow reader", show_outputs},
         {"trunk <trunk:number> (join | leave) <port>",
          "A port joins or leaves a trunk; packets on members are the trunk's", trunk_change},
     };

@@ -7,6 +7,7 @@
 #include "clock/clock.h"
 #include "console/command_rows.h"
 #include "console/dump_data.h"
+#include "console/flood_view.h"
 #include "console/flow_view.h"
 #include "console/limits_view.h"
 #include "module_text.h"
@@ -81,6 +82,15 @@ Status show_top(Session &session, const Arguments &arguments) {
         return print_json(top_json(session.run, of, count));
     }
     print_top(session.run, of, count);
+    return Status::kDone;
+}
+
+Status show_floods(Session &session, const Arguments &arguments) {
+    const StandingFloods floods = standing_floods(session.run, arguments.number_or("rows", 10));
+    if (as_json(session, arguments)) {
+        return print_json(floods_json(floods));
+    }
+    print_floods(floods);
     return Status::kDone;
 }
 
@@ -228,6 +238,8 @@ std::vector<Command> show_rows() {
          "Table of flows (port, VLAN, protocol) and their sources", show_flows},
         {"show top [<rows>] [flows | sources | classes]", "What has the most packets, 10 rows unless told otherwise",
          show_top},
+        {"show floods [<rows>]",
+         "What floods now and what is done about it, highest rates first, 10 rows unless told otherwise", show_floods},
         {"show alarms", "Flows and sources over their fast limit", show_alarms},
         {"show hw-deny", "Automatic rules in the switching chip, newest first", show_hw_deny},
         {"show chip", "Every rule in the switching chip and what it matched", show_chip},

@@ -10,27 +10,51 @@
 
 namespace host {
 
-bool EventFile::open(const std::string &path, std::string &error) {
-    if (path == "-") {
-        const int fd = dup(STDOUT_FILENO);
-        const bool is_ours = fd >= 0 && dup2(STDERR_FILENO, STDOUT_FILENO) >= 0;
-        file_.reset(is_ours ? fdopen(fd, "w") : nullptr);
-    } else {
-        file_.reset(std::fopen(path.c_str(), "w"));
-    }
-    if (!file_) {
-        error = std::generic_category().message(errno);
-    }
-    return file_ != nullptr;
+namespace {
+
+std::string line_of(const JournalEntry &entry) {
+    return event_json(entry).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
-void EventFile::follow(Journal &journal) {
-    journal.add_reader([this](const JournalEntry &entry) {
-        const std::string line =
-            event_json(entry).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-        const bool is_written = std::fwrite(line.data(), 1, line.size(), file_.get()) == line.size();
-        is_whole_ = is_whole_ && is_written && std::fflush(file_.get()) == 0;
-    });
+}  // namespace
+
+bool EventFile::open(const std::string &path, Delivery delivery, std::string &error) {
+    bool is_open = false;
+    if (path == "-") {
+        const int fd = dup(STDOUT_FILENO);
+        is_open = fd >= 0 && dup2(STDERR_FILENO, STDOUT_FILENO) >= 0;
+        sink_.take(fd);
+    } else {
+        is_open = sink_.open(path, delivery == Delivery::kWhole ? FileSink::Start::kEmpty : FileSink::Start::kBehind);
+    }
+    if (!is_open) {
+        error = std::generic_category().message(errno);
+        return false;
+    }
+    if (delivery == Delivery::kNoWaiting) {
+        queue_ = std::make_unique<LineQueue>(
+            [this](const std::string &line, const GoesOn &goes_on) { return sink_.write(line, goes_on); },
+            [](uint64_t lost) { return line_of(lost_entry(lost)); });
+    }
+    return true;
+}
+
+void EventFile::take(const JournalEntry &entry) {
+    if (queue_) {
+        queue_->add(line_of(entry));
+    } else {
+        (sink_.write(line_of(entry), [] { return true; }) ? counts_.written : counts_.lost)++;
+    }
+}
+
+void EventFile::close() {
+    if (queue_) {
+        queue_->close();
+    }
+}
+
+LineCounts EventFile::counts() const {
+    return queue_ ? queue_->counts() : counts_;
 }
 
 }  // namespace host

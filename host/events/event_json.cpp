@@ -110,6 +110,11 @@ void add(Json &json, const MemoryEntry &entry) {
     json["budget_bytes"] = entry.budget;
 }
 
+void add(Json &json, const LostEntry &entry) {
+    json["event"] = "events-lost";
+    json["lost"] = entry.lost;
+}
+
 }  // namespace
 
 Json class_counts_json(const ClassCounts &counts) {

@@ -19,6 +19,10 @@ std::string file_of(const Subject &subject) {
 
 }  // namespace
 
+JournalEntry lost_entry(uint64_t lost) {
+    return {card::Clock::instance().realtime_ns(), LostEntry{lost}};
+}
+
 Journal::Journal(const AlarmBook &alarms) : alarms_(alarms) {
     card::Chip::instance().set_observer([this](const card::ChipChange &change) { add(change); });
     card::set_transfer_observer([this](const card::TransferResult &result) {

@@ -53,10 +53,18 @@ struct MemoryEntry {
     uint64_t budget;   // bytes
 };
 
+// Entries that a reader was too slow for.
+struct LostEntry {
+    uint64_t lost;
+};
+
 struct JournalEntry {
     int64_t realtime_ns;
-    std::variant<AlarmEntry, RuleEvent, CaptureEntry, MemoryEntry> what;
+    std::variant<AlarmEntry, RuleEvent, CaptureEntry, MemoryEntry, LostEntry> what;
 };
+
+// Of now: so many are missing here.
+JournalEntry lost_entry(uint64_t lost);
 
 class Journal {
 public:

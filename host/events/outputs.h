@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "events/event_file.h"
 #include "events/syslog.h"
@@ -15,13 +16,20 @@ namespace host {
 
 class EventOutputs {
 public:
+    explicit EventOutputs(Delivery delivery) : delivery_(delivery) {}
+
     // Empty names are none. False when one of them cannot be opened; the reason has been reported.
     bool open(const std::string &file, const std::string &syslog, Problems &problems);
+    // They read 'journal' from now on.
     void follow(Journal &journal);
-    // Reports what has been lost.
-    void close(Problems &problems) const;
+    // The file is another one of the same name from now on.
+    void reopen();
+    std::vector<OutputState> states() const;
+    // The end; reports what has been lost.
+    void close(Problems &problems);
 
 private:
+    Delivery delivery_;
     std::string file_name_;
     std::string syslog_name_;
     std::optional<EventFile> file_;

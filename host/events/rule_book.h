@@ -73,6 +73,8 @@ public:
 
     // In the order of flows.
     const std::map<FlowKey, FlowRules> &flows() const { return flows_; }
+    // Those in the chip, by entry id; their packets are counted in a replay only.
+    const std::map<uint32_t, Rule> &rules() const { return rules_; }
     // Those in the chip that are of this flow or source, by entry id.
     std::vector<const Rule *> rules_of(const Subject &owner) const;
 

@@ -2,16 +2,18 @@
 #include "events/syslog.h"
 
 #include <netdb.h>
+#include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "events/event_json.h"
 #include "transfer/server_address.h"
@@ -28,12 +30,16 @@ constexpr int kWarning = 4;
 constexpr int kNotice = 5;
 constexpr int kFacilities = 8;
 
+constexpr int kLookMs = 100;  // between questions whether waiting goes on
+// Whoever reads has room for a few messages only: a replay waits so long for it.
+constexpr auto kLongest = std::chrono::milliseconds(100);
+
 // The number for documentation (RFC 5612): the project has none of its own.
 constexpr const char *kDataId = "anti-cpu@32473";
 
 int severity_of(std::string_view event) {
     return event == "alarm-raised" || event == "rule-refused" || event == "memory-refused" ||
-                   event == "capture-upload-failed"
+                   event == "capture-upload-failed" || event == "events-lost"
                ? kWarning
                : kNotice;
 }
@@ -79,16 +85,37 @@ std::string syslog_message(const JournalEntry &entry, const std::string &host_na
 }
 
 Syslog::~Syslog() {
+    queue_.reset();
     if (socket_ >= 0) {
-        close(socket_);
+        ::close(socket_);
     }
 }
 
-bool Syslog::open(const std::string &target, std::string &error) {
-    if (!target.starts_with('/')) {
-        return open_host(target, error);
+bool Syslog::open(const std::string &target, Delivery delivery, std::string &error) {
+    target_ = target;
+    if (!connect(error)) {
+        return false;
     }
-    const bool is_open = open_path(target);
+    char name[256] = "";
+    gethostname(name, sizeof(name) - 1);
+    host_name_ = name;
+    if (delivery == Delivery::kNoWaiting) {
+        queue_ = std::make_unique<LineQueue>(
+            [this](const std::string &message, const GoesOn &goes_on) { return send_message(message, goes_on); },
+            [this](uint64_t lost) { return message_of(lost_entry(lost)); });
+    }
+    return true;
+}
+
+bool Syslog::connect(std::string &error) {
+    if (socket_ >= 0) {
+        ::close(socket_);
+    }
+    socket_ = -1;
+    if (!target_.starts_with('/')) {
+        return open_host(target_, error);
+    }
+    const bool is_open = open_path(target_);
     error = is_open ? "" : std::generic_category().message(errno);
     return is_open;
 }
@@ -102,10 +129,7 @@ bool Syslog::open_path(const std::string &path) {
     }
     std::memcpy(address.sun_path, path.c_str(), path.size());
     socket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    // Whoever reads has room for a few messages only: a moment is waited for it.
-    const timeval longest{0, 100'000};
-    return socket_ >= 0 && setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &longest, sizeof(longest)) == 0 &&
-           connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+    return socket_ >= 0 && ::connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
 }
 
 bool Syslog::open_host(const std::string &target, std::string &error) {
@@ -128,21 +152,57 @@ bool Syslog::open_host(const std::string &target, std::string &error) {
     }
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> addresses(found, freeaddrinfo);
     socket_ = socket(found->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (socket_ < 0 || connect(socket_, found->ai_addr, found->ai_addrlen) != 0) {
+    if (socket_ < 0 || ::connect(socket_, found->ai_addr, found->ai_addrlen) != 0) {
         error = std::generic_category().message(errno);
         return false;
     }
     return true;
 }
 
-void Syslog::follow(Journal &journal) {
-    char name[256] = "";
-    gethostname(name, sizeof(name) - 1);
-    journal.add_reader([this, host_name = std::string(name)](const JournalEntry &entry) {
-        const std::string message = syslog_message(entry, host_name, getpid());
-        const bool is_taken = send(socket_, message.data(), message.size(), MSG_NOSIGNAL) >= 0;
-        lost_ += is_taken ? 0 : 1;
-    });
+std::string Syslog::message_of(const JournalEntry &entry) const {
+    return syslog_message(entry, host_name_, getpid());
+}
+
+void Syslog::take(const JournalEntry &entry) {
+    if (queue_) {
+        queue_->add(message_of(entry));
+        return;
+    }
+    const auto end = std::chrono::steady_clock::now() + kLongest;
+    const bool is_taken = send_message(message_of(entry), [end] { return std::chrono::steady_clock::now() < end; });
+    (is_taken ? counts_.written : counts_.lost)++;
+}
+
+// A server that was started anew is found anew.
+bool Syslog::send_message(const std::string &message, const GoesOn &goes_on) {
+    bool is_found_anew = false;
+    for (;;) {
+        if (send(socket_, message.data(), message.size(), MSG_NOSIGNAL | MSG_DONTWAIT) >= 0) {
+            return true;
+        }
+        if (errno == EAGAIN || errno == EINTR) {
+            pollfd ready{socket_, POLLOUT, 0};
+            poll(&ready, 1, kLookMs);
+            if (!goes_on()) {
+                return false;
+            }
+            continue;
+        }
+        std::string error;
+        if (std::exchange(is_found_anew, true) || !connect(error)) {
+            return false;
+        }
+    }
+}
+
+void Syslog::close() {
+    if (queue_) {
+        queue_->close();
+    }
+}
+
+LineCounts Syslog::counts() const {
+    return queue_ ? queue_->counts() : counts_;
 }
 
 }  // namespace host

@@ -81,6 +81,10 @@ bool ControlServer::open(const std::string &path, const std::string &operators, 
         !find_group(observers, &observers_, error)) {
         return false;
     }
+    // Its own folder below /run is gone after each start of the machine.
+    if (const size_t slash = path.rfind('/'); slash != std::string::npos && slash > 0) {
+        mkdir(path.substr(0, slash).c_str(), 0755);
+    }
     lock_ = ::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (lock_ < 0 || flock(lock_, LOCK_EX | LOCK_NB) != 0) {
         error = errno == EWOULDBLOCK ? "another anti-cpu listens there" : last_error();
@@ -195,7 +199,10 @@ bool ControlClient::open(const std::string &path, std::string &error) {
         return false;
     }
     socket_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (socket_ < 0 || connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
+    const timeval longest{static_cast<time_t>(patience_s_), 0};
+    if (socket_ < 0 || setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &longest, sizeof(longest)) != 0 ||
+        setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &longest, sizeof(longest)) != 0 ||
+        connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
         error = last_error();
         return false;
     }

@@ -9,13 +9,14 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace host {
 
-constexpr const char *kDefaultControl = "/run/anti-cpu.sock";
+constexpr const char *kDefaultControl = "/run/anti-cpu/control";
 
 enum class ControlRole {
     kNone,
@@ -68,15 +69,18 @@ class ControlClient {
 public:
     // False, and why.
     bool open(const std::string &path, std::string &error);
+    // How long an answer may take: before open. For ever, unless set.
+    void set_patience(uint32_t seconds) { patience_s_ = seconds; }
     ~ControlClient();
     ControlClient() = default;
     ControlClient(const ControlClient &) = delete;
     ControlClient &operator=(const ControlClient &) = delete;
 
-    // False: the process has gone.
+    // False: the process has gone, or its answer takes too long.
     bool ask(const std::string &line, bool json, ControlAnswer &answer);
 
 private:
+    uint32_t patience_s_ = 0;  // 0 = for ever
     int socket_ = -1;
 };
 

@@ -20,9 +20,11 @@
 #include "console/caught_output.h"
 #include "console/console.h"
 #include "events/outputs.h"
+#include "events/queued_file.h"
 #include "live/class_tables.h"
 #include "live/live_card.h"
 #include "live/live_options.h"
+#include "live/service_manager.h"
 #include "module_settings.h"
 #include "options.h"
 #include "os/os.h"
@@ -35,6 +37,7 @@ namespace {
 
 constexpr auto kPause = std::chrono::milliseconds(1);  // between looks that found nothing
 constexpr auto kCapturesEvery = std::chrono::milliseconds(200);
+constexpr auto kTellLostEvery = std::chrono::seconds(60);
 
 std::atomic<bool> g_reload = false;  // SIGHUP came
 
@@ -108,8 +111,7 @@ std::string text_of(const console::CaughtOutput::File &file) {
 // Everything that lives while the card runs.
 class LiveProcess {
 public:
-    LiveProcess(const LiveOptions &options, Problems &problems, std::FILE *terminal)
-        : options_(options), problems_(problems), terminal_(terminal) {}
+    LiveProcess(const LiveOptions &options, Problems &problems) : options_(options), problems_(problems) {}
     ~LiveProcess() { card::Chip::instance().set_plane(nullptr); }
     LiveProcess(const LiveProcess &) = delete;
     LiveProcess &operator=(const LiveProcess &) = delete;
@@ -118,19 +120,22 @@ public:
 
 private:
     bool open_files();
+    std::vector<OutputState> output_states() const;
     bool load_guard(const std::vector<card::PortSpec> &specs);
     bool start_ports();
     int loop();
     ControlAnswer answer(const std::string &line, bool json, ControlRole role);
     void reload();
+    void look_at_outputs();
+    std::string status() const;
     void say(const std::string &text) const;
 
     const LiveOptions &options_;
     Problems &problems_;
-    std::FILE *terminal_;
-    std::unique_ptr<std::FILE, int (*)(std::FILE *)> log_file_{nullptr, std::fclose};
+    QueuedFile terminal_;
+    QueuedFile log_file_;
     CapturesFolder folder_;
-    EventOutputs outputs_;
+    EventOutputs outputs_{Delivery::kNoWaiting};
     MacAddress device_mac_{};
     std::unique_ptr<card::Guard> guard_;
     std::unique_ptr<card::LivePorts> ports_;
@@ -140,6 +145,9 @@ private:
     std::unique_ptr<console::Session> session_;
     std::unique_ptr<console::Console> console_;
     ControlServer control_;
+    ServiceManager manager_;
+    uint64_t lost_told_ = 0;
+    std::chrono::steady_clock::time_point tell_lost_;
     std::vector<std::string> settings_;  // lines of the settings file, as they were applied
 };
 
@@ -171,14 +179,13 @@ bool LiveProcess::open_files() {
         !folder_.open(options_.captures_folder, options_.captures_quota_mb * kBytesPerMegabyte, problems_)) {
         return false;
     }
-    if (!options_.log_file.empty()) {
-        log_file_.reset(std::fopen(options_.log_file.c_str(), "a"));
-        if (!log_file_) {
-            problems_.report(options_.log_file, "write",
-                             "cannot be written: " + std::generic_category().message(errno));
-            return false;
-        }
-        std::setvbuf(log_file_.get(), nullptr, _IOLBF, 0);
+    if (!options_.log_file.empty() && !log_file_.open(options_.log_file)) {
+        problems_.report(options_.log_file, "write", "cannot be written: " + std::generic_category().message(errno));
+        return false;
+    }
+    if (!terminal_.take(dup(options_.events_file == "-" ? STDERR_FILENO : STDOUT_FILENO))) {
+        problems_.report("standard output", "write", std::generic_category().message(errno));
+        return false;
     }
     return outputs_.open(options_.events_file, options_.syslog, problems_);
 }
@@ -221,7 +228,7 @@ bool LiveProcess::start_ports() {
     if (options_.memory_budget_mb) {
         card::set_memory_budget(*options_.memory_budget_mb * kBytesPerMegabyte);
     }
-    events_ = std::make_unique<EventLog>(options_.events_file == "-" ? nullptr : terminal_, log_file_.get(),
+    events_ = std::make_unique<EventLog>(options_.events_file == "-" ? nullptr : terminal_.stream(), log_file_.stream(),
                                          EventLog::Keep::kNothing, EventLog::Taking::kLater);
     card_ = std::make_unique<LiveCard>(*events_, *guard_, *ports_, device_mac_,
                                        [this](const std::string &text) { say(text); });
@@ -230,6 +237,7 @@ bool LiveProcess::start_ports() {
         [this](const std::string &path, uint64_t bytes) { card_->journal().note_written(path, bytes); });
     captures_ = std::make_unique<CaptureKeeper>(*card_, folder_);
     session_ = std::make_unique<console::Session>(console::Session{*card_, nullptr, *captures_, false, false});
+    session_->outputs = [this] { return output_states(); };
     console_ = std::make_unique<console::Console>(*session_);
     const size_t attached = card_->start();
     session_->defaults = module_settings();
@@ -259,24 +267,34 @@ int LiveProcess::loop() {
         return answer(line, json, role);
     };
     auto next_captures = std::chrono::steady_clock::now();
+    manager_.ready(status());
     while (kept_signal() == 0) {
         const size_t copies = card_->look();
+        manager_.progress();
         control_.look(handler);
         if (const auto now = std::chrono::steady_clock::now(); now >= next_captures) {
             next_captures = now + kCapturesEvery;
             captures_->look();
+            look_at_outputs();
         }
         if (g_reload.exchange(false)) {
+            manager_.reloading();
+            outputs_.reopen();
+            log_file_.reopen();
             reload();
+            manager_.ready(status());
         }
         if (copies == 0) {
             std::this_thread::sleep_for(kPause);
         }
     }
+    manager_.stopping();
     captures_->write_all();
     card_->settle();
     outputs_.close(problems_);
     say("ended by signal " + std::to_string(kept_signal()) + "; the ports are as they were before");
+    log_file_.close();
+    terminal_.close();
     return problems_.count() == 0 ? kExitGood : kExitRefused;
 }
 
@@ -321,11 +339,45 @@ void LiveProcess::reload() {
         " failed");
 }
 
-void LiveProcess::say(const std::string &text) const {
-    std::fprintf(options_.events_file == "-" ? stderr : terminal_, "anti-cpu: %s\n", text.c_str());
-    if (log_file_) {
-        std::fprintf(log_file_.get(), "anti-cpu: %s\n", text.c_str());
+// What `systemctl status` shows.
+std::string LiveProcess::status() const {
+    const auto &ports = ports_->ports();
+    const auto count =
+        std::ranges::count_if(ports, [](const card::LivePort &port) { return port.attachment != nullptr; });
+    return std::to_string(count) + " of " + std::to_string(ports.size()) + " ports protected";
+}
+
+// At most a line a minute.
+void LiveProcess::look_at_outputs() {
+    uint64_t lost = 0;
+    for (const OutputState &output : output_states()) {
+        lost += output.counts.lost;
     }
+    const auto now = std::chrono::steady_clock::now();
+    if (lost > lost_told_ && now >= tell_lost_) {
+        tell_lost_ = now + kTellLostEvery;
+        say(std::to_string(lost - lost_told_) +
+            " events or messages were lost: who reads them is too slow (`show outputs` tells which)");
+        lost_told_ = lost;
+    }
+}
+
+void LiveProcess::say(const std::string &text) const {
+    for (std::FILE *out : {terminal_.stream(), log_file_.stream()}) {
+        if (out != nullptr) {
+            std::fprintf(out, "anti-cpu: %s\n", text.c_str());
+        }
+    }
+}
+
+std::vector<OutputState> LiveProcess::output_states() const {
+    std::vector<OutputState> states = outputs_.states();
+    if (log_file_.stream() != nullptr) {
+        states.push_back({"log", options_.log_file, log_file_.counts()});
+    }
+    states.push_back(
+        {"messages", options_.events_file == "-" ? "standard error" : "standard output", terminal_.counts()});
+    return states;
 }
 
 }  // namespace
@@ -333,14 +385,9 @@ void LiveProcess::say(const std::string &text) const {
 // The module's threads go on to the end of the process, so that is at once when all has been written.
 int live_command(const LiveOptions &options) {
     Problems problems;
-    std::FILE *terminal = fdopen(dup(STDOUT_FILENO), "w");
-    if (terminal == nullptr) {
-        terminal = stderr;
-    }
-    std::setvbuf(terminal, nullptr, _IOLBF, 0);
     int status = kExitRefused;
     {
-        LiveProcess process(options, problems, terminal);
+        LiveProcess process(options, problems);
         status = process.run();
     }
     problems.check_written(stdout, "standard output");
