@@ -3,8 +3,8 @@
 //
 // The module judges copies; its verdict on one is in force for those that follow: of the same source, or of the whole
 // flow when eight sources of it were denied. The first verdict that passes ends it, and so does silence. What is denied
-// goes on being copied, so the module goes on counting. What the operator's rules decided in the kernel says nothing about
-// other packets. Used by: live_card. Uses: guard. Thread: the driving one.
+// goes on being copied, so the module goes on counting. What the operator's rules decided in the kernel says nothing
+// about other packets. Used by: live_card. Uses: guard. Thread: the driving one.
 #pragma once
 
 #include <cstdint>
