@@ -89,6 +89,32 @@ TEST_F(WaitsTest, RulesMoveAndGoInPieces) {
     EXPECT_EQ(fake().chip().size(), RULES);
     EXPECT_TRUE(chip_texts().front().ends_with("| 3")) << chip_texts().front();
     expect_bounded("listing", [] { EXPECT_NE(text_of(atc_api_get_hw_deny_info), "(none)"); });
+    for (uint32_t id = 1; id <= RULES; id++) {
+        atc_filter_rule_t rule = {};
+        rule.id = id;
+        rule.action = ATC_ACTION_DENY;
+        rule.direction = ATC_DIRECTION_TX;
+        ASSERT_EQ(atc_api_cfg_filter_rule_add(&rule, 1), 0);
+    }
+    // Rules that go while they are listed: the one that has been shown, the next, the one behind that, and the last.
+    int pauses = 0;
+    fake().on_delay = [&pauses] {
+        if (pauses++ == 0) {
+            for (const uint32_t id : {RULES, RULES - 1, RULES - 2, 1U}) {
+                EXPECT_EQ(atc_api_cfg_filter_rule_del(id, 1), 0);
+            }
+        }
+    };
+    expect_bounded("dump of rules", [] {
+        const std::string text = printed([] { atc_filter_show(); });
+        EXPECT_NE(text.find("filter id 100 "), std::string::npos);
+        EXPECT_EQ(text.find("filter id 99 "), std::string::npos);
+        EXPECT_EQ(text.find("filter id 98 "), std::string::npos);
+        EXPECT_NE(text.find("filter id 97 "), std::string::npos);
+        EXPECT_NE(text.find("filter id 2 "), std::string::npos);
+        EXPECT_EQ(text.find("filter id 1 "), std::string::npos);
+    });
+    fake().on_delay = nullptr;
     expect_bounded("clear of rules", [] { EXPECT_EQ(atc_api_clear_hw_deny_info(0), 0); });
     EXPECT_TRUE(fake().chip().empty());
 }

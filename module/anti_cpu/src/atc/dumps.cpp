@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // dumps.cpp: the console dumps of anti_cpu.h.
 //
-// Each prints a consistent picture: the mutex is held for the whole dump, but for that of the limits, a picture of each
-// protocol with pauses between them, and that of the ports, which reads nothing of the module's. Lines end with "\n\r",
-// as the console expects. Changes nothing.
+// Each prints a consistent picture of each rule, protocol or trunk, with pauses between them, and of the settings; that
+// of the ports reads nothing of the module's. Lines end with "\n\r", as the console expects. Changes nothing.
 #include <arpa/inet.h>
 
 #include "anti_cpu/anti_cpu.h"
@@ -15,7 +14,9 @@ namespace {
 
 constexpr uint32_t ADDRESS_TEXT_SIZE = 256;  // bytes
 constexpr uint32_t PROTOCOL_TEXT_SIZE = 128;
+constexpr uint32_t LINES_OF_RULE = 6;
 
+void show_software_rules(atc_list_t *list) ATC_REQUIRES(g_atc_lock);
 void show_software_rule(const atc_filter_rule_t *rule);
 void show_hardware_rule(const atc_filter_rule_t *rule);
 void show_addresses(const atc_filter_rule_t *rule);
@@ -26,11 +27,13 @@ void show_protocol(uint32_t id) ATC_REQUIRES(g_atc_lock);
 int atc_filter_show(void) {
     const atc_guard_t guard;
     for (atc_list_t &list : g_atc_global.filter_list) {
-        atc_list_each<atc_filter_record_t>(
-            &list, [](const atc_filter_record_t *record) { show_software_rule(&record->rule); });
+        show_software_rules(&list);
     }
-    atc_list_each<atc_hw_cfg_filter_t>(&g_atc_global.hw_cfg_filter_list,
-                                       [](const atc_hw_cfg_filter_t *record) { show_hardware_rule(&record->rule); });
+    atc_numbered_each<atc_hw_cfg_filter_t>(&g_atc_global.hw_cfg_filter_list,
+                                           [](const atc_hw_cfg_filter_t *record) ATC_REQUIRES(g_atc_lock) {
+                                               show_hardware_rule(&record->rule);
+                                               atc_hold_spend(LINES_OF_RULE * ATC_WORK_LINE);
+                                           });
     return 0;
 }
 
@@ -65,7 +68,8 @@ int atc_config_show(void) {
 
 int atc_trunk_show(void) {
     const atc_guard_t guard;
-    atc_list_each<atc_trunk_t>(&g_atc_global.trunk_list, [](const atc_trunk_t *trunk) {
+    // No trunk is ever freed, so the walk stands in its pauses.
+    atc_list_each<atc_trunk_t>(&g_atc_global.trunk_list, [](const atc_trunk_t *trunk) ATC_REQUIRES(g_atc_lock) {
         atc_output("\n\r trunk id %d member:", trunk->trunk_id);
         for (const uint32_t member : trunk->members) {
             if (member != 0) {
@@ -73,6 +77,8 @@ int atc_trunk_show(void) {
             }
         }
         atc_output("\n\r");
+        atc_hold_spend(ATC_WORK_LINE);
+        atc_sem_pause_if_due();
     });
     return 0;
 }
@@ -92,6 +98,19 @@ int atc_log_port_show(int32_t highest) {
 }
 
 namespace {
+
+void show_software_rules(atc_list_t *list) {
+    atc_rule_cursor_t cursor = {{}, list->next};
+    atc_list_insert_after(&g_atc_global.rule_cursors, &cursor.link);
+    while (cursor.at != list) {
+        const auto *record = atc_list_record<atc_filter_record_t>(cursor.at);
+        cursor.at = record->link.next;
+        show_software_rule(&record->rule);
+        atc_hold_spend(LINES_OF_RULE * ATC_WORK_LINE);
+        atc_sem_pause_if_due();
+    }
+    atc_list_remove(&cursor.link);
+}
 
 void show_software_rule(const atc_filter_rule_t *rule) {
     atc_output("\n\r");

@@ -28,13 +28,7 @@ void atc_hw_deny_withdraw(atc_hw_deny_t *record) ATC_REQUIRES(g_atc_lock);
 // Calls visit(record) for every record that is there now, newest first, with pauses; 'visit' may withdraw the record.
 template <typename visit_t>
 inline void atc_hw_deny_each(visit_t visit) ATC_REQUIRES(g_atc_lock) {
-    uint64_t number = UINT64_MAX;
-    const auto is_next = [&number](const atc_hw_deny_t *record) { return record->number < number; };
-    while (auto *record = atc_list_find<atc_hw_deny_t>(&g_atc_global.hw_deny_list, is_next)) {
-        number = record->number;
-        visit(record);
-        atc_sem_pause_if_due();
-    }
+    atc_numbered_each<atc_hw_deny_t>(&g_atc_global.hw_deny_list, visit);
 }
 
 // Withdraws every record that is there now and for which matches(record) holds, newest first, with pauses.

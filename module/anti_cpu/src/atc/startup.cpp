@@ -83,6 +83,7 @@ void create_lists() {
     atc_global_t *const global = &g_atc_global;
     atc_list_init(&global->filter_list[0]);
     atc_list_init(&global->filter_list[1]);
+    atc_list_init(&global->rule_cursors);
     atc_list_init(&global->hw_cfg_filter_list);
     atc_list_init(&global->hw_deny_list);
     atc_list_init(&global->trunk_list);

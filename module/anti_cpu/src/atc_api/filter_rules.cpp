@@ -104,6 +104,9 @@ int rule_delete(uint32_t id, uint32_t list_type) {
     if (record == nullptr) {
         return -1;
     }
+    atc_list_each<atc_rule_cursor_t>(&g_atc_global.rule_cursors, [record](atc_rule_cursor_t *cursor) {
+        cursor->at = cursor->at == &record->link ? record->link.next : cursor->at;
+    });
     atc_list_remove(&record->link);
     index_rule(record, atc_rule_index_remove);
     index_missing();

@@ -52,6 +52,7 @@ struct atc_global_t {
     atc_list_t filter_list[2];    // software rules: [1] of list type 1, [0] of any other
     atc_rule_index_t deny_rules;  // those of them with this action, found without walking the lists
     atc_rule_index_t permit_rules;
+    atc_list_t rule_cursors;        // of the walks over filter_list under way
     atc_list_t hw_cfg_filter_list;  // the operator's hardware filters
     atc_list_t hw_deny_list;        // automatic hardware deny rules
     uint32_t rule_hw_count;         // records on hw_deny_list
@@ -161,6 +162,19 @@ inline void atc_sem_pause() ATC_REQUIRES(g_atc_lock) {
 inline void atc_sem_pause_if_due() ATC_REQUIRES(g_atc_lock) {
     if (atc_hold_spend(0)) {
         atc_sem_pause();
+    }
+}
+
+// Calls visit(record) for every record of a list on which each has a greater 'number' than those behind it, with
+// pauses; 'visit' may free the record.
+template <typename record_t, typename visit_t>
+inline void atc_numbered_each(atc_list_t *list, visit_t visit) ATC_REQUIRES(g_atc_lock) {
+    uint64_t number = UINT64_MAX;
+    const auto is_next = [&number](const record_t *record) { return record->number < number; };
+    while (auto *record = atc_list_find<record_t>(list, is_next)) {
+        number = record->number;
+        visit(record);
+        atc_sem_pause_if_due();
     }
 }
 

@@ -114,6 +114,12 @@ struct atc_filter_record_t {
 static_assert(sizeof(atc_filter_record_t) == sizeof(atc_filter_node_t));
 static_assert(offsetof(atc_filter_record_t, rule) == offsetof(atc_filter_node_t, rule));
 
+// A walk over a software rule list that pauses: a rule that is taken off its list moves the walks that stand at it on.
+struct atc_rule_cursor_t {
+    atc_list_t link;  // first member, on rule_cursors
+    atc_list_t *at;   // the next record, or the head of its list
+};
+
 // One trunk. Never freed.
 struct atc_trunk_t {
     atc_list_t link;  // first member, on trunk_list, newest first
