@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <span>
 
 #include "clock/clock.h"
 #include "figures.h"
@@ -15,31 +16,64 @@ namespace host::console {
 
 namespace {
 
-using Floods = std::map<Subject, StandingFlood>;
-
-void add_alarms(Floods &floods, const StandingAlarms &alarms, const AlarmEvent *StandingFlood::*place) {
-    for (const auto &[subject, event] : alarms) {
-        floods[subject].*place = &event;
-    }
-}
+// What a flood brought into the chip, and how much of it that stops.
+struct OwnRules {
+    std::vector<card::ChipRule> rules;
+    uint64_t rate_pps = 0;  // since they were installed
+};
+using RulesByOwner = std::map<Subject, OwnRules>;
 
 // The chip counts; the book knows whose rule it is.
-void add_rules(Floods &floods, const RuleBook &book) {
+RulesByOwner rules_by_owner(const RuleBook &book, int64_t now_ns) {
+    RulesByOwner owners;
     if (book.rules().empty()) {
-        return;
+        return owners;
     }
     for (card::ChipRule &rule : card::Chip::instance().rules()) {
         const auto known = book.rules().find(rule.entry_id);
-        if (known != book.rules().end() && known->second.owner) {
-            floods[*known->second.owner].rules.push_back(std::move(rule));
+        if (known == book.rules().end() || !known->second.owner) {
+            continue;
         }
+        OwnRules &own = owners[*known->second.owner];
+        const int64_t age_ns = std::max(now_ns - known->second.installed_ns, card::kNanosecondsPerSecond);
+        own.rate_pps += rule.packets / static_cast<uint64_t>(age_ns / card::kNanosecondsPerSecond);
+        own.rules.push_back(std::move(rule));
     }
+    return owners;
 }
 
-// What ranks a flood before the module has been asked.
-uint64_t told_rate(const StandingFlood &flood) {
-    const auto rate = [](const AlarmEvent *alarm) { return alarm == nullptr ? uint64_t{0} : alarm->rate_pps; };
-    return std::max(rate(flood.fast), rate(flood.slow));
+const AlarmEvent *alarm_of(const StandingAlarms &alarms, const Subject &subject) {
+    const auto found = alarms.find(subject);
+    return found != alarms.end() ? &found->second : nullptr;
+}
+
+// A flood by its name, and what ranks it before the module has been asked.
+struct Candidate {
+    uint64_t rate_pps;
+    const Subject *subject;
+};
+
+// Each once.
+std::vector<Candidate> all_floods(const StandingAlarms &fast, const StandingAlarms &slow, const RulesByOwner &owners) {
+    std::vector<Candidate> all;
+    const auto stopped = [&owners](const Subject &subject) {
+        const auto own = owners.find(subject);
+        return own != owners.end() ? own->second.rate_pps : 0;
+    };
+    for (const auto &[subject, alarm] : fast) {
+        all.push_back({alarm.rate_pps + stopped(subject), &subject});
+    }
+    for (const auto &[subject, alarm] : slow) {
+        if (!fast.contains(subject)) {
+            all.push_back({alarm.rate_pps + stopped(subject), &subject});
+        }
+    }
+    for (const auto &[subject, own] : owners) {
+        if (!fast.contains(subject) && !slow.contains(subject)) {
+            all.push_back({own.rate_pps, &subject});
+        }
+    }
+    return all;
 }
 
 // False: the module has discarded it with its alarm standing.
@@ -103,20 +137,27 @@ StandingFloods standing_floods(const Run &run, size_t at_most) {
     StandingFloods result;
     const StandingAlarms &fast = run.alarms().standing(AlarmEvent::Period::kFast);
     const StandingAlarms &slow = run.alarms().standing(AlarmEvent::Period::kLong);
-    Floods all;
-    add_alarms(all, fast, &StandingFlood::fast);
-    add_alarms(all, slow, &StandingFlood::slow);
-    add_rules(all, run.journal().rules());
+    const RulesByOwner owners = rules_by_owner(run.journal().rules(), run.now_ns());
+    std::vector<Candidate> all = all_floods(fast, slow, owners);
     result.fast_alarms = fast.size();
     result.long_alarms = slow.size();
     result.number = all.size();
-    for (auto &[subject, flood] : all) {
-        flood.subject = subject;
-        result.floods.push_back(std::move(flood));
+    const auto end = all.begin() + static_cast<std::ptrdiff_t>(std::min(at_most, all.size()));
+    std::ranges::partial_sort(all, end, [](const Candidate &a, const Candidate &b) {
+        return a.rate_pps != b.rate_pps ? a.rate_pps > b.rate_pps : *a.subject < *b.subject;
+    });
+    for (const Candidate &candidate : std::span(all.begin(), end)) {
+        StandingFlood flood;
+        flood.subject = *candidate.subject;
+        flood.fast = alarm_of(fast, flood.subject);
+        flood.slow = alarm_of(slow, flood.subject);
+        if (const auto own = owners.find(flood.subject); own != owners.end()) {
+            flood.rules = own->second.rules;
+        }
+        if (ask_module(flood)) {
+            result.floods.push_back(std::move(flood));
+        }
     }
-    std::ranges::stable_sort(result.floods, std::ranges::greater(), told_rate);
-    result.floods.resize(std::min(result.floods.size(), at_most));
-    std::erase_if(result.floods, [](StandingFlood &flood) { return !ask_module(flood); });
     return result;
 }
 

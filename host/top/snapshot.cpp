@@ -10,7 +10,7 @@ namespace host::top {
 namespace {
 
 constexpr uint32_t kPatienceS = 2;  // for an answer; longer, and keys would seem dead
-constexpr const char *kFloods = "show floods 500";
+constexpr const char *kFloods = "show floods 200";
 
 // One line, of characters that a terminal shows as they are.
 std::string one_line(std::string text) {
@@ -66,6 +66,9 @@ std::string Router::ask(const std::string &line, Json &data) {
     ControlAnswer answer;
     if (std::string error = ask(line, true, answer); !error.empty()) {
         return error;
+    }
+    if (answer.status == "refused") {
+        return one_line(answer.text);
     }
     if (answer.status != "done") {
         return line + ": " + one_line(answer.text);

@@ -111,7 +111,7 @@ std::vector<Line> View::head(const Scene &scene, size_t width) const {
     std::vector<Line> lines{
         {joined("anti-cpu top, " + scene.host_name + "  " + time, pace, width), Mood::kPlain, false}};
     if (!scene.trouble.empty()) {
-        const std::string what = scene.now != nullptr ? "NO CONNECTION, this is old: " : "NO CONNECTION: ";
+        const std::string what = scene.now != nullptr ? "NO ANSWER, this is old: " : "NO ANSWER: ";
         lines.push_back({what + scene.trouble, Mood::kBad, false});
     } else if (scene.now != nullptr) {
         const Summary summary = summarize(*scene.now, scene.before);
@@ -178,7 +178,7 @@ std::vector<Line> View::draw(const Scene &scene, Size size, const std::string &m
         }
     } else if (scene.now == nullptr) {
         for (const std::string &text :
-             {std::string(), "Nothing answers at " + scene.control + ".",
+             {std::string(), "No data from " + scene.control + " yet.",
               std::string("`anti-cpu run` listens there while it runs (--control). It is tried again and again.")}) {
             for (const std::string &line : wrapped(text, size.width, 0)) {
                 lines.push_back({line, Mood::kPlain, false});
