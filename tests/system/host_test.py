@@ -244,6 +244,14 @@ class HostTest(unittest.TestCase):
                 result = subprocess.run([PROGRAM, *arguments], stdout=output, stderr=subprocess.PIPE, text=True, check=False)
                 self.assertEqual(result.returncode, 1, result.stderr)
                 self.assertIn(words, result.stderr)
+        # A disk on which a capture has no room: told, and nothing half-written stays.
+        folder = self.work / "captures"
+        result = subprocess.run([PROGRAM, "replay", SAMPLES / "campus.pcap", "--fast-period", "5", "--captures", folder, "-x", "set capture arp on"],
+                                capture_output=True, text=True, check=False, restore_signals=False,
+                                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000)))
+        self.assertEqual(result.returncode, 1, result.stderr)
+        self.assertIn("atc-rx-1-100-arp.cap: cannot be written: File too large", result.stderr)
+        self.assertEqual(list(folder.iterdir()), [])
 
     def test_captures_hold_the_packets_of_the_input(self):
         packets = sorted([(i / 150, arp(7)) for i in range(9000)] + [(i / 20 + 0.001, arp(20 + i % 9)) for i in range(900)])
