@@ -20,6 +20,13 @@ struct FlowKey {
     auto operator<=>(const FlowKey &) const = default;
 };
 
+// A port's packets of one class, on all its VLANs.
+struct PortClass {
+    uint32_t port = 0;
+    uint32_t protocol = 0;
+    auto operator<=>(const PortClass &) const = default;
+};
+
 struct FlowKeyHash {
     size_t operator()(const FlowKey &flow) const {
         return std::hash<uint64_t>()(uint64_t{flow.port} << 32 | flow.vlan << 16 | flow.protocol);

@@ -40,13 +40,14 @@ Journal::~Journal() {
 }
 
 void Journal::note(const card::LogMessage &message, const std::optional<AlarmEvent> &alarm) {
-    if (readers_.empty()) {
-        return;
-    }
     if (alarm) {
-        add(*alarm);
+        if (!readers_.empty()) {
+            add(*alarm);
+        }
     } else if (const auto subject = read_full_capture(message)) {
         add(CaptureEntry{CaptureEntry::Kind::kFull, subject, file_of(*subject), 0, {}});
+    } else if (readers_.empty()) {
+        return;
     } else if (tells_of_refused_memory(message)) {
         const card::MemoryUse use = card::memory_use();
         add(MemoryEntry{use.refused, use.bytes, use.budget});
@@ -103,6 +104,13 @@ void Journal::read(int64_t realtime_ns, const card::ChipChange &change) {
 }
 
 void Journal::read(int64_t realtime_ns, const CaptureEntry &capture) {
+    captures_.full += capture.kind == CaptureEntry::Kind::kFull ? 1 : 0;
+    captures_.uploaded += capture.kind == CaptureEntry::Kind::kUploaded ? 1 : 0;
+    captures_.upload_failed += capture.kind == CaptureEntry::Kind::kUploadFailed ? 1 : 0;
+    if (capture.kind == CaptureEntry::Kind::kWritten) {
+        captures_.written++;
+        captures_.written_bytes += capture.bytes;
+    }
     tell({realtime_ns, capture});
     if (capture.subject) {
         recording_.erase(*capture.subject);

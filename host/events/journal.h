@@ -46,6 +46,15 @@ struct CaptureEntry {
     std::string server;              // of the last two
 };
 
+// Of files, whether anybody reads the journal or not.
+struct CaptureTotals {
+    uint64_t full = 0;
+    uint64_t written = 0;
+    uint64_t written_bytes = 0;
+    uint64_t uploaded = 0;
+    uint64_t upload_failed = 0;
+};
+
 // Memory that the budget forbade.
 struct MemoryEntry {
     uint64_t refused;  // blocks so far
@@ -96,6 +105,7 @@ public:
         (period == AlarmEvent::Period::kFast ? fast_s_ : long_s_) = seconds;
     }
 
+    const CaptureTotals &captures() const { return captures_; }
     RuleBook &rules() { return rules_; }
     const RuleBook &rules() const { return rules_; }
 
@@ -123,6 +133,7 @@ private:
     std::vector<Reader> readers_;
     const Subject *cause_ = nullptr;  // while notes are read
     RuleBook rules_;
+    CaptureTotals captures_;
     std::set<Subject> recording_;  // whose captures have begun and not ended
     uint64_t large_blocks_seen_ = 0;
 };

@@ -44,7 +44,11 @@ std::optional<RuleEvent> RuleBook::take(const card::ChipChange &change, int64_t 
         last_ = nullptr;
         Rule rule = std::move(found.mapped());
         rule.packets = change.rule.packets;
+        totals_.withdrawn++;
         if (rule.owner) {
+            if (rule.denies) {
+                totals_.stopped[{rule.owner->flow.port, rule.owner->flow.protocol}] += rule.packets;
+            }
             withdrawn_[fields_of(rule.description)] = *rule.owner;
             FlowRules &flow = flows_[rule.owner->flow];
             flow.withdrawn++;
@@ -66,12 +70,14 @@ std::optional<RuleEvent> RuleBook::take(const card::ChipChange &change, int64_t 
         if (!refused_.insert(rule.description).second) {
             return std::nullopt;
         }
+        totals_.refused++;
         if (rule.owner) {
             flows_[rule.owner->flow].refused++;
         }
         return RuleEvent{RuleEvent::Kind::kRefused, std::move(rule), change.reason};
     }
     refused_.erase(rule.description);
+    totals_.installed++;
     if (rule.owner) {
         FlowRules &flow = flows_[rule.owner->flow];
         flow.first_installed_ns = flow.installed == 0 ? realtime_ns : flow.first_installed_ns;

@@ -59,6 +59,14 @@ struct FlowRules {
     ClassCounts others{};  // of these, those that the rules were not for: of other classes, VLANs or senders
 };
 
+// What has happened to all rules.
+struct RuleTotals {
+    uint64_t installed = 0;
+    uint64_t refused = 0;  // as those of a flow
+    uint64_t withdrawn = 0;
+    std::map<PortClass, uint64_t> stopped;  // packets, by deny rules with an owner that are gone
+};
+
 class RuleBook {
 public:
     // A change of the chip, in their order. 'cause': the packet behind which it appeared; null when it was none.
@@ -71,6 +79,9 @@ public:
     // A packet that the rule stopped.
     void stopped(uint32_t entry_id, const Subject &packet);
 
+    const RuleTotals &totals() const { return totals_; }
+    // In the chip, by entry id.
+    const std::map<uint32_t, Rule> &rules() const { return rules_; }
     // In the order of flows.
     const std::map<FlowKey, FlowRules> &flows() const { return flows_; }
     // Those in the chip, by entry id; their packets are counted in a replay only.
@@ -81,8 +92,9 @@ public:
 private:
     void find_owner(Rule &rule, const Subject *cause);
 
-    std::map<uint32_t, Rule> rules_;  // in the chip, by entry id
-    Rule *last_ = nullptr;            // that stopped a packet last
+    std::map<uint32_t, Rule> rules_;
+    RuleTotals totals_;
+    Rule *last_ = nullptr;  // that stopped a packet last
     std::map<FlowKey, FlowRules> flows_;
     std::set<std::string> refused_;             // descriptions
     std::map<std::string, Subject> withdrawn_;  // owners by the fields of their rules, in these changes

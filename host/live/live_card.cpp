@@ -14,6 +14,7 @@ namespace host {
 namespace {
 
 constexpr size_t kCopiesPerLook = 4096;
+constexpr size_t kCopiesPerClock = 64;   // one of which is asked how long it waited
 constexpr int64_t kPauseNs = 1'000'000;  // between looks that found nothing
 constexpr int64_t kTellLossesNs = 60 * card::kNanosecondsPerSecond;
 
@@ -41,6 +42,8 @@ size_t LiveCard::start() {
 
 size_t LiveCard::look() {
     guard_.beat();
+    ring_.note(guard_.ring().used(), clock_.monotonic_ns());
+    copies_in_look_ = 0;
     const size_t copies = guard_.read_copies(kCopiesPerLook, reader_);
     settle();
     if (const int64_t now = now_ns(); now >= next_second_ns_) {
@@ -48,6 +51,9 @@ size_t LiveCard::look() {
         denies_.expire(static_cast<uint64_t>(clock_.monotonic_ns()));
         look_at_losses(now);
         look_at_ports(false);
+    }
+    if (meanwhile_) {
+        meanwhile_();
     }
     return copies;
 }
@@ -88,20 +94,24 @@ const std::map<uint32_t, PortCounts> &LiveCard::ports() const {
 }
 
 std::vector<PortState> LiveCard::port_states() const {
-    const char *mode = live_ports_.mode() == card::PortMode::kNative ? "native" : "generic";
     std::vector<PortState> states;
     for (const card::LivePort &port : live_ports_.ports()) {
-        const kernel_counts counts = guard_.counts(port.index);
-        states.push_back({port.spec.port,
-                          port.spec.interface,
-                          port.attachment != nullptr ? mode : "not protected: " + port.trouble,
-                          {counts.offered, counts.stopped, counts.dropped, counts.passed},
-                          counts.sent,
-                          counts.transit,
-                          counts.blind,
-                          counts.lost});
+        states.push_back(port_state(port));
     }
     return states;
+}
+
+PortState LiveCard::port_state(const card::LivePort &port) const {
+    const char *mode = live_ports_.mode() == card::PortMode::kNative ? "native" : "generic";
+    const kernel_counts counts = guard_.counts(port.index);
+    return {port.spec.port,
+            port.spec.interface,
+            port.attachment != nullptr ? mode : "not protected: " + port.trouble,
+            {counts.offered, counts.stopped, counts.dropped, counts.passed},
+            counts.sent,
+            counts.transit,
+            counts.blind,
+            counts.lost};
 }
 
 void LiveCard::take(const kernel_copy &copy, const uint8_t *frame) {
@@ -110,12 +120,20 @@ void LiveCard::take(const kernel_copy &copy, const uint8_t *frame) {
     packet.len = copy.len;
     packet.port = copy.flow.port;
     packets_++;
+    if (copies_in_look_++ % kCopiesPerClock == 0) {
+        const int64_t now_ns = clock_.monotonic_ns();
+        waits_.note(static_cast<uint64_t>(std::max<int64_t>(now_ns - static_cast<int64_t>(copy.time_ns), 0)), now_ns);
+    }
+    const uint32_t port = logical_port(packet.port);
     if ((copy.flags & KERNEL_SENT) != 0) {
+        traffic_.count(port, sent_flow_.of(packet, port).protocol, Fate::kSent, copy.len);
         hand_over_sent(packet);
         return;
     }
+    traffic_.count(port, copy.flow.protocol, (copy.flags & KERNEL_DENIED) != 0 ? Fate::kDropped : Fate::kPassed,
+                   copy.len);
     const Source &source = source_of(packet.port);
-    const Outcome outcome = judge(packet, source.flow, logical_port(packet.port), source.vlan);
+    const Outcome outcome = judge(packet, source.flow, port, source.vlan);
     denies_.judged(copy, outcome == Outcome::kDropped);
 }
 

@@ -12,6 +12,8 @@
 #include <string>
 #include <unordered_map>
 
+#include "live/class_traffic.h"
+#include "live/recent_peak.h"
 #include "live/soft_denies.h"
 #include "ports/live_ports.h"
 #include "run.h"
@@ -30,11 +32,14 @@ public:
 
     // Deals with what there is. Returns how many copies there were.
     size_t look();
+    // Called at the end of each look, also of those while a query measures: something short.
+    void set_meanwhile(std::function<void()> meanwhile) { meanwhile_ = std::move(meanwhile); }
 
     void run_for(int64_t length_ns);
 
     const std::map<uint32_t, PortCounts> &ports() const override;
     std::vector<PortState> port_states() const override;
+    PortState port_state(const card::LivePort &port) const;
     void settle() override;
     void filters_changed() override;
     bool trunk_change(uint32_t trunk, uint32_t member, bool joins) override;
@@ -42,6 +47,12 @@ public:
     const card::LivePorts &live_ports() const { return live_ports_; }
     const card::Guard &guard() const { return guard_; }
     const SoftDenies &soft_denies() const { return denies_; }
+    const ClassTraffic &class_traffic() const { return traffic_; }
+
+    // Of the last minute or two: how long a copy waited between its port and the module (one in 64, and the first of
+    // each look, are measured), and how many bytes of the ring were in use.
+    int64_t longest_wait_ns() { return static_cast<int64_t>(waits_.value(clock_.monotonic_ns())); }
+    uint64_t ring_peak() { return ring_.value(clock_.monotonic_ns()); }
 
 private:
     // A port as packets come from it.
@@ -59,6 +70,12 @@ private:
     MacAddress device_mac_;
     std::function<void(const std::string &)> say_;
     SoftDenies denies_;
+    ClassTraffic traffic_;
+    RecentPeak waits_;
+    RecentPeak ring_;
+    std::function<void()> meanwhile_;
+    PacketFlow sent_flow_{1, {}};  // sent frames are the device's own, and have their classes all the same
+    size_t copies_in_look_ = 0;
     card::Guard::Reader reader_;
     std::unordered_map<uint32_t, Source> sources_;  // by port
     int64_t next_second_ns_ = 0;

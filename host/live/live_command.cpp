@@ -25,6 +25,7 @@
 #include "live/live_card.h"
 #include "live/live_options.h"
 #include "live/service_manager.h"
+#include "metrics/metrics.h"
 #include "module_settings.h"
 #include "options.h"
 #include "os/os.h"
@@ -148,6 +149,7 @@ private:
     ServiceManager manager_;
     uint64_t lost_told_ = 0;
     std::chrono::steady_clock::time_point tell_lost_;
+    std::unique_ptr<Metrics> metrics_;   // null: not asked for
     std::vector<std::string> settings_;  // lines of the settings file, as they were applied
 };
 
@@ -167,6 +169,13 @@ int LiveProcess::run() {
     if (!control_.open(options_.control, options_.operators, options_.observers, error)) {
         problems_.report("--control " + options_.control, "control", error);
         return kExitRefused;
+    }
+    if (!options_.metrics.empty()) {
+        metrics_ = std::make_unique<Metrics>();
+        if (!metrics_->open(options_.metrics, error)) {
+            problems_.report("--metrics " + options_.metrics, "metrics", error);
+            return kExitRefused;
+        }
     }
     if (!open_files() || !load_guard(specs)) {
         return kExitRefused;
@@ -254,6 +263,9 @@ bool LiveProcess::start_ports() {
     if (!options_.config_file.empty() && console_->run_settings(options_.config_file) != console::Status::kDone) {
         return false;
     }
+    if (metrics_) {
+        metrics_->start(*card_);
+    }
     say("running; `anti-cpu console --control " + options_.control + "` is the operator's terminal");
     return true;
 }
@@ -284,7 +296,7 @@ int LiveProcess::loop() {
             reload();
             manager_.ready(status());
         }
-        if (copies == 0) {
+        if (copies == 0 && !(metrics_ && metrics_->is_busy())) {
             std::this_thread::sleep_for(kPause);
         }
     }
@@ -306,6 +318,9 @@ ControlAnswer LiveProcess::answer(const std::string &line, bool json, ControlRol
     session_->json = json;
     const console::Status status = console_->run_line(line);
     session_->json = false;
+    if (metrics_ && !console_->only_looks(line)) {
+        metrics_->read_settings();
+    }
     return {status_text(status), text_of(output.take())};
 }
 
@@ -335,6 +350,9 @@ void LiveProcess::reload() {
         say("SIGHUP: no longer there, but still in force: " + console_->grammar().without_secrets(gone));
     }
     settings_ = std::move(lines);
+    if (metrics_) {
+        metrics_->read_settings();
+    }
     say("SIGHUP: " + std::to_string(run) + " new lines of " + options_.config_file + ", " + std::to_string(failed) +
         " failed");
 }

@@ -24,6 +24,7 @@ struct LiveOptions {
     std::string log_file;
     std::string events_file;
     std::string syslog;
+    std::string metrics;  // ADDRESS:PORT; empty = none
     std::string control = kDefaultControl;
     std::string operators;
     std::string observers;

@@ -103,6 +103,11 @@ void Chip::set_capacity(size_t rules) {
     state_->capacity = rules;
 }
 
+size_t Chip::capacity() const {
+    const std::shared_lock lock(state_->mutex);
+    return state_->capacity;
+}
+
 void Chip::set_plane(RulePlane *plane) {
     const std::unique_lock lock(state_->mutex);
     state_->plane = plane;
@@ -222,13 +227,12 @@ int Chip::find(const Description &description, uint32_t *entry_id, uint32_t *sta
 
 int Chip::count(uint32_t stat_id, uint64_t *packets) const {
     const std::shared_lock lock(state_->mutex);
-    for (const std::unique_ptr<Rule> &rule : state_->rules) {
-        if (rule->stat_id == stat_id) {
-            *packets = rule->count(state_->plane);
-            return 0;
-        }
+    const auto at = std::ranges::lower_bound(state_->rules, stat_id, {}, &Rule::stat_id);  // given out with entry ids
+    if (at == state_->rules.end() || (*at)->stat_id != stat_id) {
+        return kUnknown;
     }
-    return kUnknown;
+    *packets = (*at)->count(state_->plane);
+    return 0;
 }
 
 Chip::Chip() : state_(std::make_unique<State>()) {}

@@ -64,6 +64,7 @@ public:
 
     // How many rules fit from now on; more that are there already stay. 0 refuses every installation.
     void set_capacity(size_t rules);
+    size_t capacity() const;
 
     // Entry id of the deny rule that stops the frame of 'len' bytes, which came in on 'port' and was put into 'vlan'
     // there (its own outermost tag goes first); 0 when none does. Counts it at the first deny rule and at the first

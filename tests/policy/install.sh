@@ -12,7 +12,7 @@ example=$tree/docs/example/card.c
 
 cmake --install "$build" --prefix "$work/usr" >/dev/null
 for installed in include/anti_cpu/{anti_cpu,card_check,platform,protocols,types,version}.h bin/anti-cpu share/man/man1/anti-cpu.1 \
-    share/bash-completion/completions/anti-cpu; do
+    share/bash-completion/completions/anti-cpu share/anti-cpu/{grafana/anti-cpu.json,prometheus/anti-cpu.rules.yml}; do
     [ -f "$work/usr/$installed" ] || { echo "$installed is not installed" >&2; exit 1; }
 done
 

@@ -87,6 +87,8 @@ std::unique_ptr<Guard> Guard::load(const GuardOptions &options, std::string &err
         error = reason(errno);
         return nullptr;
     }
+    guard->level_ =
+        std::make_unique<RingLevel>(bpf_map__fd(program->maps.copies), bpf_map__max_entries(program->maps.copies));
     guard->rules_ =
         std::make_unique<KernelRules>(KernelRules::Tables{bpf_map__fd(program->maps.rules),
                                                           bpf_map__fd(program->maps.matched),

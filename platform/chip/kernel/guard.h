@@ -21,6 +21,7 @@
 #include "chip/kernel/kernel_filters.h"
 #include "chip/kernel/kernel_rules.h"
 #include "chip/kernel/record.h"
+#include "chip/kernel/ring_level.h"
 
 struct guard_bpf;
 struct ring_buffer;
@@ -69,6 +70,7 @@ public:
     // Returns how many.
     using Reader = std::function<void(const kernel_copy &copy, const uint8_t *frame)>;
     size_t read_copies(size_t most, const Reader &reader);
+    const RingLevel &ring() const { return *level_; }
 
     // Software denies: what the kernel drops because the module said so. False: no room, or none was there.
     bool deny(const kernel_flow &flow);
@@ -92,6 +94,7 @@ private:
 
     guard_bpf *program_;
     ring_buffer *ring_ = nullptr;
+    std::unique_ptr<RingLevel> level_;
     std::unique_ptr<KernelRules> rules_;
     std::unique_ptr<KernelFilters> filters_;
     AddressSet addresses_;
