@@ -16,10 +16,11 @@ namespace host {
 
 enum class Fate : uint8_t {
     kPassed,
-    kDropped,  // by a software deny
+    kDropped,   // by a software deny
+    kFiltered,  // dropped by an operator's filter
     kSent
 };
-constexpr size_t kFates = 3;
+constexpr size_t kFates = 4;
 
 struct PacketCount {
     uint64_t packets = 0;

@@ -18,6 +18,13 @@ constexpr size_t kCopiesPerClock = 64;   // one of which is asked how long it wa
 constexpr int64_t kPauseNs = 1'000'000;  // between looks that found nothing
 constexpr int64_t kTellLossesNs = 60 * card::kNanosecondsPerSecond;
 
+Fate fate_of(uint32_t flags) {
+    if ((flags & KERNEL_DENIED) == 0) {
+        return Fate::kPassed;
+    }
+    return (flags & KERNEL_RULED) != 0 ? Fate::kFiltered : Fate::kDropped;
+}
+
 }  // namespace
 
 LiveCard::LiveCard(EventLog &events, card::Guard &guard, card::LivePorts &ports, const MacAddress &device_mac,
@@ -130,8 +137,7 @@ void LiveCard::take(const kernel_copy &copy, const uint8_t *frame) {
         hand_over_sent(packet);
         return;
     }
-    traffic_.count(port, copy.flow.protocol, (copy.flags & KERNEL_DENIED) != 0 ? Fate::kDropped : Fate::kPassed,
-                   copy.len);
+    traffic_.count(port, copy.flow.protocol, fate_of(copy.flags), copy.len);
     const Source &source = source_of(packet.port);
     const Outcome outcome = judge(packet, source.flow, port, source.vlan);
     denies_.judged(copy, outcome == Outcome::kDropped);

@@ -73,12 +73,16 @@ constexpr struct {
     Fate fate;
     const char *verdict;
     const char *direction;
-} kFateLabels[] = {{Fate::kPassed, "passed", "rx"}, {Fate::kDropped, "dropped", "rx"}, {Fate::kSent, "sent", "tx"}};
+} kFateLabels[] = {{Fate::kPassed, "passed", "rx"},
+                   {Fate::kDropped, "dropped", "rx"},
+                   {Fate::kFiltered, "filtered", "rx"},
+                   {Fate::kSent, "sent", "tx"}};
 
 void add_packets(std::vector<MetricFamily> &all, const Snapshot &snapshot) {
     Family packets(all, kCounter, "packets_total",
                    "Packets for and from this processor by class: stopped by a rule of the chip, dropped by a software "
-                   "deny, passed to the system, sent. Class none: of no class, or stopped by a filter.");
+                   "deny, filtered by an operator's filter, passed to the system, sent. Class none: of no class, or "
+                   "stopped by a filter in the chip.");
     Family bytes(all, kCounter, "bytes_total", "Bytes of the same, without those that the chip stopped.");
     for (const auto &[key, row] : snapshot.classes) {
         if (row.stopped > 0) {

@@ -22,11 +22,13 @@ import traffic  # noqa: E402
 
 ADDRESS, CONTROL, FOLDER = "127.0.0.1:9777", "/run/metrics.control", pathlib.Path("/run/metrics")
 VERDICTS = ("stopped", "dropped", "passed", "transit", "blind", "sent")
-# ARP senders go into the chip, OSPF senders are dropped in software, LLDP meets a filter, of STP all passes.
+# ARP senders go into the chip, OSPF senders are dropped in software, LLDP and DHCP meet filters, of STP all passes.
 SETTINGS = ("set fast-period 1", "set hw-deny arp source on", "set deny ospfv2 source on", "set capture stp on",
-            "hw-filter deny 1 port 1 eth-type 0x88cc", "set limit stp fast 20")
+            "hw-filter deny 1 port 1 eth-type 0x88cc", "filter deny protocol dhcp",
+            "set limit stp fast 20")
 FLOODS = {"arp": [traffic.arp(n, None) for n in range(2, 5)], "ospfv2": [recipes.summed(traffic.ospf(5, None))],
-          "none": [traffic.lldp(6, None)], "stp": [traffic.stp(7, None)]}
+          "none": [traffic.lldp(6, None)], "stp": [traffic.stp(7, None)],
+          "dhcp": [recipes.summed(traffic.dhcp(8, None))]}
 
 
 def run_options(metrics=ADDRESS, control=CONTROL):
@@ -69,7 +71,7 @@ class Metrics(unittest.TestCase):
         for name, count in sent.items():
             self.assertEqual(self.prometheus.value(f'sum(anti_cpu_packets_total{{class="{name}",direction="rx"}})'), count, name)
         # A verdict each; a frame of 60 bytes each but for what the chip has stopped.
-        for name, verdict in (("arp", "stopped"), ("ospfv2", "dropped"), ("none", "stopped"), ("stp", "passed")):
+        for name, verdict in (("arp", "stopped"), ("ospfv2", "dropped"), ("none", "stopped"), ("stp", "passed"), ("dhcp", "filtered")):
             of = f'{{class="{name}",verdict="{verdict}"}}'
             self.assertGreater(self.prometheus.value(f"anti_cpu_packets_total{of}"), sent[name] / 2, name)
             if verdict != "stopped":
@@ -99,6 +101,7 @@ class Metrics(unittest.TestCase):
             row = json.loads(network.run(PROGRAM, "console", "--control", CONTROL, "-c", "show card json"))[0]
             card = {name: row[name] for name in VERDICTS}
             by_class = by_verdict("sum by (verdict) (anti_cpu_packets_total)")
+            by_class["dropped"] += by_class["filtered"]
             seen.update(card=card, kernel=by_verdict('anti_cpu_port_packets_total{port="1"}'), classes=by_class)
             return seen["kernel"] == card and all(by_class[name] == card[name] for name in ("stopped", "dropped", "passed", "sent"))
         seen = {}
