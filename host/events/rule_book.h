@@ -80,8 +80,6 @@ public:
     void stopped(uint32_t entry_id, const Subject &packet);
 
     const RuleTotals &totals() const { return totals_; }
-    // In the chip, by entry id.
-    const std::map<uint32_t, Rule> &rules() const { return rules_; }
     // In the order of flows.
     const std::map<FlowKey, FlowRules> &flows() const { return flows_; }
     // Those in the chip, by entry id; their packets are counted in a replay only.

@@ -264,7 +264,7 @@ bool LiveProcess::start_ports() {
         return false;
     }
     if (metrics_) {
-        metrics_->start(*card_);
+        metrics_->start(*card_, [this] { return output_states(); });
     }
     say("running; `anti-cpu console --control " + options_.control + "` is the operator's terminal");
     return true;

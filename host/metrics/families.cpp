@@ -226,6 +226,11 @@ void add_process(std::vector<MetricFamily> &all, const Snapshot &snapshot) {
     Family(all, kCounter, "uploads_total", "Files handed to a server.")
         .add({{"result", "arrived"}}, captures.uploaded)
         .add({{"result", "failed"}}, captures.upload_failed);
+    Family lost(all, kCounter, "lost_lines_total",
+                "Events and messages that found no room, because who reads is slow.");
+    for (const OutputState &output : snapshot.outputs) {
+        lost.add({{"output", output.kind}}, output.counts.lost);
+    }
     Family(all, kGauge, "scrape_work_seconds", "What the scrape before this one took of the thread that reads copies.")
         .add({}, seconds(process.gathering_ns));
     Family(all, kGauge, "scrape_longest_slice_seconds", "The longest that it kept that thread from copies.")

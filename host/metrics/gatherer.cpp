@@ -151,6 +151,7 @@ bool Gatherer::finish() {
     snapshot_.sources_left_out = floods_.sources().left_out();
     snapshot_.rules = journal.rules().totals();
     snapshot_.captures = journal.captures();
+    snapshot_.outputs = outputs_();
     snapshot_.chip.capacity = card::Chip::instance().capacity();
     snapshot_.chip.software_denies = card_.soft_denies().in_force();
     snapshot_.chip.software_denies_refused = card_.soft_denies().refused();

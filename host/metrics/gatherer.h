@@ -8,7 +8,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <utility>
 
 #include "live/live_card.h"
 #include "metrics/flood_watch.h"
@@ -18,7 +20,9 @@ namespace host {
 
 class Gatherer {
 public:
-    Gatherer(LiveCard &card, const FloodWatch &floods) : card_(card), floods_(floods) {}
+    using Outputs = std::function<std::vector<OutputState>()>;
+    Gatherer(LiveCard &card, const FloodWatch &floods, Outputs outputs)
+        : card_(card), floods_(floods), outputs_(std::move(outputs)) {}
 
     void begin(const ModuleSettings &settings);
     // Goes on for about a slice. True: the snapshot is whole.
@@ -37,6 +41,7 @@ private:
 
     LiveCard &card_;
     const FloodWatch &floods_;
+    Outputs outputs_;
     Snapshot snapshot_;
     size_t part_ = 0;
     size_t next_ = 0;  // within the part

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "metrics/metrics.h"
 
+#include <utility>
+
 namespace host {
 
-void Metrics::start(LiveCard &card) {
+void Metrics::start(LiveCard &card, Gatherer::Outputs outputs) {
     card_ = &card;
     floods_.emplace(card);
-    gatherer_.emplace(card, *floods_);
+    gatherer_.emplace(card, *floods_, std::move(outputs));
     read_settings();
     card.set_meanwhile([this] { look(); });
 }

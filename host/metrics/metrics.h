@@ -22,7 +22,7 @@ public:
     // Scrapes wait from now on. False, and why.
     bool open(const std::string &address, std::string &error) { return server_.open(address, error); }
     // They are answered from now on, in the card's looks. 'card' goes first.
-    void start(LiveCard &card);
+    void start(LiveCard &card, Gatherer::Outputs outputs);
     // Settings may have changed. Asks the module for all of them, so: where somebody waits for a line anyway.
     void read_settings();
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "alarm_book.h"
+#include "events/delivery.h"
 #include "events/journal.h"
 #include "flow_key.h"
 #include "live/class_traffic.h"
@@ -65,6 +66,7 @@ struct Snapshot {
     RuleTotals rules;
     ChipSnapshot chip;
     CaptureTotals captures;
+    std::vector<OutputState> outputs;
     ProcessSnapshot process;
 };
 
