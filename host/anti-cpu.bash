@@ -13,7 +13,7 @@ _anti_cpu() {
             denies) choices='' options='-h --help' lines='' ;;
             help) choices='show clear set filter hw-filter debug capture upload trunk run help quit' options='-h --help' lines='' ;;
             completion) choices='bash' options='-h --help' lines='' ;;
-            run) choices='' options='-h --help --port --config -x --line --generic --all --captures --captures-quota --log --events --syslog --metrics --control --operators --observers --stall --chip-rules --memory-budget' lines='-x --line' ;;
+            run) choices='' options='-h --help --port --config -x --line --generic --wait --all --captures --captures-quota --log --events --syslog --metrics --control --operators --observers --stall --chip-rules --memory-budget' lines='-x --line' ;;
             console) choices='' options='-h --help --control -c --line --json' lines='-c --line' ;;
             top) choices='' options='-h --help --control --interval --page --once --no-colours' lines='' ;;
         esac

@@ -7,7 +7,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <fstream>
 #include <memory>
@@ -24,6 +23,7 @@
 #include "live/class_tables.h"
 #include "live/live_card.h"
 #include "live/live_options.h"
+#include "live/port_option.h"
 #include "live/service_manager.h"
 #include "metrics/metrics.h"
 #include "module_settings.h"
@@ -44,37 +44,6 @@ std::atomic<bool> g_reload = false;  // SIGHUP came
 
 void ask_for_reload(int) {
     g_reload = true;
-}
-
-bool read_number(std::string_view text, uint32_t least, uint32_t most, uint32_t *number) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
-    return error == std::errc() && end == text.data() + text.size() && *number >= least && *number <= most;
-}
-
-// IFACE[=PORT[:VLAN]]; the port is the next free number, the VLAN 1, unless they are named.
-bool read_port(const std::string &text, std::set<uint32_t> &taken, card::PortSpec &spec) {
-    const size_t equals = text.rfind('=');
-    spec.interface = text.substr(0, equals);
-    uint32_t port = taken.empty() ? 1 : *taken.rbegin() + 1;
-    uint32_t vlan = 1;
-    if (equals != std::string::npos) {
-        const std::string numbers = text.substr(equals + 1);
-        const size_t colon = numbers.find(':');
-        if (!read_number(std::string_view(numbers).substr(0, colon), 1, 59999, &port) ||
-            (colon != std::string::npos && !read_number(std::string_view(numbers).substr(colon + 1), 0, 4095, &vlan))) {
-            std::fprintf(stderr, "anti-cpu: --port %s: expected IFACE[=PORT[:VLAN]], a port of 1 to 59999\n",
-                         text.c_str());
-            return false;
-        }
-    }
-    if (spec.interface.empty() || !taken.insert(port).second) {
-        std::fprintf(stderr, "anti-cpu: --port %s: %s\n", text.c_str(),
-                     spec.interface.empty() ? "no interface is named" : "two interfaces have this port number");
-        return false;
-    }
-    spec.port = port;
-    spec.vlan = static_cast<uint16_t>(vlan);
-    return true;
 }
 
 // The lines of a settings file as they stand; false when it cannot be read.
@@ -250,7 +219,7 @@ bool LiveProcess::start_ports() {
     console_ = std::make_unique<console::Console>(*session_);
     const size_t attached = card_->start();
     session_->defaults = module_settings();
-    if (attached == 0) {
+    if (attached == 0 && !options_.waits_for_ports) {
         problems_.report("run", "ports", "no port could be protected");
         return false;
     }
@@ -279,7 +248,7 @@ int LiveProcess::loop() {
         return answer(line, json, role);
     };
     auto next_captures = std::chrono::steady_clock::now();
-    manager_.ready(status());
+    manager_.ready();
     while (kept_signal() == 0) {
         const size_t copies = card_->look();
         manager_.progress();
@@ -288,13 +257,14 @@ int LiveProcess::loop() {
             next_captures = now + kCapturesEvery;
             captures_->look();
             look_at_outputs();
+            manager_.status(status());
         }
         if (g_reload.exchange(false)) {
             manager_.reloading();
             outputs_.reopen();
             log_file_.reopen();
             reload();
-            manager_.ready(status());
+            manager_.ready();
         }
         if (copies == 0 && !(metrics_ && metrics_->is_busy())) {
             std::this_thread::sleep_for(kPause);

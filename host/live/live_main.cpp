@@ -17,6 +17,7 @@ CLI::App *add_run(CLI::App &app, LiveOptions &options) {
         ->type_name(kLineType)
         ->allow_extra_args(false);
     run->add_flag("--generic", options.generic, "In front of the stack, for drivers without XDP");
+    run->add_flag("--wait", options.waits_for_ports, "Go on where none of the ports can be protected yet");
     run->add_flag("--all", options.all,
                   "Every frame is for this processor, as on a port that carries punted packets only");
     run->add_option("--captures", options.captures_folder, "Folder that what the module records is written into");

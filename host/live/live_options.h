@@ -18,6 +18,7 @@ struct LiveOptions {
     std::string config_file;
     std::vector<std::string> lines;
     bool generic = false;
+    bool waits_for_ports = false;
     bool all = false;  // every frame is for this processor
     std::string captures_folder;
     uint64_t captures_quota_mb = 100;

@@ -52,8 +52,15 @@ ServiceManager::~ServiceManager() {
     }
 }
 
-void ServiceManager::ready(const std::string &status) const {
-    tell("READY=1\nSTATUS=" + status);
+void ServiceManager::ready() const {
+    tell("READY=1");
+}
+
+void ServiceManager::status(const std::string &text) {
+    if (text != status_) {
+        status_ = text;
+        tell("STATUS=" + text);
+    }
 }
 
 void ServiceManager::reloading() const {

@@ -18,10 +18,13 @@ public:
     ServiceManager(const ServiceManager &) = delete;
     ServiceManager &operator=(const ServiceManager &) = delete;
 
-    void ready(const std::string &status) const;
+    void ready() const;
     // Ends with ready().
     void reloading() const;
     void stopping() const;
+
+    // What `systemctl status` shows from now on.
+    void status(const std::string &text);
 
     // Packets have been looked for. As often as it happens: told as often as the watchdog needs.
     void progress();
@@ -31,6 +34,7 @@ private:
 
     using Clock = std::chrono::steady_clock;
     int socket_ = -1;
+    std::string status_;
     Clock::duration between_{};  // of two feeds; 0 = no watchdog
     Clock::time_point next_;
 };

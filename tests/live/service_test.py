@@ -111,7 +111,7 @@ class Service(unittest.TestCase):
         ours, frr = int(show("ActiveEnterTimestampMonotonic")), int(show("InactiveExitTimestampMonotonic", "frr.service"))
         self.assertLess(ours, frr, "FRR was started before the ports were protected")
         self.assertTrue(attached())
-        self.assertIn("1 of 1 ports protected", show("StatusText"))
+        network.until("a status", lambda: "1 of 1 ports protected" in show("StatusText"))
 
     def test_2_has_three_capabilities_and_no_more(self):
         status = dict(line.split(":\t", 1) for line in MACHINE.run("cat", f"/proc/{show('MainPID')}/status").splitlines() if ":\t" in line)
@@ -151,7 +151,14 @@ class Service(unittest.TestCase):
         network.until("an event in a new file", lambda: "rule-withdrawn" in MACHINE.run("cat", events, check=False))
         self.assertNotIn("rule-withdrawn", MACHINE.run("cat", events + ".1"))
 
-    def test_7_stopped_in_order_it_leaves_nothing(self):
+    def test_7_waits_for_a_port_that_comes_later(self):
+        MACHINE.run("ip", "link", "del", "eth0")
+        MACHINE.run("systemctl", "restart", UNIT)
+        network.until("a service without ports", lambda: "0 of 1 ports protected" in show("StatusText"))
+        MACHINE.run("ip", "link", "add", "eth0", "type", "veth", "peer", "name", "far")
+        network.until("a port that came", lambda: "1 of 1 ports protected" in show("StatusText") and attached())
+
+    def test_8_stopped_in_order_it_leaves_nothing(self):
         MACHINE.run("systemctl", "stop", UNIT)
         self.assertEqual((show("ActiveState"), show("Result")), ("inactive", "success"))
         self.assertFalse(attached())
