@@ -30,7 +30,7 @@ install -m 755 "$PROGRAM" /usr/bin/anti-cpu
 cp "$LIBRARY" /usr/lib/libanti_cpu.so.0
 install -D -m 644 "$DEBIAN/anti-cpu.service" /usr/lib/systemd/system/anti-cpu.service
 install -D -m 644 "$DEBIAN/anti-cpu.conf" /etc/anti-cpu/anti-cpu.conf
-install -m 644 "$DEBIAN/anti-cpu.default" /etc/default/anti-cpu
+sed 's/ANTI_CPU_OPTIONS=.*/ANTI_CPU_OPTIONS="--observers adm"/' "$DEBIAN/anti-cpu.default" >/etc/default/anti-cpu
 install -D -m 644 "$DEBIAN/anti-cpu.logrotate" /etc/logrotate.d/anti-cpu
 systemd-sysusers "$DEBIAN/anti-cpu.sysusers"
 systemd-machine-id-setup >/dev/null
@@ -141,7 +141,19 @@ class Service(unittest.TestCase):
         network.until("new lines", lambda: "1 new lines of /etc/anti-cpu/anti-cpu.conf, 0 failed" in journal())
         self.assertEqual((self.now(), show("ActiveState")), (before, "active"))
 
-    def test_6_follows_its_events_through_a_rotation(self):
+    def test_6_lets_observers_look_and_others_not(self):
+        def as_nobody(group, *command):
+            return MACHINE.run("setpriv", "--reuid", "nobody", "--regid", group, "--clear-groups", "anti-cpu", *command, check=False)
+
+        page = ("top", "--once", "--interval", "0.2", "--page", "ports")
+        for group, shown in (("anti-cpu", "eth0"), ("adm", "eth0"), ("nogroup", "")):
+            self.assertIn(shown, as_nobody(group, *page), group)
+        self.assertEqual(as_nobody("nogroup", *page), "")
+        for group, period in (("nogroup", "10"), ("adm", "10"), ("anti-cpu", "20")):
+            as_nobody(group, "console", "-c", "set fast-period 20")
+            self.assertIn(f'"fast_time": {period},', MACHINE.run("anti-cpu", "console", "--json", "-c", "show settings"), group)
+
+    def test_7_follows_its_events_through_a_rotation(self):
         events = "/var/log/anti-cpu/events.jsonl"
         rule = "hw-filter {} 1 port 1 eth-type 0x0800 ip-protocol 1"
         MACHINE.run("anti-cpu", "console", "-c", rule.format("deny"))
@@ -151,14 +163,14 @@ class Service(unittest.TestCase):
         network.until("an event in a new file", lambda: "rule-withdrawn" in MACHINE.run("cat", events, check=False))
         self.assertNotIn("rule-withdrawn", MACHINE.run("cat", events + ".1"))
 
-    def test_7_waits_for_a_port_that_comes_later(self):
+    def test_8_waits_for_a_port_that_comes_later(self):
         MACHINE.run("ip", "link", "del", "eth0")
         MACHINE.run("systemctl", "restart", UNIT)
         network.until("a service without ports", lambda: "0 of 1 ports protected" in show("StatusText"))
         MACHINE.run("ip", "link", "add", "eth0", "type", "veth", "peer", "name", "far")
         network.until("a port that came", lambda: "1 of 1 ports protected" in show("StatusText") and attached())
 
-    def test_8_stopped_in_order_it_leaves_nothing(self):
+    def test_9_stopped_in_order_it_leaves_nothing(self):
         MACHINE.run("systemctl", "stop", UNIT)
         self.assertEqual((show("ActiveState"), show("Result")), ("inactive", "success"))
         self.assertFalse(attached())
