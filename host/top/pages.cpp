@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 #include <unordered_map>
 
 #include "verdict/words.h"
@@ -283,6 +284,17 @@ Page sources_page(const Snapshot &now, const Snapshot *before) {
     return page;
 }
 
+// Whether something is done about every flood: about its flow, or about a sender in it.
+bool is_all_held(const Snapshot &now) {
+    std::set<std::string> held;
+    for (const Json &flood : floods_of(now)) {
+        if (is_true(flood, "software_deny_on") || !rows_of(flood, "entry_ids").empty()) {
+            held.insert(flow_match(flood));
+        }
+    }
+    return std::ranges::all_of(floods_of(now), [&](const Json &flood) { return held.contains(flow_match(flood)); });
+}
+
 }  // namespace
 
 const char *page_name(Subject subject) {
@@ -322,11 +334,7 @@ Summary summarize(const Snapshot &now, const Snapshot *before) {
         }
         line += " " + std::string(key) + " " + (before != nullptr ? rate(sum).text : "-") + "/s";
     }
-    bool is_held = false;
-    for (const Json &flood : floods_of(now)) {
-        is_held = is_held || is_true(flood, "software_deny_on") || !rows_of(flood, "entry_ids").empty();
-    }
-    return {line, floods == 0 ? Mood::kPlain : is_held ? Mood::kGood : Mood::kWarning};
+    return {line, floods == 0 ? Mood::kPlain : is_all_held(now) ? Mood::kGood : Mood::kWarning};
 }
 
 }  // namespace host::top
