@@ -42,16 +42,25 @@ std::string name_of(const Json &row, const std::vector<const char *> &keys) {
     return name;
 }
 
+const Json &rows_of(const Json &answer, const char *member) {
+    static const Json none = Json::array();
+    const auto found = answer.find(member);
+    return found != answer.end() && found->is_array() ? *found : none;
+}
+
+// The rows that have rates; of the floods they stand in a member.
+const Json &rows_of(const Answer &answer) {
+    return answer.data.is_object() ? rows_of(answer.data, "floods") : answer.data;
+}
+
 // Of two answers: how much a row's member has grown a second; below 0 = not known yet.
 class Rates {
 public:
-    using Rows = const Json &(*)(const Snapshot &);
-
-    Rates(const Snapshot &now, const Snapshot *before, Rows rows, std::vector<const char *> keys)
+    Rates(const Snapshot &now, const Snapshot *before, const Answer Snapshot::*which, std::vector<const char *> keys)
         : keys_(std::move(keys)) {
-        if (before != nullptr && now.when > before->when) {
-            seconds_ = std::chrono::duration<double>(now.when - before->when).count();
-            for (const Json &row : rows(*before)) {
+        if (before != nullptr && (now.*which).when > (before->*which).when) {
+            seconds_ = std::chrono::duration<double>((now.*which).when - (before->*which).when).count();
+            for (const Json &row : rows_of(before->*which)) {
                 before_.emplace(name_of(row, keys_), &row);
             }
         }
@@ -68,24 +77,6 @@ private:
     std::vector<const char *> keys_;
     double seconds_ = 0;
 };
-
-const Json &rows_of(const Json &answer, const char *member) {
-    static const Json none = Json::array();
-    const auto found = answer.find(member);
-    return found != answer.end() && found->is_array() ? *found : none;
-}
-
-const Json &floods_of(const Snapshot &snapshot) {
-    return rows_of(snapshot.floods, "floods");
-}
-
-const Json &ports_of(const Snapshot &snapshot) {
-    return snapshot.card;
-}
-
-const Json &page_rows_of(const Snapshot &snapshot) {
-    return snapshot.page;
-}
 
 std::string flow_match(const Json &row) {
     return "port " + std::to_string(number_of(row, "port")) + " vlan " + std::to_string(number_of(row, "vlan")) +
@@ -140,8 +131,8 @@ Page floods_page(const Snapshot &now, const Snapshot *before) {
               {},
               4,
               "Nothing floods: no alarm stands, and no flood has a rule in the chip."};
-    const Rates rates(now, before, floods_of, {"port", "vlan", "protocol", "source"});
-    for (const Json &flood : floods_of(now)) {
+    const Rates rates(now, before, &Snapshot::floods, {"port", "vlan", "protocol", "source"});
+    for (const Json &flood : rows_of(now.floods)) {
         const Json source = flood.value("source", Json());
         const std::string sender = text_of(source, "address");
         const double stopped = rates.of(flood, "stopped_in_chip");
@@ -176,8 +167,8 @@ Page ports_page(const Snapshot &now, const Snapshot *before) {
               {},
               3,
               "No port."};
-    const Rates rates(now, before, ports_of, {"port"});
-    for (const Json &port : now.card) {
+    const Rates rates(now, before, &Snapshot::card, {"port"});
+    for (const Json &port : now.card.data) {
         Row row{{number(number_of(port, "port")), text(text_of(port, "interface")), text(text_of(port, "state"))},
                 Mood::kPlain,
                 "port " + std::to_string(number_of(port, "port")),
@@ -223,8 +214,8 @@ Page classes_page(const Snapshot &now, const Snapshot *before) {
               {},
               1,
               "No packet of any class has come in."};
-    const Rates rates(now, before, page_rows_of, {"protocol"});
-    for (const Json &row : now.page) {
+    const Rates rates(now, before, &Snapshot::page, {"protocol"});
+    for (const Json &row : now.page.data) {
         const std::string name = text_of(row, "protocol");
         const auto known =
             std::ranges::find(now.limits, name, [](const Json &one) { return text_of(one, "protocol"); });
@@ -246,10 +237,10 @@ Page rules_page(const Snapshot &now, const Snapshot *before) {
               {},
               2,
               "There is no rule in the chip."};
-    const Rates rates(now, before, page_rows_of, {"entry_id"});
-    for (const Json &rule : now.page) {
+    const Rates rates(now, before, &Snapshot::page, {"entry_id"});
+    for (const Json &rule : now.page.data) {
         std::string owner = "operator's";
-        for (const Json &flood : floods_of(now)) {
+        for (const Json &flood : rows_of(now.floods)) {
             for (const Json &id : rows_of(flood, "entry_ids")) {
                 if (id == rule.value("entry_id", Json())) {
                     const std::string sender = text_of(flood.value("source", Json()), "address");
@@ -273,8 +264,8 @@ Page sources_page(const Snapshot &now, const Snapshot *before) {
               {},
               2,
               "No sender is told apart: that begins where a flow is over its limit."};
-    const Rates rates(now, before, page_rows_of, {"address"});
-    for (const Json &source : now.page) {
+    const Rates rates(now, before, &Snapshot::page, {"address"});
+    for (const Json &source : now.page.data) {
         page.rows.push_back({{text(text_of(source, "address")), text(text_of(source, "type")),
                               rate(rates.of(source, "packets")), number(number_of(source, "packets"))},
                              Mood::kPlain,
@@ -287,12 +278,13 @@ Page sources_page(const Snapshot &now, const Snapshot *before) {
 // Whether something is done about every flood: about its flow, or about a sender in it.
 bool is_all_held(const Snapshot &now) {
     std::set<std::string> held;
-    for (const Json &flood : floods_of(now)) {
+    for (const Json &flood : rows_of(now.floods)) {
         if (is_true(flood, "software_deny_on") || !rows_of(flood, "entry_ids").empty()) {
             held.insert(flow_match(flood));
         }
     }
-    return std::ranges::all_of(floods_of(now), [&](const Json &flood) { return held.contains(flow_match(flood)); });
+    return std::ranges::all_of(rows_of(now.floods),
+                               [&](const Json &flood) { return held.contains(flow_match(flood)); });
 }
 
 }  // namespace
@@ -322,14 +314,14 @@ Page make_page(Subject subject, const Snapshot &now, const Snapshot *before) {
 }
 
 Summary summarize(const Snapshot &now, const Snapshot *before) {
-    const uint64_t floods = number_of(now.floods, "number");
-    const uint64_t alarms = number_of(now.floods, "fast_alarms") + number_of(now.floods, "long_alarms");
+    const uint64_t floods = number_of(now.floods.data, "number");
+    const uint64_t alarms = number_of(now.floods.data, "fast_alarms") + number_of(now.floods.data, "long_alarms");
     std::string line = floods == 0 ? "quiet" : "FLOODED: " + counted(floods, "flood", "floods");
     line += ", " + (alarms == 0 ? std::string("no alarm") : counted(alarms, "alarm", "alarms")) + ";";
-    const Rates rates(now, before, ports_of, {"port"});
+    const Rates rates(now, before, &Snapshot::card, {"port"});
     for (const char *key : {"offered", "stopped", "dropped", "passed"}) {
         double sum = 0;
-        for (const Json &port : now.card) {
+        for (const Json &port : now.card.data) {
             sum += std::max(0.0, rates.of(port, key));
         }
         line += " " + std::string(key) + " " + (before != nullptr ? rate(sum).text : "-") + "/s";

@@ -80,16 +80,18 @@ std::string Router::ask(const std::string &line, Json &data) {
 std::string Router::look(const std::string &page_line, bool with_limits, Snapshot &snapshot) {
     Snapshot fresh;
     std::string error = ask("show clock", fresh.clock);
-    for (auto [line, place] : {std::pair<std::string, Json *>{kFloods, &fresh.floods},
-                               {"show card", &fresh.card},
-                               {page_line, &fresh.page},
-                               {with_limits ? "show limits" : "", &fresh.limits}}) {
+    for (auto [line, answer] : {std::pair<std::string, Answer *>{kFloods, &fresh.floods},
+                                {"show card", &fresh.card},
+                                {page_line, &fresh.page}}) {
         if (error.empty() && !line.empty()) {
-            error = ask(line, *place);
+            error = ask(line, answer->data);
+            answer->when = std::chrono::steady_clock::now();
         }
     }
+    if (error.empty() && with_limits) {
+        error = ask("show limits", fresh.limits);
+    }
     if (error.empty()) {
-        fresh.when = std::chrono::steady_clock::now();
         snapshot = std::move(fresh);
     }
     return error;

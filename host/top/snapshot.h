@@ -13,12 +13,17 @@
 
 namespace host::top {
 
-struct Snapshot {
+// What counts, with its time: rates are of the time between two answers.
+struct Answer {
+    Json data = Json::array();
     std::chrono::steady_clock::time_point when;
+};
+
+struct Snapshot {
     Json clock = Json::object();
-    Json floods = Json::object();
-    Json card = Json::array();
-    Json page = Json::array();    // what the page shown is about, where it is none of these
+    Answer floods;
+    Answer card;
+    Answer page;                  // what the page shown is about, where it is none of these
     Json limits = Json::array();  // of the classes, where they are shown
 };
 

@@ -24,8 +24,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr double kShortest = 0.2;  // seconds between two looks
 constexpr double kLongest = 3600;
-constexpr const char *kRecorded = "1000";  // packets, unless the operator asks for another number
-constexpr size_t kWideEnough = 200;        // characters of a line of --once
+constexpr auto kRateOver = std::chrono::milliseconds(500);  // at least: shorter times give no steady rates
+constexpr const char *kRecorded = "1000";                   // packets, unless the operator asks for another number
+constexpr size_t kWideEnough = 200;                         // characters of a line of --once
 
 std::string host_name() {
     char name[256] = "";
@@ -71,7 +72,7 @@ private:
     bool is_leaving_ = false;
 };
 
-// What another page was asked is no base for the rates of this one.
+// A key may ask soon after the last look. What another page was asked is no base for the rates of this one.
 void Top::look() {
     top::Snapshot fresh;
     const bool with_limits = view_.subject() == top::Subject::kClasses;
@@ -79,11 +80,11 @@ void Top::look() {
     if (!trouble_.empty()) {
         return;
     }
-    if (now_) {
+    if (now_ && (!before_ || fresh.card.when - now_->card.when >= kRateOver)) {
         before_ = std::move(now_);
-        if (looked_line_ != view_.page_line()) {
-            before_->page = Json::array();
-        }
+    }
+    if (before_ && looked_line_ != view_.page_line()) {
+        before_->page = {};
     }
     looked_line_ = view_.page_line();
     now_ = std::move(fresh);

@@ -31,17 +31,19 @@ Json flood(const char *source, uint64_t packets, uint64_t stopped) {
 
 Snapshot at(int second, const Json &floods) {
     Snapshot snapshot;
-    snapshot.when = std::chrono::steady_clock::time_point(std::chrono::seconds(second));
     snapshot.clock = {{"time", "2026-11-22 22:06:00"}};
-    snapshot.floods = {{"fast_alarms", 1}, {"long_alarms", 0}, {"number", floods.size()}, {"floods", floods}};
-    snapshot.card = {{{"port", 1},
-                      {"interface", "eth0"},
-                      {"state", "not protected: another program is attached"},
-                      {"offered", 1000 * second}}};
-    snapshot.page = {
+    snapshot.floods.data = {{"fast_alarms", 1}, {"long_alarms", 0}, {"number", floods.size()}, {"floods", floods}};
+    snapshot.card.data = {{{"port", 1},
+                           {"interface", "eth0"},
+                           {"state", "not protected: another program is attached"},
+                           {"offered", 1000 * second}}};
+    snapshot.page.data = {
         {{"entry_id", 7},
          {"packets", 10},
          {"description", "deny port 1 src-ip 2001:db8:1111:2222:3333:4444:5555:6666 vlan 100 eth-type 0x86dd"}}};
+    for (host::top::Answer *answer : {&snapshot.floods, &snapshot.card, &snapshot.page}) {
+        answer->when = std::chrono::steady_clock::time_point(std::chrono::seconds(second));
+    }
     return snapshot;
 }
 
