@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -37,7 +38,8 @@ public:
     // Who takes messages.
     enum class Taking {
         kAtOnce,  // whoever logs
-        kLater,   // take_kept: where others log while the driving thread reads what has been taken
+        kLater,  // take_kept: where others log while the driving thread reads what has been taken. A line that a packet
+                 // brings again and again (a chip without room refuses a rule a packet) is told once a minute.
     };
 
     // Takes the card's log. Lines go to 'terminal' and 'file', each unless null; neither is closed here.
@@ -60,13 +62,22 @@ public:
     const std::vector<Event> &events() const { return events_; }
 
 private:
+    // A text that is told: until when it is not told again, and how often it has come meanwhile.
+    struct Told {
+        int64_t until_ns = 0;
+        uint64_t more = 0;
+    };
     void take(const card::LogMessage &message);
+    bool is_repeated(const card::LogMessage &message, uint64_t &more);
+    void print(const card::LogMessage &message);
 
     std::mutex mutex_;  // around kept_
     std::vector<Event> kept_;
     std::FILE *terminal_;
     std::FILE *file_;
     Keep keep_;
+    Taking taking_;
+    std::map<std::string, Told> told_;
     AlarmBook alarms_;
     std::function<void(const AlarmEvent &)> listener_;
     Journal *journal_ = nullptr;

@@ -115,6 +115,21 @@ void add(Json &json, const LostEntry &entry) {
     json["lost"] = entry.lost;
 }
 
+void add(Json &json, const GuardEntry &entry) {
+    const char *const names[] = {"port-protected", "port-lost",       "copies-lost",
+                                 "denies-refused", "filters-refused", "guard-late"};
+    json["event"] = names[static_cast<size_t>(entry.kind)];
+    if (entry.kind == GuardEntry::Kind::kPortProtected || entry.kind == GuardEntry::Kind::kPortLost) {
+        json["port"] = entry.port;
+        json["interface"] = entry.interface;
+        if (!entry.reason.empty()) {
+            json["reason"] = entry.reason;
+        }
+    } else {
+        json[entry.kind == GuardEntry::Kind::kLate ? "seconds" : "count"] = entry.count;
+    }
+}
+
 }  // namespace
 
 Json class_counts_json(const ClassCounts &counts) {

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -67,9 +68,26 @@ struct LostEntry {
     uint64_t lost;
 };
 
+// What befalls the protection of a live card.
+struct GuardEntry {
+    enum class Kind {
+        kPortProtected,
+        kPortLost,        // not protected any more
+        kCopiesLost,      // packets that the module has not seen
+        kDeniesRefused,   // software denies without room in the kernel
+        kFiltersRefused,  // likewise the operator's rules
+        kLate             // the process did not show itself, so packets passed
+    };
+    Kind kind;
+    uint32_t port = 0;  // of the first two
+    std::string interface;
+    std::string reason;  // of a lost port
+    uint64_t count = 0;  // of the last four; seconds of the last
+};
+
 struct JournalEntry {
     int64_t realtime_ns;
-    std::variant<AlarmEntry, RuleEvent, CaptureEntry, MemoryEntry, LostEntry> what;
+    std::variant<AlarmEntry, RuleEvent, CaptureEntry, MemoryEntry, LostEntry, GuardEntry> what;
 };
 
 // Of now: so many are missing here.
@@ -91,6 +109,7 @@ public:
     void note(const card::LogMessage &message, const std::optional<AlarmEvent> &alarm);
     // A capture file has come into the folder.
     void note_written(const std::string &path, uint64_t bytes);
+    void note(GuardEntry entry) { add(std::move(entry)); }
 
     // Two loads.
     bool has_news() const {
@@ -110,7 +129,7 @@ public:
     const RuleBook &rules() const { return rules_; }
 
 private:
-    using What = std::variant<AlarmEvent, card::ChipChange, CaptureEntry, MemoryEntry>;
+    using What = std::variant<AlarmEvent, card::ChipChange, CaptureEntry, MemoryEntry, GuardEntry>;
     struct Note {
         int64_t realtime_ns;
         What what;
@@ -120,6 +139,7 @@ private:
     void read(int64_t realtime_ns, const card::ChipChange &change);
     void read(int64_t realtime_ns, const CaptureEntry &capture);
     void read(int64_t realtime_ns, const MemoryEntry &memory) { tell({realtime_ns, memory}); }
+    void read(int64_t realtime_ns, const GuardEntry &guard) { tell({realtime_ns, guard}); }
     void find_begun_captures();
     void follow_capture(int64_t realtime_ns, const Subject &subject, bool records);
     void tell(const JournalEntry &entry) const;

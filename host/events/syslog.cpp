@@ -38,8 +38,8 @@ constexpr auto kLongest = std::chrono::milliseconds(100);
 constexpr const char *kDataId = "anti-cpu@32473";
 
 int severity_of(std::string_view event) {
-    return event == "alarm-raised" || event == "rule-refused" || event == "memory-refused" ||
-                   event == "capture-upload-failed" || event == "events-lost"
+    return event == "alarm-raised" || event.ends_with("-refused") || event == "capture-upload-failed" ||
+                   event.ends_with("-lost") || event == "guard-late"
                ? kWarning
                : kNotice;
 }

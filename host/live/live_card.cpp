@@ -49,6 +49,7 @@ size_t LiveCard::start() {
 
 size_t LiveCard::look() {
     guard_.beat();
+    look_at_silence();
     ring_.note(guard_.ring().used(), clock_.monotonic_ns());
     copies_in_look_ = 0;
     const size_t copies = guard_.read_copies(kCopiesPerLook, reader_);
@@ -58,6 +59,7 @@ size_t LiveCard::look() {
         denies_.expire(static_cast<uint64_t>(clock_.monotonic_ns()));
         look_at_losses(now);
         look_at_ports(false);
+        settle_news();
     }
     if (meanwhile_) {
         meanwhile_();
@@ -81,8 +83,9 @@ void LiveCard::settle() {
 
 void LiveCard::filters_changed() {
     if (const size_t refused = guard_.set_filters(filter_rules()); refused > 0) {
-        say_(std::to_string(refused) +
-             " filters found no room in the kernel: they take effect only as verdicts on copies of packets come");
+        tell(std::to_string(refused) +
+                 " filters found no room in the kernel: they take effect only as verdicts on copies of packets come",
+             {GuardEntry::Kind::kFiltersRefused, 0, "", "", refused});
     }
 }
 
@@ -156,34 +159,59 @@ const LiveCard::Source &LiveCard::source_of(uint32_t port) {
 
 void LiveCard::look_at_ports(bool anyway) {
     for (const card::LivePorts::Change &change : live_ports_.look(anyway)) {
-        say_(change.text);
+        if (change.is_about_port) {
+            const auto kind = change.is_protected ? GuardEntry::Kind::kPortProtected : GuardEntry::Kind::kPortLost;
+            tell(change.text, {kind, change.port, change.interface, change.reason, 0});
+        } else {
+            say_(change.text);
+        }
         if (change.trunk != 0) {
             trunk_change(change.trunk, change.member, change.joins);
         }
     }
 }
 
-// At most a line a minute.
-void LiveCard::look_at_losses(int64_t now_ns) {
-    if (losses_told_ns_ != 0 && now_ns < losses_told_ns_ + kTellLossesNs) {
-        return;
+// How many are new, if they are to be told.
+uint64_t LiveCard::news(Told &told, int64_t now_ns, uint64_t count) {
+    if (count == told.count || (told.at_ns != 0 && now_ns < told.at_ns + kTellLossesNs)) {
+        return 0;
     }
+    told.at_ns = now_ns;
+    return count - std::exchange(told.count, count);
+}
+
+void LiveCard::look_at_losses(int64_t now_ns) {
     uint64_t lost = 0;
     for (const card::LivePort &port : live_ports_.ports()) {
         lost += guard_.counts(port.index).lost;
     }
-    if (lost > losses_told_) {
-        losses_told_ns_ = now_ns;
-        say_(std::to_string(lost - losses_told_) +
-             " packets passed or were stopped without a copy for the limiter: more came than it could read");
-        losses_told_ = lost;
+    if (const uint64_t count = news(losses_told_, now_ns, lost); count > 0) {
+        tell(std::to_string(count) +
+                 " packets passed or were stopped without a copy for the limiter: more came than it could read",
+             {GuardEntry::Kind::kCopiesLost, 0, "", "", count});
     }
-    if (denies_.refused() > refusals_told_) {
-        losses_told_ns_ = now_ns;
-        say_(std::to_string(denies_.refused() - refusals_told_) +
-             " software denies found no room in the kernel: what they are about goes on to the stack");
-        refusals_told_ = denies_.refused();
+    if (const uint64_t count = news(refusals_told_, now_ns, denies_.refused()); count > 0) {
+        tell(std::to_string(count) +
+                 " software denies found no room in the kernel: what they are about goes on to the stack",
+             {GuardEntry::Kind::kDeniesRefused, 0, "", "", count});
     }
+}
+
+// The process was stopped, or something held it up.
+void LiveCard::look_at_silence() {
+    const int64_t now_ns = clock_.monotonic_ns();
+    const int64_t silent_ns = now_ns - std::exchange(last_look_ns_, now_ns);
+    if (silent_ns < now_ns && silent_ns > static_cast<int64_t>(guard_.patience_ns())) {
+        const auto seconds = static_cast<uint64_t>(silent_ns / card::kNanosecondsPerSecond);
+        tell("this process was silent for " + std::to_string(seconds) +
+                 " s; the kernel let every packet pass meanwhile (see `show card`, blind)",
+             {GuardEntry::Kind::kLate, 0, "", "", seconds});
+    }
+}
+
+void LiveCard::tell(const std::string &text, GuardEntry entry) {
+    say_(text);
+    journal_.note(std::move(entry));
 }
 
 }  // namespace host

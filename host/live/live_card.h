@@ -60,9 +60,17 @@ private:
         PacketFlow flow;
         uint16_t vlan;
     };
+    // What is told at most once a minute: when it was, and how much of it there was then.
+    struct Told {
+        int64_t at_ns = 0;
+        uint64_t count = 0;
+    };
     void take(const kernel_copy &copy, const uint8_t *frame);
     void look_at_ports(bool anyway);
     void look_at_losses(int64_t now_ns);
+    static uint64_t news(Told &told, int64_t now_ns, uint64_t count);
+    void look_at_silence();
+    void tell(const std::string &text, GuardEntry entry);
     const Source &source_of(uint32_t port);
 
     card::Guard &guard_;
@@ -79,9 +87,9 @@ private:
     card::Guard::Reader reader_;
     std::unordered_map<uint32_t, Source> sources_;  // by port
     int64_t next_second_ns_ = 0;
-    int64_t losses_told_ns_ = 0;
-    uint64_t losses_told_ = 0;
-    uint64_t refusals_told_ = 0;
+    int64_t last_look_ns_ = 0;  // monotonic
+    Told losses_told_;
+    Told refusals_told_;
 };
 
 }  // namespace host

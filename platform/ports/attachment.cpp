@@ -57,6 +57,7 @@ std::string attach_reason(int error, PortMode mode) {
     }
 }
 
+// A link that was taken off stays, without its interface, whose index stands first for either kind of link.
 bool is_link_live(int link) {
     bpf_link_info info{};
     uint32_t size = sizeof(info);
@@ -102,7 +103,7 @@ Attachment::~Attachment() {
 }
 
 bool Attachment::is_attached() const {
-    return is_link_live(received_link_);
+    return is_link_live(received_link_) && (sent_link_ < 0 || is_link_live(sent_link_));
 }
 
 bool Attachment::attach_received(const Guard &guard, PortMode mode, std::string &error) {

@@ -36,7 +36,9 @@ std::vector<LivePorts::Change> LivePorts::look(bool anyway) {
     if (!watches_) {
         watches_ = watch_.open();
     }
-    if (!watch_.has_changed() && !anyway) {
+    const bool is_whole = std::ranges::all_of(
+        ports_, [](const LivePort &port) { return port.attachment == nullptr || port.attachment->is_attached(); });
+    if (!watch_.has_changed() && !anyway && is_whole) {
         return changes;
     }
     const std::vector<Interface> all = interfaces();
@@ -118,22 +120,35 @@ void LivePorts::look_at(LivePort &port, const std::vector<Interface> &all, std::
     if (port.attachment == nullptr) {
         guard_.forget_port(found->index);
         if (std::exchange(port.trouble, error) != error) {
-            changes.push_back({name_of(port) + " is not protected: " + error});
+            changes.push_back(change_of(port, " is not protected: " + error, false, error));
         }
         return;
     }
     port.interface = found->index;
     port.trouble.clear();
-    changes.push_back({name_of(port) + " is protected, VLAN " + std::to_string(port.spec.vlan) + ", " +
-                       (mode_ == PortMode::kNative ? "native" : "generic") + " mode" +
-                       (port.attachment->sees_tags() ? "" : "; VLAN tags stand beside its frames and are not seen")});
+    changes.push_back(
+        change_of(port,
+                  " is protected, VLAN " + std::to_string(port.spec.vlan) + ", " +
+                      (mode_ == PortMode::kNative ? "native" : "generic") + " mode" +
+                      (port.attachment->sees_tags() ? "" : "; VLAN tags stand beside its frames and are not seen"),
+                  true, ""));
 }
 
 void LivePorts::detach(LivePort &port, const std::string &why, std::vector<Change> &changes) {
     guard_.forget_port(port.interface);
     port.attachment.reset();
     port.interface = 0;
-    changes.push_back({name_of(port) + " is not protected any more: " + why});
+    changes.push_back(change_of(port, " is not protected any more: " + why, false, why));
+}
+
+LivePorts::Change LivePorts::change_of(const LivePort &port, std::string text, bool is_protected, std::string reason) {
+    Change change{name_of(port) + std::move(text)};
+    change.is_about_port = true;
+    change.is_protected = is_protected;
+    change.port = port.spec.port;
+    change.interface = port.spec.interface;
+    change.reason = std::move(reason);
+    return change;
 }
 
 }  // namespace card

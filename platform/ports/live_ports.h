@@ -39,14 +39,21 @@ public:
     // A port more; a bond is a trunk, whose members get port numbers from kFirstMemberPort on.
     void add(const PortSpec &spec);
 
-    // What is told of: a line for people, and members that join or leave a trunk.
+    // What is told of: a line for people, with members that join or leave a trunk, and ports that are protected from
+    // now on or not any more.
     struct Change {
         std::string text;
         uint32_t trunk = 0;
         uint32_t member = 0;
         bool joins = false;
+        bool is_about_port = false;
+        bool is_protected = false;
+        uint32_t port = 0;
+        std::string interface {};
+        std::string reason{};
     };
-    // Looks at the machine's interfaces and addresses, when they have changed since the last look or 'anyway'.
+    // Looks at the machine's interfaces and addresses, when they have changed since the last look or 'anyway', or when
+    // a program has been taken off its port, which nobody tells.
     std::vector<Change> look(bool anyway);
 
     // From now on packets of this port are another's, or its own, for the operator's rules.
@@ -60,6 +67,7 @@ private:
 
     LivePort &new_port(const PortSpec &spec);
     void add_members(const std::vector<Interface> &all, std::vector<Change> &changes);
+    static Change change_of(const LivePort &port, std::string text, bool is_protected, std::string reason);
     bool tell_kernel(const LivePort &port, uint32_t interface);
     void look_at(LivePort &port, const std::vector<Interface> &all, std::vector<Change> &changes);
     void detach(LivePort &port, const std::string &why, std::vector<Change> &changes);

@@ -4,11 +4,15 @@
 
 The machine is a namespace with one neighbour. Whatever happens to the process, the neighbour must reach the machine.
 """
+import ctypes
+import errno
 import json
 import os
 import pathlib
+import platform
 import re
 import signal
+import struct
 import subprocess
 import sys
 import time
@@ -17,6 +21,7 @@ import unittest
 import network
 
 CONTROL = "/run/faults.control"
+BPF_CALL = {"x86_64": 321, "aarch64": 280}.get(platform.machine())
 NEIGHBOUR_MAC = "02:00:00:00:00:01"
 
 
@@ -130,6 +135,10 @@ class Faults(unittest.TestCase):
                 ("control in no folder", {"control": "/nowhere/socket"}, "/nowhere/socket"),
                 ("a user without rights", {"wrapper": ("setpriv", "--reuid=65534", "--clear-groups"),
                                            "control": "/run/open/faults.control"}, "ermi")]
+        if BPF_CALL:
+            rows += [(f"bpf answers {name}", {"wrapper": (sys.executable, __file__, "--bpf-answers", str(number))}, named)
+                     for name, number, named in (("ENOSYS", errno.ENOSYS, "without BPF"), ("EPERM", errno.EPERM, "CAP_BPF"),
+                                                 ("ENOMEM", errno.ENOMEM, "memory limit"))]
         for name, what, named in rows:
             with self.subTest(name):
                 protection = Protection(*what.pop("options", ()), **what)
@@ -184,14 +193,64 @@ class Faults(unittest.TestCase):
         self.assertEqual(protection.end(), 0, protection.text)
 
     def test_detached_by_somebody_else(self):
-        protection = Protection().ready()
+        protection = Protection("--events", "/run/faults.events").ready()
         network.run("ip", "link", "set", "eth0", "xdp", "off", check=False)
-        network.run("ip", "link", "set", "eth0", "xdpgeneric", "off", check=False)
-        self.assertTrue(attached()[0], "a link's program cannot be taken off the port: " + protection.text)
+        self.assertTrue(attached()[0], "a link's program cannot be taken off by its port: " + protection.text)
+        descriptors = [file.read_text() for file in pathlib.Path(f"/proc/{protection.process.pid}/fdinfo").iterdir()]
+        links = [re.search(r"link_id:\s*(\d+)", text)[1] for text in descriptors if re.search(r"link_type:\s*xdp", text)]
+        network.run("bpftool", "link", "detach", "id", *links)
+        network.until("a line about it", lambda: "taken the program off" in protection.text)
+        network.until("the program again", lambda: attached()[0])
+        console("hw-filter deny 1 port 1 eth-type 0x0800 ip-protocol 1")
+        self.assertEqual(lost_pings(3), 3)
+        self.assertEqual(protection.end(), 0, protection.text)
+        events = [json.loads(line)["event"] for line in pathlib.Path("/run/faults.events").read_text().splitlines()]
+        self.assertEqual(events[:3], ["port-protected", "port-lost", "port-protected"])
+
+    def test_a_full_ring_loses_copies_and_no_packet(self):
+        protection = Protection("--stall", "60", "--events", "/run/faults.events").ready()
+        protection.process.send_signal(signal.SIGSTOP)
+        text = network.at("neighbour", "ping", "-n", "-q", "-f", "-c", "12000", "-s", "1400", "10.0.0.254")
+        protection.process.send_signal(signal.SIGCONT)
+        self.assertIn(" 0% packet loss", text)
+        network.until("a line about it", lambda: "without a copy" in protection.text)
+        counts = card()
+        self.assertGreater(counts["lost"], 1000)
+        self.assertEqual(counts["offered"], counts["stopped"] + counts["dropped"] + counts["passed"])
+        self.assertEqual(protection.end(), 0, protection.text)
+        self.assertIn('"copies-lost"', pathlib.Path("/run/faults.events").read_text())
+
+    def test_a_full_chip_is_told_once_a_minute(self):
+        lines = ("set fast-period 1", "set limit icmpv4 source fast 1", "set limit icmpv4 fast 1", "set hw-deny icmpv4 source on")
+        protection = Protection("--chip-rules", "1", *(word for line in lines for word in ("-x", line))).ready()
+        for last in range(2, 6):
+            network.at("neighbour", "ip", "address", "add", f"10.0.0.{last}/24", "dev", "eth0")
+        for last in (2, 3, 4, 5) * 2:
+            network.at("neighbour", "ping", "-n", "-q", "-f", "-c", "200", "-W", "1", "-I", f"10.0.0.{last}", "10.0.0.254", check=False)
+        self.assertLessEqual(protection.text.count("refused: full"), 1, protection.text)
+        self.assertLessEqual(len(protection.text.splitlines()), 100, protection.text)
+        self.assertIn("refused: full", protection.text)
+        self.assertGreater(card()["stopped"], 0)
         self.assertEqual(protection.end(), 0, protection.text)
 
 
+# What bpf(2) answers when there is none, when it is not allowed, or when there is no memory.
+def run_without_bpf(error, command):
+    refuse = struct.pack("HBBI", 0x06, 0, 0, 0x00050000 | error)  # SECCOMP_RET_ERRNO
+    rows = [struct.pack("HBBI", 0x20, 0, 0, 0), struct.pack("HBBI", 0x15, 0, 1, BPF_CALL), refuse,
+            struct.pack("HBBI", 0x06, 0, 0, 0x7fff0000)]
+    code = ctypes.create_string_buffer(b"".join(rows))
+    program = ctypes.create_string_buffer(struct.pack("HxxxxxxP", len(rows), ctypes.addressof(code)))
+    prctl = ctypes.CDLL(None).prctl
+    prctl.argtypes = [ctypes.c_int] + [ctypes.c_ulong] * 4
+    if prctl(38, 1, 0, 0, 0) != 0 or prctl(22, 2, ctypes.addressof(program), 0, 0) != 0:
+        sys.exit("no seccomp filter")
+    os.execv(command[0], command)
+
+
 if __name__ == "__main__":
+    if sys.argv[1] == "--bpf-answers":
+        run_without_bpf(int(sys.argv[2]), sys.argv[3:])
     network.enter_own_machine("ping", "ethtool", "bpftool", "setpriv")
     PROGRAM = os.path.abspath(sys.argv.pop(1))
     network.run("ip", "netns", "add", "neighbour")

@@ -52,7 +52,9 @@ std::string reason(int error) {
         case EACCES:
             return "its verifier refuses it: " + last_words();
         case ENOSYS:
-            return text + " (this kernel was built without BPF)";
+            return text + " (this kernel was built without BPF, or something forbids the call)";
+        case ENOMEM:
+            return text + " (30 MB for tables and ring: a memory limit of its group, or RLIMIT_MEMLOCK?)";
         default:
             return text + (last_words().empty() ? "" : ": " + last_words());
     }
@@ -159,6 +161,10 @@ bool Guard::set_addresses(const AddressSet &addresses) {
         return !addresses.contains(address) && bpf_map_delete_elem(map, &address) == 0;
     });
     return all;
+}
+
+uint64_t Guard::patience_ns() const {
+    return program_->bss->patience_ns;
 }
 
 void Guard::beat() {

@@ -63,6 +63,7 @@ public:
     // The machine's own addresses, in place of those before. False: no room for all of them.
     bool set_addresses(const AddressSet &addresses);
 
+    uint64_t patience_ns() const;
     // The process shows itself. A store.
     void beat();
 
