@@ -6,8 +6,6 @@
 // bench/live.sh makes. So a time is the driver's batch, the program and the stack, nothing of a sender. Times are this
 // thread's processor time; of each case the smallest of 15 chunks of 32,768 frames, all cases in turns.
 #include <arpa/inet.h>
-#include <bpf/bpf.h>
-#include <linux/bpf.h>
 #include <net/if.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -17,7 +15,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -27,14 +24,13 @@
 #include "event_log.h"
 #include "live/class_tables.h"
 #include "live/live_card.h"
+#include "live_frames.h"
 
 namespace {
 
 constexpr uint32_t kFrames = 32'768;  // of a chunk; their copies fit into the ring
 constexpr int kChunks = 15;
 constexpr uint32_t kPort = 1;
-constexpr uint32_t kLiveFrames = 1U << 1;  // BPF_F_TEST_XDP_LIVE_FRAMES
-constexpr double kNanoseconds = 1e9;
 
 // 60 bytes: an UDP datagram to a socket of this machine that nobody reads, so that the stack's part is a small one.
 std::vector<uint8_t> datagram() {
@@ -56,20 +52,6 @@ std::vector<uint8_t> datagram() {
 [[noreturn]] void die(const std::string &what) {
     std::fprintf(stderr, "bench_live: %s: %s\n", what.c_str(), std::strerror(errno));
     std::exit(1);
-}
-
-double processor_ns(clockid_t clock) {
-    timespec now{};
-    clock_gettime(clock, &now);
-    return static_cast<double>(now.tv_sec) * kNanoseconds + static_cast<double>(now.tv_nsec);
-}
-
-// A program that answers always the same.
-int plain_program(int answer) {
-    const bpf_insn instructions[] = {{BPF_ALU64 | BPF_MOV | BPF_K, 0, 0, 0, answer}, {BPF_JMP | BPF_EXIT, 0, 0, 0, 0}};
-    const int program =
-        bpf_prog_load(BPF_PROG_TYPE_XDP, "plain", "GPL", instructions, std::size(instructions), nullptr);
-    return program >= 0 ? program : (die("a plain program"), -1);
 }
 
 void run(const char *command) {
@@ -184,7 +166,7 @@ Bench::Bench(const char *interface) : interface_(interface), index_(if_nametoind
         die("the live card");
     }
     const int guard = guard_->received_program();
-    const int pass = plain_program(XDP_PASS);
+    const int pass = plain_program(false);
     const auto none = [this] { set_rules(0); };
     const auto nft = [this](uint32_t count, const char *last) {
         return [this, count, last] { set_nft(interface_, count, last); };
@@ -197,7 +179,7 @@ Bench::Bench(const char *interface) : interface_(interface), index_(if_nametoind
         {"accepted, 1,000 rules", "accepted, 10 rules", "1.1", [this] { set_rules(1000); }, guard},
         {"dropped by the last of 10 rules", bare, "0.5", [this] { set_rules(11); }, guard},
         {"dropped by the last of 1,000 rules", bare, "0.5", [this] { set_rules(1001); }, guard},
-        {"plain XDP drop", bare, nullptr, none, plain_program(XDP_DROP)},
+        {"plain XDP drop", bare, nullptr, none, plain_program(true)},
         {"nft ingress, accepted, 10 rules", bare, nullptr, nft(10, ""), pass},
         {"nft ingress, accepted, 1,000 rules", bare, nullptr, nft(1000, ""), pass},
         {"nft ingress, dropped by the last of 10 rules", bare, nullptr, nft(9, "ip saddr 10.0.0.2 drop"), pass},
@@ -206,32 +188,19 @@ Bench::Bench(const char *interface) : interface_(interface), index_(if_nametoind
 }
 
 double Bench::send(int program) const {
-    xdp_md context{};
-    context.data_end = static_cast<uint32_t>(frame_.size());
-    context.ingress_ifindex = index_;
-    LIBBPF_OPTS(bpf_test_run_opts, options);
-    options.data_in = frame_.data();
-    options.data_size_in = static_cast<uint32_t>(frame_.size());
-    options.ctx_in = &context;
-    options.ctx_size_in = sizeof(context);
-    options.repeat = static_cast<int>(kFrames);
-    options.flags = kLiveFrames;
     guard_->beat();
-    const double begin = processor_ns(CLOCK_THREAD_CPUTIME_ID);
-    if (bpf_prog_test_run_opts(program, &options) != 0) {
-        die("frames cannot be sent");
-    }
-    return (processor_ns(CLOCK_THREAD_CPUTIME_ID) - begin) / kFrames;
+    const double ns = send_frames(program, index_, frame_, kFrames);
+    return ns >= 0 ? ns : (die("frames cannot be sent"), 0);
 }
 
 // Processor time of this thread for a copy in the ring; the ring is empty afterwards.
 double Bench::process() {
-    const double begin = processor_ns(CLOCK_THREAD_CPUTIME_ID);
+    const double begin = processor_ns();
     size_t all = 0;
     for (size_t copies = 0; (copies = card_->look()) > 0;) {
         all += copies;
     }
-    return all == kFrames ? (processor_ns(CLOCK_THREAD_CPUTIME_ID) - begin) / kFrames : 1e9;
+    return all == kFrames ? (processor_ns() - begin) / kFrames : 1e9;
 }
 
 // So many rules; one more than a round number is for the datagram.
@@ -242,11 +211,11 @@ void Bench::set_rules(uint32_t count) {
     installed_.clear();
     for (uint32_t i = 0; i < count; i++) {
         installed_.push_back(rule(i, count % 10 == 1 && i + 1 == count));
-        const double begin = processor_ns(CLOCK_MONOTONIC);
+        const double begin = processor_ns();
         if (card::Chip::instance().install(installed_.back()) != 0) {
             die("a rule");
         }
-        installed_ns_.push_back(processor_ns(CLOCK_MONOTONIC) - begin);
+        installed_ns_.push_back(processor_ns() - begin);
     }
 }
 

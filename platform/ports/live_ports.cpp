@@ -2,6 +2,7 @@
 #include "ports/live_ports.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 namespace card {
@@ -42,9 +43,11 @@ std::vector<LivePorts::Change> LivePorts::look(bool anyway) {
         return changes;
     }
     const std::vector<Interface> all = interfaces();
-    add_members(all, changes);
+    look_at_bonds(all, changes);
     for (LivePort &port : ports_) {
-        look_at(port, all, changes);
+        if (!port.has_left) {
+            look_at(port, all, changes);
+        }
     }
     if (!guard_.set_addresses(local_addresses())) {
         changes.push_back(
@@ -75,22 +78,48 @@ bool LivePorts::tell_kernel(const LivePort &port, uint32_t interface) {
 }
 
 // Members of bonds: those that have come are ports from now on, those that have left are nobody's.
-void LivePorts::add_members(const std::vector<Interface> &all, std::vector<Change> &changes) {
+void LivePorts::look_at_bonds(const std::vector<Interface> &all, std::vector<Change> &changes) {
     for (const PortSpec &bond : bonds_) {
+        std::set<const LivePort *> members;
         for (const Interface &one : all) {
-            const bool is_known = std::ranges::any_of(ports_, [&](const LivePort &port) {
-                return port.spec.interface == one.name && port.trunk == bond.port;
-            });
-            if (one.master == bond.interface && !is_known) {
+            if (one.master != bond.interface) {
+                continue;
+            }
+            LivePort *port = member_of(bond, one);
+            if (port == nullptr) {
                 const auto number = static_cast<uint32_t>(kFirstMemberPort + ports_.size());
-                LivePort &port = new_port({one.name, number, bond.vlan});
-                port.trunk = bond.port;
-                changes.push_back(
-                    {name_of(port) + " joins trunk " + std::to_string(bond.port) + " (" + bond.interface + ")",
-                     bond.port, number, true});
+                port = &new_port({one.name, number, bond.vlan});
+                port->trunk = bond.port;
+                port->has_left = true;
+            }
+            members.insert(port);
+            if (std::exchange(port->has_left, false)) {
+                changes.push_back(trunk_change(*port, bond, true));
+            }
+        }
+        for (LivePort &port : ports_) {
+            if (port.trunk == bond.port && !members.contains(&port) && !std::exchange(port.has_left, true)) {
+                if (port.attachment != nullptr) {
+                    detach(port, "it has left its bond", changes);
+                }
+                changes.push_back(trunk_change(port, bond, false));
             }
         }
     }
+}
+
+// One that is known may have got another name.
+LivePort *LivePorts::member_of(const PortSpec &bond, const Interface &interface) {
+    const auto found = std::ranges::find_if(ports_, [&](const LivePort &port) {
+        return port.trunk == bond.port &&
+               (port.interface == interface.index || (port.interface == 0 && port.spec.interface == interface.name));
+    });
+    return found != ports_.end() ? &*found : nullptr;
+}
+
+LivePorts::Change LivePorts::trunk_change(const LivePort &port, const PortSpec &bond, bool joins) {
+    const std::string trunk = " trunk " + std::to_string(bond.port) + " (" + bond.interface + ")";
+    return {name_of(port) + (joins ? " joins" : " leaves") + trunk, bond.port, port.spec.port, joins};
 }
 
 void LivePorts::look_at(LivePort &port, const std::vector<Interface> &all, std::vector<Change> &changes) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,7 +25,8 @@ struct PortSpec {
 
 struct LivePort {
     PortSpec spec;
-    uint32_t trunk = 0;      // of the bond that it is a member of; 0 = none
+    uint32_t trunk = 0;      // of the bond that it is, or was, a member of; 0 = none
+    bool has_left = false;   // that bond: nobody's until it comes back
     uint32_t logical = 0;    // what the module counts its packets for: a trunk, or itself
     uint32_t index = 0;      // of its counters
     uint32_t interface = 0;  // index; 0 = not there
@@ -59,16 +61,18 @@ public:
     // From now on packets of this port are another's, or its own, for the operator's rules.
     void set_logical(uint32_t port, uint32_t logical);
 
-    const std::vector<LivePort> &ports() const { return ports_; }
+    const std::deque<LivePort> &ports() const { return ports_; }
     PortMode mode() const { return mode_; }
 
 private:
     static constexpr uint32_t kFirstMemberPort = 60000;
 
     LivePort &new_port(const PortSpec &spec);
-    void add_members(const std::vector<Interface> &all, std::vector<Change> &changes);
+    LivePort *member_of(const PortSpec &bond, const Interface &interface);
+    void look_at_bonds(const std::vector<Interface> &all, std::vector<Change> &changes);
     static Change change_of(const LivePort &port, std::string text, bool is_protected, std::string reason);
     bool tell_kernel(const LivePort &port, uint32_t interface);
+    static Change trunk_change(const LivePort &port, const PortSpec &bond, bool joins);
     void look_at(LivePort &port, const std::vector<Interface> &all, std::vector<Change> &changes);
     void detach(LivePort &port, const std::string &why, std::vector<Change> &changes);
 
@@ -78,7 +82,7 @@ private:
     InterfaceWatch watch_;
     bool watches_ = false;
     std::vector<PortSpec> bonds_;
-    std::vector<LivePort> ports_;
+    std::deque<LivePort> ports_;  // a port stays where it is while others come
 };
 
 }  // namespace card

@@ -38,9 +38,9 @@ PROTECTION += [f"set {what} {name} source on" for name in CLASSES for what in ("
 class Guard:
     """The running protection of the router."""
 
-    def __init__(self, program, folder, more):
+    def __init__(self, program, folder, lines):
         self.program, self.folder = program, folder
-        (folder / "protection").write_text("\n".join(PROTECTION + more) + "\n")
+        (folder / "protection").write_text("\n".join(lines) + "\n")
         self.log = folder / "anti-cpu.log"
         self.process = network.start("router", self.log, program, "run", "--port", "eth0=1", "--port", "eth1=2",
                                      "--config", str(folder / "protection"), "--control", CONTROL)
@@ -113,21 +113,26 @@ def one_flood(net, options, name, quiet):
     row = {"name": name, "without": observe(net, options.seconds + 2, command)}
     frames_of_good = quiet["offered_s"] * (options.seconds + 2) if quiet["with"] else 0
     if not options.without:
-        with protected(net, options) as guard:
-            time.sleep(1.5)
-            before, used = guard.counts(), guard.processor_seconds()
-            row["with"] = observe(net, options.seconds + 2, command)
-            after = guard.counts()
-            row["with"]["counts"] = {key: after[key] - before[key] for key in COUNTERS}
-            row["with"]["guard_cpu"] = guard.processor_seconds() - used
-            row["with"]["good_frames"] = frames_of_good
+        row["with"] = observe_protected(net, options, command)
+        row["with"]["good_frames"] = frames_of_good
     frames.unlink()
     return row
 
 
+def observe_protected(net, options, command, lines=None):
+    with protected(net, options, lines) as guard:
+        time.sleep(1.5)
+        before, used = guard.counts(), guard.processor_seconds()
+        measured = observe(net, options.seconds + 2, command)
+        after = guard.counts()
+        measured["counts"] = {key: after[key] - before[key] for key in COUNTERS}
+        measured["guard_cpu"] = guard.processor_seconds() - used
+    return measured
+
+
 @contextlib.contextmanager
-def protected(net, options):
-    guard = Guard(options.program, net.folder, options.line)
+def protected(net, options, lines=None):
+    guard = Guard(options.program, net.folder, lines or PROTECTION + options.line)
     try:
         yield guard
     finally:
@@ -267,9 +272,8 @@ def demonstrate(net, options):
     return 1 if broken else 0
 
 
-def main():
-    options = arguments()
-    # One processor is the flood's, the others are everybody else's.
+def enter(options):
+    """The network, in a machine of its own, of which one processor is the flood's, the others everybody else's."""
     processors = sorted(os.sched_getaffinity(0))
     if len(processors) < 2:
         network.skip("one processor floods, another one works: two are needed")
@@ -278,7 +282,12 @@ def main():
     os.sched_setaffinity(0, processors[:-1])
     folder = pathlib.Path("/run/demonstration")
     folder.mkdir()
-    return demonstrate(network.Network(folder), options)
+    return network.Network(folder)
+
+
+def main():
+    options = arguments()
+    return demonstrate(enter(options), options)
 
 
 if __name__ == "__main__":
