@@ -69,7 +69,7 @@ void set_nft(const std::string &interface, uint32_t count, const char *last) {
     for (uint32_t i = 0; i < count; i++) {
         std::fprintf(nft, "ip saddr 10.1.%u.%u drop\n", i / 250, i % 250 + 1);
     }
-    std::fprintf(nft, "%s\n} }\n", last);
+    std::fprintf(nft, "%s\n}\n}\n", last);
     if (pclose(nft) != 0) {
         die("nft");
     }
@@ -177,8 +177,9 @@ Bench::Bench(const char *interface) : interface_(interface), index_(if_nametoind
         {"accepted, copied to the process", bare, "1.3", none, guard},
         {"accepted, 10 rules", bare, nullptr, [this] { set_rules(10); }, guard},
         {"accepted, 1,000 rules", "accepted, 10 rules", "1.1", [this] { set_rules(1000); }, guard},
-        {"dropped by the last of 10 rules", bare, "0.5", [this] { set_rules(11); }, guard},
-        {"dropped by the last of 1,000 rules", bare, "0.5", [this] { set_rules(1001); }, guard},
+        {"dropped by the only rule", bare, "0.5", [this] { set_rules(1); }, guard},
+        {"dropped by the last of 10 rules", bare, nullptr, [this] { set_rules(11); }, guard},
+        {"dropped by the last of 1,000 rules", bare, nullptr, [this] { set_rules(1001); }, guard},
         {"plain XDP drop", bare, nullptr, none, plain_program(true)},
         {"nft ingress, accepted, 10 rules", bare, nullptr, nft(10, ""), pass},
         {"nft ingress, accepted, 1,000 rules", bare, nullptr, nft(1000, ""), pass},

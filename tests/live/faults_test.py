@@ -132,7 +132,7 @@ class Faults(unittest.TestCase):
                 ("settings that are not there", {"options": ("--config", "/nowhere")}, "/nowhere"),
                 ("a wrong line", {"options": ("-x", "set nonsense")}, "nonsense"),
                 ("no group", {"options": ("--operators", "no-such-group")}, "no-such-group"),
-                ("control in no folder", {"control": "/nowhere/socket"}, "/nowhere/socket"),
+                ("control in no folder", {"control": "/dev/null/socket"}, "/dev/null/socket"),
                 ("a user without rights", {"wrapper": ("setpriv", "--reuid=65534", "--clear-groups"),
                                            "control": "/run/open/faults.control"}, "ermi")]
         if BPF_CALL:
@@ -193,7 +193,7 @@ class Faults(unittest.TestCase):
         self.assertEqual(protection.end(), 0, protection.text)
 
     def test_detached_by_somebody_else(self):
-        protection = Protection("--events", "/run/faults.events").ready()
+        protection = Protection("--events", "/run/detached.events").ready()
         network.run("ip", "link", "set", "eth0", "xdp", "off", check=False)
         self.assertTrue(attached()[0], "a link's program cannot be taken off by its port: " + protection.text)
         descriptors = [file.read_text() for file in pathlib.Path(f"/proc/{protection.process.pid}/fdinfo").iterdir()]
@@ -204,7 +204,7 @@ class Faults(unittest.TestCase):
         console("hw-filter deny 1 port 1 eth-type 0x0800 ip-protocol 1")
         self.assertEqual(lost_pings(3), 3)
         self.assertEqual(protection.end(), 0, protection.text)
-        events = [json.loads(line)["event"] for line in pathlib.Path("/run/faults.events").read_text().splitlines()]
+        events = [json.loads(line)["event"] for line in pathlib.Path("/run/detached.events").read_text().splitlines()]
         self.assertEqual(events[:3], ["port-protected", "port-lost", "port-protected"])
 
     def test_a_full_ring_loses_copies_and_no_packet(self):
