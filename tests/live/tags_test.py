@@ -29,9 +29,9 @@ def flows():
     return {(flow["protocol"], flow["port"], flow["vlan"]) for flow in json.loads(console("show flows json"))}
 
 
-def wire(one, other="", prefix=""):
-    """A pair of ports, 'one' here and the other at the neighbour."""
-    network.run("ip", "link", "add", one, "type", "veth", "peer", "name", other or one, "netns", "neighbour")
+def wire(name):
+    """A pair of ports, one here and one at the neighbour."""
+    network.run("ip", "link", "add", name, "type", "veth", "peer", "name", name, "netns", "neighbour")
 
 
 class Tags(unittest.TestCase):
@@ -127,9 +127,11 @@ class Tags(unittest.TestCase):
 
 def has_devices():
     """Whether this kernel makes them."""
+    network.run("ip", "link", "add", "below", "type", "veth")
     made = [subprocess.run(["ip", "link", "add", "probe", *kind], stderr=subprocess.DEVNULL).returncode == 0 and
             network.run("ip", "link", "del", "probe") == ""
-            for kind in (["link", "lo", "type", "vlan", "id", "1"], ["type", "bond"])]
+            for kind in (["link", "below", "type", "vlan", "id", "1"], ["type", "bond"])]
+    network.run("ip", "link", "del", "below")
     return all(made)
 
 
