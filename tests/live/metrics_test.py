@@ -26,7 +26,7 @@ VERDICTS = ("stopped", "dropped", "passed", "transit", "blind", "sent")
 SETTINGS = ("set fast-period 1", "set hw-deny arp source on", "set deny ospfv2 source on", "set capture stp on",
             "hw-filter deny 1 port 1 eth-type 0x88cc", "filter deny protocol dhcp",
             "set limit stp fast 20")
-FLOODS = {"arp": [traffic.arp(n, None) for n in range(2, 5)], "ospfv2": [recipes.summed(traffic.ospf(5, None))],
+FLOODS = {"arp": [traffic.arp(n, None) for n in range(2, 5)], "ospfv2": [recipes.summed(traffic.ospf(n, None)) for n in (5, 9)],
           "none": [traffic.lldp(6, None)], "stp": [traffic.stp(7, None)],
           "dhcp": [recipes.summed(traffic.dhcp(8, None))]}
 
@@ -90,6 +90,13 @@ class Metrics(unittest.TestCase):
         self.assertEqual({rule["health"] for rule in rules}, {"ok"}, rules)
         self.until_all("the records", [rule["name"] for rule in rules if rule["type"] == "recording"])
         self.until_all("the alarm", ['ALERTS{alertname="AntiCpuFlood",class="arp"}'])
+        network.run(PROGRAM, "console", "--control", CONTROL, "-c", "set limit stp source fast 7")
+        of_stp = 'anti_cpu_limit_packets_per_second{class="stp",period="fast",scope='
+        self.until_all("figures", ['anti_cpu_flows_over_limit{class="ospfv2"} == 1', 'anti_cpu_sources_over_limit{class="ospfv2"} == 2',
+                                   'anti_cpu_alarms_total{class="stp",period="fast"} > 0', 'anti_cpu_fast_period_seconds == 1',
+                                   of_stp + '"flow"} == 20', of_stp + '"source"} == 7', 'anti_cpu_software_denies == 2',
+                                   'anti_cpu_chip_rules{kind="filter"} == 1', 'anti_cpu_chip_rules{kind="automatic"} == 3',
+                                   'anti_cpu_chip_rules_free == 1020', 'anti_cpu_memory_budget_bytes == 64000000'])
         self.until_all("the senders' names", [f'anti_cpu_flooding_source_packets_per_second{{class="arp",source="02:00:00:00:00:{n:02x}"}} > 100'
                                               for n in range(2, 5)])
 
