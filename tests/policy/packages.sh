@@ -36,8 +36,9 @@ if [ ! -f "$minimal" ]; then
 fi
 tar -C "$root" --exclude='./dev/*' -xf "$minimal"
 
-# What is there, without dpkg's own notes and what the first look-up of a library leaves.
-listing() { (cd "$root" && find . ! -path './var/lib/dpkg/*' ! -path './var/log/*' ! -path './var/cache/*' | sort); }
+# What is there, without dpkg's own notes, what the first look-up of a library leaves, and the /dev/null that scripts make
+# where there is none.
+listing() { (cd "$root" && find . ! -path './var/lib/dpkg/*' ! -path './var/log/*' ! -path './var/cache/*' ! -path './dev/*' | sort); }
 
 listing >"$work/before"
 cp "$work"/*.deb "$tree/samples/campus.pcap" "$root/tmp"
