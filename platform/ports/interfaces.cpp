@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 
 namespace card {
@@ -36,15 +35,71 @@ void each_address(const std::function<void(const ifaddrs &)> &take) {
     freeifaddrs(all);
 }
 
-std::string master_of(const std::string &name) {
-    std::error_code error;
-    const auto target = std::filesystem::read_symlink("/sys/class/net/" + name + "/master", error);
-    return error ? std::string() : target.filename().string();
+using LinkAttributes = std::array<const rtattr *, IFLA_MAX + 1>;
+
+// What an attribute of text says; nothing where it is not there.
+std::string text_of(const rtattr *attribute) {
+    if (attribute == nullptr) {
+        return {};
+    }
+    const auto *text = static_cast<const char *>(RTA_DATA(attribute));
+    return {text, strnlen(text, RTA_PAYLOAD(attribute))};
 }
 
-bool is_bond(const std::string &name) {
-    std::error_code error;
-    return !name.empty() && std::filesystem::exists("/sys/class/net/" + name + "/bonding", error);
+// "bond", "veth", ...
+std::string kind_of(const rtattr *info) {
+    int left = info != nullptr ? static_cast<int>(RTA_PAYLOAD(info)) : 0;
+    for (const auto *one = info != nullptr ? static_cast<const rtattr *>(RTA_DATA(info)) : nullptr; RTA_OK(one, left);
+         one = RTA_NEXT(one, left)) {
+        if (one->rta_type == IFLA_INFO_KIND) {
+            return text_of(one);
+        }
+    }
+    return {};
+}
+
+using LinkTaker = std::function<void(const ifinfomsg &head, const LinkAttributes &attributes)>;
+
+// False: that was the last message.
+bool take_links(const char *bytes, int size, const LinkTaker &take) {
+    const auto *message = reinterpret_cast<const nlmsghdr *>(bytes);
+    for (; NLMSG_OK(message, size); message = NLMSG_NEXT(message, size)) {
+        if (message->nlmsg_type == NLMSG_DONE || message->nlmsg_type == NLMSG_ERROR) {
+            return false;
+        }
+        const auto *head = static_cast<const ifinfomsg *>(NLMSG_DATA(message));
+        LinkAttributes attributes{};
+        int left = static_cast<int>(IFLA_PAYLOAD(message));
+        for (const rtattr *one = IFLA_RTA(head); RTA_OK(one, left); one = RTA_NEXT(one, left)) {
+            if (one->rta_type <= IFLA_MAX) {
+                attributes[one->rta_type] = one;
+            }
+        }
+        take(*head, attributes);
+    }
+    return true;
+}
+
+// Asked of netlink: /sys shows the interfaces of whoever has mounted it.
+void each_link(const LinkTaker &take) {
+    const int socket = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+    struct {
+        nlmsghdr head;
+        ifinfomsg body;
+    } request{};
+    request.head.nlmsg_len = sizeof(request);
+    request.head.nlmsg_type = RTM_GETLINK;
+    request.head.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    if (socket >= 0 && send(socket, &request, sizeof(request), 0) == static_cast<ssize_t>(sizeof(request))) {
+        std::vector<char> bytes(65536);
+        ssize_t size = 0;
+        do {
+            size = recv(socket, bytes.data(), bytes.size(), 0);
+        } while (size > 0 && take_links(bytes.data(), static_cast<int>(size), take));
+    }
+    if (socket >= 0) {
+        close(socket);
+    }
 }
 
 kernel_address address_of(uint32_t family, const void *bytes, size_t size) {
@@ -63,19 +118,18 @@ kernel_address ipv4_of(const sockaddr &address) {
 
 std::vector<Interface> interfaces() {
     std::vector<Interface> found;
-    each_address([&](const ifaddrs &one) {
-        if (one.ifa_addr->sa_family != AF_PACKET) {
-            return;
-        }
-        const auto &link = reinterpret_cast<const sockaddr_ll &>(*one.ifa_addr);
+    each_link([&](const ifinfomsg &head, const LinkAttributes &attributes) {
         Interface interface {};
-        interface.index = static_cast<uint32_t>(link.sll_ifindex);
-        interface.name = one.ifa_name;
-        std::memcpy(interface.mac.data(), link.sll_addr, interface.mac.size());
-        interface.is_up = (one.ifa_flags & IFF_UP) != 0;
-        interface.master = master_of(interface.name);
-        interface.is_bond = is_bond(interface.name);
-        interface.master_is_bond = is_bond(interface.master);
+        interface.index = static_cast<uint32_t>(head.ifi_index);
+        interface.is_up = (head.ifi_flags & IFF_UP) != 0;
+        interface.name = text_of(attributes[IFLA_IFNAME]);
+        if (const rtattr *mac = attributes[IFLA_ADDRESS]; mac != nullptr && RTA_PAYLOAD(mac) == interface.mac.size()) {
+            std::memcpy(interface.mac.data(), RTA_DATA(mac), interface.mac.size());
+        }
+        if (const rtattr *master = attributes[IFLA_MASTER]; master != nullptr) {
+            std::memcpy(&interface.master, RTA_DATA(master), sizeof(interface.master));
+        }
+        interface.is_bond = kind_of(attributes[IFLA_LINKINFO]) == "bond";
         found.push_back(std::move(interface));
     });
     std::ranges::sort(found, {}, &Interface::index);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // interfaces.h: the machine's network interfaces and addresses, as they are now, and when they change.
 //
-// Used by: live_ports. Uses: netlink (route), getifaddrs, /sys/class/net. Thread: one.
+// Used by: live_ports. Uses: netlink (route), getifaddrs. Thread: one.
 #pragma once
 
 #include <array>
@@ -18,9 +18,8 @@ struct Interface {
     std::string name;
     std::array<uint8_t, 6> mac;
     bool is_up;
-    std::string master;  // bridge or bond that it belongs to; empty = none
+    uint32_t master;  // index of the bridge or bond that it belongs to; 0 = none
     bool is_bond;
-    bool master_is_bond;
 };
 
 // Every interface, in order of index.

@@ -81,8 +81,9 @@ bool LivePorts::tell_kernel(const LivePort &port, uint32_t interface) {
 void LivePorts::look_at_bonds(const std::vector<Interface> &all, std::vector<Change> &changes) {
     for (const PortSpec &bond : bonds_) {
         std::set<const LivePort *> members;
+        const auto itself = std::ranges::find(all, bond.interface, &Interface::name);
         for (const Interface &one : all) {
-            if (one.master != bond.interface) {
+            if (itself == all.end() || one.master != itself->index) {
                 continue;
             }
             LivePort *port = member_of(bond, one);
