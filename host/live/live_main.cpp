@@ -28,9 +28,8 @@ CLI::App *add_run(CLI::App &app, LiveOptions &options) {
                     "\"-\" = standard output, and nothing else there");
     run->add_option("--syslog", options.syslog,
                     "Where the same goes as syslog messages (RFC 5424): a socket's path such as /dev/log, or a server");
-    run->add_option(
-           "--metrics", options.metrics,
-           "Address that a Prometheus may scrape, as ADDRESS:PORT in figures, such as 127.0.0.1:9777 or [::1]:9777")
+    run->add_option("--metrics", options.metrics,
+                    "IPv4 address and port that a Prometheus may scrape, in figures, such as 127.0.0.1:9777")
         ->type_name("ADDRESS:PORT");
     run->add_option("--control", options.control, "Socket of the operators' terminals")->capture_default_str();
     run->add_option("--operators", options.operators, "Group whose members may give every line, beside root");

@@ -129,7 +129,7 @@ class Metrics(unittest.TestCase):
     def test_what_cannot_be_is_refused_by_name(self):
         with socket.create_server(("127.0.0.1", 0)) as taken:
             rows = [(address, "ADDRESS:PORT") for address in ("nonsense", "127.0.0.1", "127.0.0.1:0", "127.0.0.1:65536",
-                                                              "localhost:9777", "[::1:9777", "::1:9777", "127.0.0.1:9777x")]
+                                                              "localhost:9777", "[::1]:9777", "::1:9777", "127.0.0.1:9777x")]
             rows += [("127.0.0.1:%d" % taken.getsockname()[1], "in use"), ("192.0.2.1:9777", "assign")]
             for address, named in rows:
                 with self.subTest(address):
