@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "live/filter_rules.h"
 
-#include <arpa/inet.h>
-
-#include <cstring>
+#include <array>
+#include <span>
 
 #include "anti_cpu/anti_cpu.h"
 #include "atc/rule_mask.h"
@@ -15,15 +14,15 @@ namespace {
 
 constexpr uint32_t kLists = 2;
 
+using Bytes = std::span<const uint8_t>;
+
 // A field in the bytes of a frame, under its mask.
-void put(card::KernelFilter &filter, card::Field field, const void *value, const void *mask) {
+void put(card::KernelFilter &filter, card::Field field, Bytes value, Bytes mask) {
     const card::FieldPlace place = card::field_place(field);
-    const auto *value_bytes = static_cast<const uint8_t *>(value);
-    const auto *mask_bytes = static_cast<const uint8_t *>(mask);
     bool is_zero = true;
-    for (size_t i = 0; i < place.length; i++) {
-        filter.mask.bytes[place.offset + i] = mask_bytes[i];
-        filter.value.bytes[place.offset + i] = value_bytes[i] & mask_bytes[i];
+    for (size_t i = 0; i < value.size(); i++) {
+        filter.mask.bytes[place.offset + i] = mask[i];
+        filter.value.bytes[place.offset + i] = value[i] & mask[i];
         is_zero &= filter.value.bytes[place.offset + i] == 0;
     }
     if (!is_zero) {
@@ -34,14 +33,22 @@ void put(card::KernelFilter &filter, card::Field field, const void *value, const
     }
 }
 
+// Most significant byte first, as in a frame.
+template <size_t size>
+std::array<uint8_t, size> bytes_of(uint32_t number) {
+    std::array<uint8_t, size> bytes;
+    for (size_t i = size; i-- > 0; number >>= 8) {
+        bytes[i] = static_cast<uint8_t>(number);
+    }
+    return bytes;
+}
+
 void put_u16(card::KernelFilter &filter, card::Field field, uint16_t value, uint16_t mask) {
-    const uint16_t numbers[] = {htons(value), htons(mask)};
-    put(filter, field, &numbers[0], &numbers[1]);
+    put(filter, field, bytes_of<2>(value), bytes_of<2>(mask));
 }
 
 void put_u32(card::KernelFilter &filter, card::Field field, uint32_t value, uint32_t mask) {
-    const uint32_t numbers[] = {htonl(value), htonl(mask)};
-    put(filter, field, &numbers[0], &numbers[1]);
+    put(filter, field, bytes_of<4>(value), bytes_of<4>(mask));
 }
 
 bool may_match(const atc_filter_rule_t &rule) {
@@ -56,7 +63,7 @@ std::optional<card::KernelFilter> kernel_filter(const atc_filter_rule_t &rule) {
     if (!may_match(rule)) {
         return std::nullopt;
     }
-    atc_filter_rule_t mask;
+    atc_filter_rule_t mask{};
     atc_rule_mask(&rule, &mask);
     card::KernelFilter filter;
     put(filter, card::Field::kSourceMac, rule.src_mac, mask.src_mac);
