@@ -317,7 +317,8 @@ void LiveProcess::reload() {
         failed += console_->run_setting(line, options_.config_file) == console::Status::kDone ? 0 : 1;
     }
     for (const std::string &gone : before) {
-        say("SIGHUP: no longer there; what it set stays until another line sets it: " + console_->grammar().without_secrets(gone));
+        say("SIGHUP: no longer there; what it set stays until another line sets it: " +
+            console_->grammar().without_secrets(gone));
     }
     settings_ = std::move(lines);
     if (metrics_) {
