@@ -255,4 +255,24 @@ TEST_F(KernelTest, ObeysTheOperatorsRulesAsTheModuleDoes) {
     }
 }
 
+TEST_F(KernelTest, RefusesWhatFindsNoRoom) {
+    kernel_flow flow{};
+    for (flow.port = 0; flow.port < KERNEL_DENIES; flow.port++) {
+        ASSERT_TRUE(guard_->deny(flow)) << flow.port;
+    }
+    EXPECT_FALSE(guard_->deny(flow));
+    EXPECT_EQ(guard_->denies(), size_t{KERNEL_DENIES});
+    kernel_flow first{};
+    EXPECT_TRUE(guard_->allow(first));
+    EXPECT_TRUE(guard_->deny(flow));
+    // One kind of filters more than there are slots; one that goes makes room for it.
+    std::vector<card::KernelFilter> filters(KERNEL_MASKS + 1);
+    for (size_t i = 0; i < filters.size(); i++) {
+        filters[i].mask.bytes[i / 8] = static_cast<uint8_t>(1U << i % 8);
+    }
+    EXPECT_EQ(guard_->set_filters(filters), 1U);
+    filters.erase(filters.begin());
+    EXPECT_EQ(guard_->set_filters(filters), 0U);
+}
+
 }  // namespace
