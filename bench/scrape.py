@@ -33,6 +33,11 @@ def value(text, name):
     return sum(float(row) for row in re.findall(rf"^anti_cpu_{name}(?:{{.*}})? (\S+)$", text, re.MULTILINE))
 
 
+def tail(values):
+    """Of a hundred, all but one stay below."""
+    return sorted(values)[len(values) * 99 // 100]
+
+
 def scrape():
     return monitor.get(f"http://{ADDRESS}/metrics")
 
@@ -50,8 +55,8 @@ def measure(name):
         slices.append(value(text, "scrape_longest_slice_seconds"))
         time.sleep(0.1)
     waited = value(text, "longest_packet_wait_seconds")
-    print(f"| {name} | {value(text, 'flows_over_limit'):,.0f} | {statistics.median(took) * 1e3:.1f} | {max(took) * 1e3:.1f} "
-          f"| {statistics.median(work) * 1e3:.2f} | {max(slices) * 1e6:.0f} | {alone * 1e3:.2f} | {waited * 1e3:.2f} |", flush=True)
+    print(f"| {name} | {value(text, 'flows_over_limit'):,.0f} | {statistics.median(took) * 1e3:.1f} | {tail(took) * 1e3:.1f} "
+          f"| {statistics.median(work) * 1e3:.2f} | {statistics.median(slices) * 1e6:.0f} | {tail(slices) * 1e6:.0f} | {alone * 1e3:.2f} | {waited * 1e3:.2f} |", flush=True)
 
 
 def console(line):
@@ -78,9 +83,9 @@ def main():
         sender.end()
     print(f"{PORTS * len(frames):,} flows in {value(scrape(), 'memory_bytes') / 1e6:.0f} MB, "
           f"{value(scrape(), 'lost_copies_total'):.0f} copies lost, {len(scrape().splitlines())} lines a scrape")
-    print("| card | flows over limit | scrape, ms | slowest | of the thread, ms | longest slice, us | copy's longest wait, ms "
-          "| with scrapes |")
-    print("|---|---|---|---|---|---|---|---|")
+    print("| card | flows over limit | scrape, ms | 99 % | of the thread, ms | longest slice, us | 99 % "
+          "| copy's longest wait, ms | with scrapes |")
+    print("|---|---|---|---|---|---|---|---|---|")
     measure("quiet")
     flood = subprocess.Popen(["ip", "netns", "exec", "senders", FLOOD, ports[0], str(FOLDER / "frames"), "100000"],
                              stdout=subprocess.DEVNULL)
