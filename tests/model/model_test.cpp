@@ -245,7 +245,7 @@ public:
     void clear_rules() {
         uint32_t id = !flood_ && chance(2) ? 0 : FakePlatform::first_entry_id + below(model.rules_made + 2);
         if (!flood_ && !model.records.empty() && chance(50)) {
-            id = std::next(model.records.begin(), below(model.records.size()))->sdk_id;
+            id = std::next(model.records.begin(), static_cast<std::ptrdiff_t>(below(model.records.size())))->sdk_id;
         }
         const auto outer = std::exchange(model.leaving, {});
         model.withdraw_if([id](const Record &record) { return id == 0 || record.sdk_id == id; });

@@ -21,7 +21,7 @@ TEST_F(Trace, DumpsSixtyFourBytesAtMost) {
         {-1, ""}, {1, "05 \r\n"}, {15, part}, {16, line}, {17, line + "05 \r\n"}, {64, full}, {65, full}};
     const Bytes data(64, 5);
     for (const auto &[len, expected] : rows) {
-        EXPECT_EQ(printed([&] { atc_debug_out(data.data(), len); }), expected) << len;
+        EXPECT_EQ(printed([&, size = len] { atc_debug_out(data.data(), size); }), expected) << len;
     }
     for (const size_t len : {0U, 255U, 256U}) {
         const std::string text(len, '%');
