@@ -22,6 +22,7 @@ namespace {
 
 constexpr auto kTcxEgress = static_cast<bpf_attach_type>(47);  // BPF_TCX_EGRESS of kernel 6.6; libbpf 1.1 has no name
 constexpr uint32_t kPriority = 49152;                          // of the filter on older kernels
+constexpr uint32_t kHandle = 1;                                // likewise
 
 // Reads or writes one word of an interface's settings (ethtool); false when the driver has none.
 bool ethtool_word(const std::string &name, uint32_t command, uint32_t *word) {
@@ -128,6 +129,8 @@ bool Attachment::attach_sent(const Guard &guard, std::string &error) {
     LIBBPF_OPTS(bpf_tc_opts, filter);
     filter.prog_fd = guard.sent_program();
     filter.priority = kPriority;
+    filter.handle = kHandle;
+    filter.flags = BPF_TC_F_REPLACE;  // that of a process that was killed may be there yet
     int result = bpf_tc_hook_create(&hook);
     result = result == 0 || result == -EEXIST ? bpf_tc_attach(&hook, &filter) : result;
     if (result != 0) {
