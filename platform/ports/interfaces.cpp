@@ -61,7 +61,7 @@ std::string kind_of(const rtattr *info) {
 using LinkTaker = std::function<void(const ifinfomsg &head, const LinkAttributes &attributes)>;
 
 // False: that was the last message.
-bool take_links(const char *bytes, int size, const LinkTaker &take) {
+bool take_links(const char *bytes, int64_t size, const LinkTaker &take) {
     const auto *message = reinterpret_cast<const nlmsghdr *>(bytes);
     for (; NLMSG_OK(message, size); message = NLMSG_NEXT(message, size)) {
         if (message->nlmsg_type == NLMSG_DONE || message->nlmsg_type == NLMSG_ERROR) {
@@ -95,7 +95,7 @@ void each_link(const LinkTaker &take) {
         ssize_t size = 0;
         do {
             size = recv(socket, bytes.data(), bytes.size(), 0);
-        } while (size > 0 && take_links(bytes.data(), static_cast<int>(size), take));
+        } while (size > 0 && take_links(bytes.data(), size, take));
     }
     if (socket >= 0) {
         close(socket);
