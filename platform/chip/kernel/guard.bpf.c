@@ -14,6 +14,7 @@
 #include <bpf/bpf_endian.h>
 #include <bpf/bpf_helpers.h>
 
+#include "copy.bpf.h"
 #include "parse.bpf.h"
 #include "record.h"
 
@@ -21,11 +22,12 @@ char _license[] SEC("license") = "Dual MIT/GPL";
 
 /* ---- Shared with the process ------------------------------------------------------------------------------------ */
 
-volatile __u64 heartbeat_ns; /* CLOCK_MONOTONIC, when the process last showed itself */
-volatile __u64 patience_ns;  /* how long after it is still taken for alive */
-volatile __u32 mask_count;   /* slots of 'masks' in use, all in front */
-volatile __u32 deny_count;   /* software denies in force; 0 saves looking */
-volatile __u32 filter_count; /* slots of 'filter_masks' in use, all in front */
+volatile __u64 heartbeat_ns;       /* CLOCK_MONOTONIC, when the process last showed itself */
+volatile __u64 patience_ns;        /* how long after it is still taken for alive */
+volatile __u32 mask_count;         /* slots of 'masks' in use, all in front */
+volatile __u32 deny_count;         /* software denies in force; 0 saves looking */
+volatile __u32 filter_count;       /* slots of 'filter_masks' in use, all in front */
+volatile __u32 address_generation; /* another number, not 0, whenever 'addresses' has changed */
 union kernel_key masks[KERNEL_MASKS];
 union kernel_key filter_masks[KERNEL_MASKS];
 
@@ -81,115 +83,52 @@ struct {
     __type(value, __u8);
 } addresses SEC(".maps");
 
-struct {
-    __uint(type, BPF_MAP_TYPE_RINGBUF);
-    __uint(max_entries, 16 << 20);
-} copies SEC(".maps");
-
-/* ---- Copies ----------------------------------------------------------------------------------------------------- */
-
-enum {
-    ADDRESSES = 12, /* bytes in front of a tag */
-};
-
-/* 'len', which is 1 to 'room' already, so that the verifier of kernel 6.1 believes it: it wants both bounds in the very
- * register that is passed on. 'room' is a power of two. */
-static __always_inline __u32 bounded(__u32 len, const __u32 room) {
-    __u32 index = len - 1;
-    __asm__ volatile("" : "+r"(index)); /* else the mask, which changes nothing, is thrown away */
-    return (index & (room - 1)) + 1;
-}
-
-/* Copies a received frame straight into the ring, into a room of a size that the verifier knows. 1: does not fit. */
-static __always_inline int copy_received_into(struct xdp_md *ctx, const struct kernel_copy *head, const __u32 room) {
-    if (head->len > room) {
-        return 1;
-    }
-    const __u32 len = bounded(head->len, room);
-    struct kernel_copy *copy = bpf_ringbuf_reserve(&copies, sizeof(*copy) + room, 0);
-    if (!copy) {
-        return -1;
-    }
-    *copy = *head;
-    if (bpf_xdp_load_bytes(ctx, 0, copy + 1, len) != 0) {
-        bpf_ringbuf_discard(copy, BPF_RB_NO_WAKEUP);
-        return -1;
-    }
-    bpf_ringbuf_submit(copy, BPF_RB_NO_WAKEUP);
-    return 0;
-}
-
-/* 0, or -1 when the copy is lost. */
-__attribute__((noinline)) int copy_received(struct xdp_md *ctx, const struct kernel_copy *head) {
-    if (!head) {
-        return -1;
-    }
-    int result = copy_received_into(ctx, head, 128);
-    if (result > 0) {
-        result = copy_received_into(ctx, head, 512);
-    }
-    if (result > 0) {
-        result = copy_received_into(ctx, head, 2048);
-    }
-    return result > 0 ? copy_received_into(ctx, head, KERNEL_COPY_MAX) : result;
-}
-
-/* The same for a frame to be sent, whose tag may stand beside it: 'tag' bytes are put in behind the addresses. */
-static __always_inline int copy_sent_into(struct __sk_buff *skb, const struct kernel_copy *head, __u32 tag,
-                                          const __u32 room) {
-    if (head->len <= ADDRESSES + tag || head->len - ADDRESSES - tag > room) {
-        return 1;
-    }
-    const __u32 rest = bounded(head->len - ADDRESSES - tag, room);
-    struct kernel_copy *copy = bpf_ringbuf_reserve(&copies, sizeof(*copy) + ADDRESSES + 4 + room, 0);
-    if (!copy) {
-        return -1;
-    }
-    *copy = *head;
-    __u8 *frame = (__u8 *)(copy + 1);
-    long fault = bpf_skb_load_bytes(skb, 0, frame, ADDRESSES);
-    if (tag) {
-        put16(frame + ADDRESSES, bpf_ntohs((__u16)skb->vlan_proto));
-        put16(frame + ADDRESSES + 2, (__u16)skb->vlan_tci);
-        fault |= bpf_skb_load_bytes(skb, ADDRESSES, frame + ADDRESSES + 4, rest);
-    } else {
-        fault |= bpf_skb_load_bytes(skb, ADDRESSES, frame + ADDRESSES, rest);
-    }
-    if (fault != 0) {
-        bpf_ringbuf_discard(copy, BPF_RB_NO_WAKEUP);
-        return -1;
-    }
-    bpf_ringbuf_submit(copy, BPF_RB_NO_WAKEUP);
-    return 0;
-}
-
-__attribute__((noinline)) int copy_sent(struct __sk_buff *skb, const struct kernel_copy *head) {
-    if (!head) {
-        return -1;
-    }
-    const __u32 tag = skb->vlan_present ? 4 : 0;
-    int result = copy_sent_into(skb, head, tag, 128);
-    if (result > 0) {
-        result = copy_sent_into(skb, head, tag, 512);
-    }
-    if (result > 0) {
-        result = copy_sent_into(skb, head, tag, 2048);
-    }
-    return result > 0 ? copy_sent_into(skb, head, tag, KERNEL_COPY_MAX) : result;
-}
-
 /* ---- Whose frame it is ------------------------------------------------------------------------------------------ */
 
-static __always_inline int is_local(__u32 family, const __u8 *bytes, __u32 count) {
+/* An address of this machine, as it was when the addresses had that generation. */
+struct known_address {
+    struct kernel_address address;
+    __u32 generation;
+};
+
+/* What a processor found last at a port: most frames for this machine carry the same two addresses, and to compare
+ * them is far cheaper than to look them up. */
+struct lately {
+    struct known_address mac;
+    struct known_address ip;
+};
+
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+    __uint(max_entries, KERNEL_PORTS);
+    __type(key, __u32);
+    __type(value, struct lately);
+} found_lately SEC(".maps");
+
+/* 'count' is even. */
+static __always_inline int is_local(__u32 family, const __u8 *bytes, __u32 count, struct known_address *last) {
+    const __u32 generation = address_generation; /* before the look-up: its answer is of this one or a later one */
+    __u32 differ = (last->generation ^ generation) | (last->address.family ^ family);
+    for (__u32 i = 0; i < count / 2; i++) {
+        differ |= ((const __u16 *)last->address.bytes)[i] ^ ((const __u16 *)bytes)[i];
+    }
+    if (differ == 0) {
+        return 1;
+    }
     struct kernel_address address = {};
     __builtin_memcpy(address.bytes, bytes, count);
     address.family = family;
-    return bpf_map_lookup_elem(&addresses, &address) != 0;
+    if (!bpf_map_lookup_elem(&addresses, &address)) {
+        return 0;
+    }
+    last->address = address;
+    last->generation = generation;
+    return 1;
 }
 
 /* Whether the machine's own stack would take the frame, rather than forward or drop it: one to a group, or to one of
  * its addresses. Labelled and IP frames to its MAC address go on to others, unless the inner address is its own. */
-__attribute__((noinline)) int is_for_this_processor(const struct kernel_parsed *parsed) {
+__attribute__((noinline)) int is_for_this_processor(const struct kernel_parsed *parsed, __u32 port_index) {
     if (!parsed) {
         return 0;
     }
@@ -197,14 +136,15 @@ __attribute__((noinline)) int is_for_this_processor(const struct kernel_parsed *
     if (key->dst_mac[0] & 1) {
         return 1;
     }
-    if (!is_local(0, key->dst_mac, 6)) {
+    struct lately *lately = bpf_map_lookup_elem(&found_lately, &port_index);
+    if (!lately || !is_local(0, key->dst_mac, 6, &lately->mac)) {
         return 0;
     }
     if (key->presence[1] & HAS_DST_IPV4 >> 8) {
-        return (key->dst_ipv4[0] & 0xf0) == 0xe0 || is_local(4, key->dst_ipv4, 4);
+        return (key->dst_ipv4[0] & 0xf0) == 0xe0 || is_local(4, key->dst_ipv4, 4, &lately->ip);
     }
     if (key->presence[1] & HAS_DST_IPV6 >> 8) {
-        return key->dst_ipv6[0] == 0xff || is_local(6, key->dst_ipv6, 16);
+        return key->dst_ipv6[0] == 0xff || is_local(6, key->dst_ipv6, 16, &lately->ip);
     }
     return !parsed->is_labelled;
 }
@@ -381,7 +321,7 @@ SEC("xdp.frags") int guard_received(struct xdp_md *ctx) {
     }
     struct kernel_parsed parsed;
     parse_frame(ctx, port->vlan, &parsed);
-    if (!port->all && !is_for_this_processor(&parsed)) {
+    if (!port->all && !is_for_this_processor(&parsed, index)) {
         count->transit++;
         return XDP_PASS;
     }

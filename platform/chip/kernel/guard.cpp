@@ -79,6 +79,7 @@ std::unique_ptr<Guard> Guard::load(const GuardOptions &options, std::string &err
     program->rodata->classes = options.classes;
     std::memcpy(program->rodata->device_mac, options.device_mac.data(), options.device_mac.size());
     program->bss->patience_ns = options.patience_ns;
+    program->bss->address_generation = 1;
     bpf_program__set_autoload(program->progs.probe, options.with_probe);
     if (const int result = guard_bpf__load(program); result != 0) {
         error = reason(-result);
@@ -146,6 +147,7 @@ kernel_counts Guard::counts(uint32_t index) const {
 bool Guard::set_addresses(const AddressSet &addresses) {
     const int map = bpf_map__fd(program_->maps.addresses);
     bool all = true;
+    size_t changes = 0;
     for (const kernel_address &address : addresses) {
         if (addresses_.contains(address)) {
             continue;
@@ -153,13 +155,18 @@ bool Guard::set_addresses(const AddressSet &addresses) {
         const uint8_t is_there = 1;
         if (bpf_map_update_elem(map, &address, &is_there, BPF_ANY) == 0) {
             addresses_.insert(address);
+            changes++;
         } else {
             all = false;
         }
     }
-    std::erase_if(addresses_, [&](const kernel_address &address) {
+    changes += std::erase_if(addresses_, [&](const kernel_address &address) {
         return !addresses.contains(address) && bpf_map_delete_elem(map, &address) == 0;
     });
+    if (changes > 0) {
+        const uint32_t next = program_->bss->address_generation + 1;
+        program_->bss->address_generation = next != 0 ? next : 1;
+    }
     return all;
 }
 

@@ -18,7 +18,7 @@
 
 /* Set before the program is loaded. */
 const volatile struct kernel_classes classes;
-const volatile __u8 device_mac[6]; /* frames from it are the device's own */
+const volatile __u8 device_mac[6] __attribute__((aligned(2))); /* frames from it are the device's own */
 
 enum {
     ETH_HEADER = 14,
@@ -105,6 +105,22 @@ static __always_inline __u16 read16(const __u8 *p) {
 static __always_inline void put16(__u8 *to, __u16 value) {
     to[0] = (__u8)(value >> 8);
     to[1] = (__u8)value;
+}
+
+/* A MAC address, by words of two bytes: at the beginning of a frame they are aligned on every machine. What is stored
+ * by bytes, the processor cannot hand on to whoever loads it by words at once. */
+static __always_inline void copy_mac(void *to, const void *from) {
+    for (int i = 0; i < 3; i++) {
+        ((__u16 *)to)[i] = ((const __u16 *)from)[i];
+    }
+}
+
+static __always_inline int same_mac(const void *a, const volatile void *b) {
+    __u32 differ = 0;
+    for (int i = 0; i < 3; i++) {
+        differ |= ((const __u16 *)a)[i] ^ ((const volatile __u16 *)b)[i];
+    }
+    return differ == 0;
 }
 
 static __always_inline void set_source(struct kernel_parsed *out, __u32 type, const __u8 *bytes, __u32 count) {
@@ -345,19 +361,17 @@ __attribute__((noinline)) int parse_frame(struct xdp_md *ctx, __u32 vlan, struct
     out->key.presence[1] = LINK_LAYER >> 8;
     const __u8 *p = peek(&c, 6);
     if (p) {
-        __builtin_memcpy(out->key.dst_mac, p, 6);
+        copy_mac(out->key.dst_mac, p);
         out->key.presence[0] |= HAS_DST_MAC;
     }
-    __u8 is_own = 0;
+    int is_own = 0;
     p = peek(&c, 12);
     if (p) {
-        __builtin_memcpy(out->key.src_mac, p + 6, 6);
+        copy_mac(out->key.src_mac, p + 6);
+        copy_mac(out->flow.src, p + 6);
         out->key.presence[0] |= HAS_SRC_MAC;
-        set_source(out, SOURCE_MAC, p + 6, 6);
-        is_own = 1;
-        for (int i = 0; i < 6; i++) {
-            is_own &= p[6 + i] == device_mac[i];
-        }
+        out->flow.src_type = SOURCE_MAC;
+        is_own = same_mac(p + 6, device_mac);
     }
     __u16 class = ATC_UNKNOWN_PACKET;
     p = peek(&c, ETH_HEADER);

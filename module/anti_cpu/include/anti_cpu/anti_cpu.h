@@ -284,7 +284,8 @@ ATC_API int atc_api_set_upload_server_enable(uint32_t enable);
 /* ---- Console dumps ---------------------------------------------------------------------------------------------- */
 
 /* Print on standard output: the rules, the limits and enables of every protocol, the settings (the password in clear),
- * the trunks, and the slot and port of the logical ports 0..'highest'. Return 0. */
+ * the trunks, and the slot and port of the logical ports 0..'highest'. The mutex is given back between rules, protocols
+ * and trunks, each of which is one moment's truth. Return 0. */
 ATC_API int atc_filter_show(void);
 ATC_API int atc_limit_show(void);
 ATC_API int atc_config_show(void);
