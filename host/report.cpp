@@ -193,7 +193,8 @@ void print_chip_rules(std::FILE *out) {
     }
     TextTable table({{"entry-id", kRight}, {"matched-packets", kRight}, {"rule", kLeft}});
     for (const card::ChipRule &rule : rules) {
-        table.add({std::to_string(rule.entry_id), std::to_string(rule.packets), rule.description});
+        table.add({std::to_string(rule.entry_id), std::to_string(rule.packets),
+                   rule.description + (rule.is_in_software ? " (in software: no room in the kernel)" : "")});
     }
     table.print(out);
 }

@@ -166,6 +166,9 @@ Json chip_rules_json() {
                         {"denies", rule.denies},
                         {"packets", rule.packets},
                         {"description", rule.description}});
+        if (rule.is_in_software) {
+            json.back()["in_software"] = true;
+        }
     }
     return json;
 }

@@ -116,7 +116,7 @@ void add(Json &json, const LostEntry &entry) {
 }
 
 void add(Json &json, const GuardEntry &entry) {
-    const char *const names[] = {"port-protected", "port-lost",       "copies-lost",
+    const char *const names[] = {"port-protected", "port-lost",       "copies-lost", "rules-overflow",
                                  "denies-refused", "filters-refused", "guard-late"};
     json["event"] = names[static_cast<size_t>(entry.kind)];
     if (entry.kind == GuardEntry::Kind::kPortProtected || entry.kind == GuardEntry::Kind::kPortLost) {

@@ -74,6 +74,7 @@ struct GuardEntry {
         kPortProtected,
         kPortLost,        // not protected any more
         kCopiesLost,      // packets that the module has not seen
+        kRulesOverflow,   // chip rules without room there, which are software denies instead
         kDeniesRefused,   // software denies without room in the kernel
         kFiltersRefused,  // likewise the operator's rules
         kLate             // the process did not show itself, so packets passed
@@ -82,7 +83,7 @@ struct GuardEntry {
     uint32_t port = 0;  // of the first two
     std::string interface;
     std::string reason;  // of a lost port
-    uint64_t count = 0;  // of the last four; seconds of the last
+    uint64_t count = 0;  // of the last five; seconds of the last
 };
 
 struct JournalEntry {

@@ -142,6 +142,11 @@ void LiveCard::take(const kernel_copy &copy, const uint8_t *frame) {
     }
     traffic_.count(port, copy.flow.protocol, fate_of(copy.flags), copy.len);
     const Source &source = source_of(packet.port);
+    // What had no room in the kernel: as there, the module does not see what a rule stops.
+    if (chip_.denies(frame, copy.len, packet.port, source.vlan)) {
+        denies_.judged(copy, true);
+        return;
+    }
     const Outcome outcome = judge(packet, source.flow, port, source.vlan);
     denies_.judged(copy, outcome == Outcome::kDropped);
 }
@@ -189,6 +194,11 @@ void LiveCard::look_at_losses(int64_t now_ns) {
         tell(std::to_string(count) +
                  " packets passed or were stopped without a copy for the limiter: more came than it could read",
              {GuardEntry::Kind::kCopiesLost, 0, "", "", count});
+    }
+    if (const uint64_t count = news(overflows_told_, now_ns, chip_.use().overflowed); count > 0) {
+        tell(std::to_string(count) +
+                 " chip rules found no room in the kernel: they are software denies until there is some",
+             {GuardEntry::Kind::kRulesOverflow, 0, "", "", count});
     }
     if (const uint64_t count = news(refusals_told_, now_ns, denies_.refused()); count > 0) {
         tell(std::to_string(count) +

@@ -12,6 +12,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "chip/chip.h"
 #include "live/class_traffic.h"
 #include "live/recent_peak.h"
 #include "live/soft_denies.h"
@@ -74,6 +75,7 @@ private:
     const Source &source_of(uint32_t port);
 
     card::Guard &guard_;
+    card::Chip &chip_ = card::Chip::instance();
     card::LivePorts &live_ports_;
     MacAddress device_mac_;
     std::function<void(const std::string &)> say_;
@@ -89,6 +91,7 @@ private:
     int64_t next_second_ns_ = 0;
     int64_t last_look_ns_ = 0;  // monotonic
     Told losses_told_;
+    Told overflows_told_;
     Told refusals_told_;
 };
 

@@ -200,6 +200,7 @@ bool LiveProcess::load_guard(const std::vector<card::PortSpec> &specs) {
 bool LiveProcess::start_ports() {
     card::Chip &chip = card::Chip::instance();
     chip.set_plane(&guard_->rules());
+    chip.set_overflow(card::Chip::kDefaultCapacity);
     if (options_.chip_rules) {
         chip.set_capacity(*options_.chip_rules);
     }

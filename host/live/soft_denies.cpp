@@ -59,15 +59,12 @@ void SoftDenies::deny(const kernel_flow &whole, Denied &denied, const kernel_flo
         return;
     }
     if (source.src_type != 0 && denied.sources.size() + 1 < kSourcesAtMost) {
-        if (guard_.deny(source)) {
+        if (install(source)) {
             denied.sources.push_back(source);
-        } else {
-            refused_++;
         }
         return;
     }
-    if (!guard_.deny(whole)) {
-        refused_++;
+    if (!install(whole)) {
         return;
     }
     denied.is_whole = true;
@@ -75,6 +72,13 @@ void SoftDenies::deny(const kernel_flow &whole, Denied &denied, const kernel_flo
         guard_.allow(one);
     }
     denied.sources.clear();
+}
+
+bool SoftDenies::install(const kernel_flow &flow) {
+    const bool has_room = guard_.deny(flow);
+    most_ = std::max(most_, guard_.denies());
+    refused_ += has_room ? 0 : 1;
+    return has_room;
 }
 
 // Of one source, or all of the flow.

@@ -25,6 +25,7 @@ public:
     void expire(uint64_t now_ns);
 
     size_t in_force() const { return guard_.denies(); }
+    size_t most_in_force() const { return most_; }
     // How many found no room in the kernel: their packets go on to the stack.
     uint64_t refused() const { return refused_; }
 
@@ -46,10 +47,12 @@ private:
     using Flows = std::unordered_map<kernel_flow, Denied, FlowHash, FlowEqual>;
 
     void deny(const kernel_flow &whole, Denied &denied, const kernel_flow &source);
+    bool install(const kernel_flow &flow);
     void allow(Flows::iterator place, const kernel_flow *source);
 
     card::Guard &guard_;
     Flows flows_;  // by the flow without its source
+    size_t most_ = 0;
     uint64_t refused_ = 0;
 };
 

@@ -184,12 +184,15 @@ void add_limits(std::vector<MetricFamily> &all, const Snapshot &snapshot) {
 
 void add_chip(std::vector<MetricFamily> &all, const Snapshot &snapshot) {
     const ChipSnapshot &chip = snapshot.chip;
-    const size_t used = chip.automatic + chip.filters;
+    const card::ChipUse &use = chip.use;
     Family(all, kGauge, "chip_rules", "Rules in the chip: the limiter's own, and the operator's filters.")
         .add({{"kind", "automatic"}}, chip.automatic)
         .add({{"kind", "filter"}}, chip.filters);
     Family(all, kGauge, "chip_rules_free", "Rules that the chip has room for.")
-        .add({}, chip.capacity > used ? chip.capacity - used : 0);
+        .add({}, use.capacity > use.in_chip ? use.capacity - use.in_chip : 0);
+    Family(all, kGauge, "chip_rules_peak", "The most that were in the chip at once.").add({}, use.most_in_chip);
+    Family(all, kGauge, "chip_rules_in_software", "Those among them that found no room and are software denies.")
+        .add({}, use.in_software);
     Family(all, kCounter, "chip_rules_installed_total", "Rules that went into the chip.")
         .add({}, snapshot.rules.installed);
     Family(all, kCounter, "chip_rules_withdrawn_total", "Rules that were taken out of it.")
@@ -198,6 +201,7 @@ void add_chip(std::vector<MetricFamily> &all, const Snapshot &snapshot) {
         .add({}, snapshot.rules.refused);
     Family(all, kGauge, "software_denies", "Flows and senders that are dropped in front of the system's stack.")
         .add({}, chip.software_denies);
+    Family(all, kGauge, "software_denies_peak", "The most at once.").add({}, chip.most_software_denies);
     Family(all, kCounter, "software_denies_refused_total", "Those that found no room in the kernel.")
         .add({}, chip.software_denies_refused);
 }

@@ -152,8 +152,9 @@ bool Gatherer::finish() {
     snapshot_.rules = journal.rules().totals();
     snapshot_.captures = journal.captures();
     snapshot_.outputs = outputs_();
-    snapshot_.chip.capacity = card::Chip::instance().capacity();
+    snapshot_.chip.use = card::Chip::instance().use();
     snapshot_.chip.software_denies = card_.soft_denies().in_force();
+    snapshot_.chip.most_software_denies = card_.soft_denies().most_in_force();
     snapshot_.chip.software_denies_refused = card_.soft_denies().refused();
     const card::MemoryUse memory = card::memory_use();
     ProcessSnapshot &process = snapshot_.process;

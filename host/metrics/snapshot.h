@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "alarm_book.h"
+#include "chip/chip.h"
 #include "events/delivery.h"
 #include "events/journal.h"
 #include "flow_key.h"
@@ -35,8 +36,9 @@ struct ClassSnapshot {
 struct ChipSnapshot {
     size_t automatic = 0;  // rules whose owner is known
     size_t filters = 0;    // all others
-    size_t capacity = 0;
+    card::ChipUse use{};
     size_t software_denies = 0;
+    size_t most_software_denies = 0;  // at once, since the start
     uint64_t software_denies_refused = 0;
 };
 

@@ -49,16 +49,17 @@ struct Rule {
     uint32_t entry_id;
     uint32_t stat_id;
     Description description;
-    std::atomic<uint64_t> packets{0};
+    bool is_here;                      // matched by the chip itself, not by a plane
+    std::atomic<uint64_t> packets{0};  // matched here
 
-    Rule(uint32_t entry, uint32_t stat, Description what)
-        : entry_id(entry), stat_id(stat), description(std::move(what)) {}
+    Rule(uint32_t entry, uint32_t stat, Description what, bool here)
+        : entry_id(entry), stat_id(stat), description(std::move(what)), is_here(here) {}
     bool denies() const { return description.action == Action::kDeny; }
     uint64_t count(const RulePlane *plane) const {
-        return plane != nullptr ? plane->packets(entry_id) : packets.load(std::memory_order_relaxed);
+        return packets.load(std::memory_order_relaxed) + (is_here ? 0 : plane->packets(entry_id));
     }
     ChipRule seen(const RulePlane *plane) const {
-        return {entry_id, stat_id, denies(), count(plane), description.text};
+        return {entry_id, stat_id, denies(), count(plane), is_here && plane != nullptr, description.text};
     }
 };
 
@@ -68,9 +69,25 @@ struct Chip::State {
     mutable RuleMutex mutex;  // exclusive to change the rules, shared to look at them
     RulePlane *plane = nullptr;
     size_t capacity = kDefaultCapacity;
+    size_t overflow = 0;  // rules that may be matched here beside a plane
+    size_t here = 0;      // rules that are matched here
+    size_t most_in_chip = 0;
+    uint64_t overflowed = 0;
     uint32_t next_entry_id = kFirstEntryId;
     uint32_t next_stat_id = kFirstStatId;
     std::vector<std::unique_ptr<Rule>> rules;  // in order of entry id
+
+    size_t in_chip() const { return plane != nullptr ? rules.size() - here : rules.size(); }
+
+    // 0 when the chip, or its plane, takes the rule.
+    int take(uint32_t entry_id, const Description &description) {
+        if (in_chip() >= capacity) {
+            return kFull;
+        }
+        const int result = plane != nullptr ? plane->add(entry_id, description) : 0;
+        most_in_chip = std::max(most_in_chip, in_chip() + (result == 0 ? 1 : 0));
+        return result;
+    }
 
     using Place = std::vector<std::unique_ptr<Rule>>::const_iterator;
     Place place_of(const Description &description) const {
@@ -101,11 +118,33 @@ Chip &Chip::instance() {
 void Chip::set_capacity(size_t rules) {
     const std::unique_lock lock(state_->mutex);
     state_->capacity = rules;
+    use_room();
 }
 
-size_t Chip::capacity() const {
+void Chip::set_overflow(size_t rules) {
+    const std::unique_lock lock(state_->mutex);
+    state_->overflow = rules;
+}
+
+ChipUse Chip::use() const {
     const std::shared_lock lock(state_->mutex);
-    return state_->capacity;
+    const size_t in_chip = state_->in_chip();
+    return {state_->capacity, in_chip, state_->most_in_chip, state_->rules.size() - in_chip, state_->overflowed};
+}
+
+// With the lock held exclusively: what overflows moves on as far as there is room now.
+void Chip::use_room() {
+    State &state = *state_;
+    for (const std::unique_ptr<Rule> &rule : state.rules) {
+        if (state.plane == nullptr || state.here == 0) {
+            break;
+        }
+        if (rule->is_here && state.take(rule->entry_id, rule->description) == 0) {
+            rule->is_here = false;
+            state.here--;
+        }
+    }
+    rule_count_.store(state.here, std::memory_order_release);
 }
 
 void Chip::set_plane(RulePlane *plane) {
@@ -128,7 +167,7 @@ uint32_t Chip::match_deny(const uint8_t *frame, uint32_t len, uint32_t port, uin
     const std::shared_lock lock(state_->mutex);
     bool is_counted = false;
     for (const std::unique_ptr<Rule> &rule : state_->rules) {
-        if (!rule->denies() && is_counted) {
+        if (!rule->is_here || (!rule->denies() && is_counted)) {
             continue;
         }
         if (rule->description.pattern.matches(key) && rule->description.covers_port(port)) {
@@ -156,6 +195,10 @@ void Chip::reset() {
     const std::unique_lock lock(state_->mutex);
     rule_count_.store(0, std::memory_order_release);
     state_->rules.clear();
+    state_->here = 0;
+    state_->most_in_chip = 0;
+    state_->overflow = 0;
+    state_->overflowed = 0;
     state_->capacity = kDefaultCapacity;
     state_->next_entry_id = kFirstEntryId;
     state_->next_stat_id = kFirstStatId;
@@ -163,7 +206,7 @@ void Chip::reset() {
 
 int Chip::install(Description description) {
     ChipChange change{
-        ChipChange::Kind::kInstalled, {0, 0, description.action == Action::kDeny, 0, description.text}, nullptr};
+        ChipChange::Kind::kInstalled, {0, 0, description.action == Action::kDeny, 0, false, description.text}, nullptr};
     const int result = add(std::move(description), &change.rule);
     if (result != 0) {
         change.kind = ChipChange::Kind::kRefused;
@@ -178,20 +221,21 @@ int Chip::add(Description description, ChipRule *seen) {
     if (state_->place_of(description) != state_->rules.end()) {
         return kDuplicate;
     }
-    if (state_->rules.size() >= state_->capacity) {
-        return kFull;
+    State &state = *state_;
+    const int result = state.take(state.next_entry_id, description);
+    const bool overflows = result == kFull && state.plane != nullptr && state.here < state.overflow;
+    if (result != 0 && !overflows) {
+        return result;
     }
-    if (state_->plane != nullptr) {
-        if (const int result = state_->plane->add(state_->next_entry_id, description); result != 0) {
-            return result;
-        }
-    }
-    state_->rules.push_back(
-        std::make_unique<Rule>(state_->next_entry_id, state_->next_stat_id, std::move(description)));
-    ++state_->next_entry_id;
-    ++state_->next_stat_id;
-    rule_count_.store(state_->rules.size(), std::memory_order_release);
-    *seen = state_->rules.back()->seen(state_->plane);
+    const bool is_here = overflows || state.plane == nullptr;
+    state.rules.push_back(
+        std::make_unique<Rule>(state.next_entry_id, state.next_stat_id, std::move(description), is_here));
+    ++state.next_entry_id;
+    ++state.next_stat_id;
+    state.here += is_here ? 1 : 0;
+    state.overflowed += overflows ? 1 : 0;
+    rule_count_.store(state.here, std::memory_order_release);
+    *seen = state.rules.back()->seen(state.plane);
     return 0;
 }
 
@@ -204,11 +248,13 @@ int Chip::remove(const Description &description) {
             return kUnknown;
         }
         change.rule = (*place)->seen(state_->plane);
-        if (state_->plane != nullptr) {
+        if ((*place)->is_here) {
+            state_->here--;
+        } else {
             state_->plane->remove(change.rule.entry_id);
         }
         state_->rules.erase(place);
-        rule_count_.store(state_->rules.size(), std::memory_order_release);
+        use_room();
     }
     tell(change);
     return 0;

@@ -37,6 +37,7 @@ struct ChipRule {
     uint32_t stat_id;         // given out once; another number than entry_id
     bool denies;              // true: stops what it matches (operation 100); false: counts only
     uint64_t packets;         // frames matched since installation
+    bool is_in_software;      // a plane had no room for it
     std::string description;  // "deny ports 3 vlan 100 eth-type 0x0806", "count(101) ports 3,4 src-ip 10.0.0.0/8"
 };
 
@@ -52,6 +53,15 @@ struct ChipChange {
     const char *reason;  // of a refusal; text that lives for ever
 };
 
+// How full the chip is.
+struct ChipUse {
+    size_t capacity;      // rules
+    size_t in_chip;       // those that are there
+    size_t most_in_chip;  // at once, since the start
+    size_t in_software;   // those that found no room
+    uint64_t overflowed;  // how many ever did
+};
+
 // "full"
 const char *refusal_text(int code);
 
@@ -64,7 +74,10 @@ public:
 
     // How many rules fit from now on; more that are there already stay. 0 refuses every installation.
     void set_capacity(size_t rules);
-    size_t capacity() const;
+    // Beside a plane: how many more there may be, which denies() matches because neither capacity nor plane has room
+    // for them. They move on, oldest first, as soon as there is some. At first 0.
+    void set_overflow(size_t rules);
+    ChipUse use() const;
 
     // Entry id of the deny rule that stops the frame of 'len' bytes, which came in on 'port' and was put into 'vlan'
     // there (its own outermost tag goes first); 0 when none does. Counts it at the first deny rule and at the first
@@ -76,8 +89,8 @@ public:
         return denied_by(frame, len, port, vlan) != 0;
     }
 
-    // From now on 'plane', which outlives the chip's use, matches frames in place of denies(); null: as at first. While
-    // there are no rules.
+    // From now on 'plane', which outlives the chip's use, matches frames in place of denies(), which is left with what
+    // overflows; null: as at first. While there are no rules.
     void set_plane(RulePlane *plane);
 
     // Tells of every installation, removal and refused installation behind it, in the thread that asked for it (the
@@ -87,7 +100,8 @@ public:
     // Every rule, in order of entry id.
     std::vector<ChipRule> rules() const;
 
-    // Forgets all rules and counters, starts ids afresh, and goes back to the default capacity. Without a plane only.
+    // Forgets all rules and counters, starts ids afresh, and goes back to the default capacity and no overflow. Without
+    // a plane only.
     void reset();
 
     // What hw_driver_* ask for, with a description that has been checked. They return 0 or a refusal.
@@ -104,11 +118,12 @@ public:
 private:
     uint32_t match_deny(const uint8_t *frame, uint32_t len, uint32_t port, uint32_t vlan);
     int add(Description description, ChipRule *seen);
+    void use_room();
     void tell(const ChipChange &change) const noexcept;
 
     struct State;
     std::unique_ptr<State> state_;
-    std::atomic<size_t> rule_count_{0};  // follows state_->rules
+    std::atomic<size_t> rule_count_{0};  // of those that are matched here
     std::function<void(const ChipChange &)> observer_;
 };
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "anti_cpu/platform.h"
+#include "chip/rule_plane.h"
 #include "chip_fixture.h"
 
 namespace {
@@ -152,6 +153,50 @@ TEST_F(ChipTest, FullChipRefusesUntilARuleGoes) {
     EXPECT_EQ(first.remove(), 0);
     EXPECT_EQ(third.install(), 0);
     EXPECT_EQ(chip().rules()[1].entry_id, 3U) << "ids are given out once";
+}
+
+// A plane with room for one rule, whatever the chip's capacity.
+class SmallPlane : public card::RulePlane {
+public:
+    SmallPlane() { chip().set_plane(this); }
+    ~SmallPlane() override { chip().set_plane(nullptr); }
+    int add(uint32_t entry_id, const card::Description &) override {
+        return std::exchange(taken, taken == 0 ? entry_id : taken) == 0 ? 0 : card::kFull;
+    }
+    void remove(uint32_t entry_id) override { taken = taken == entry_id ? 0 : taken; }
+    uint64_t packets(uint32_t entry_id) const override { return taken == entry_id ? 1000 : 0; }
+    uint32_t taken = 0;
+};
+
+TEST_F(ChipTest, WhatAPlaneHasNoRoomForIsMatchedInSoftwareUntilItHas) {
+    SmallPlane plane;
+    chip().set_overflow(2);
+    const Buffers rules[] = {Buffers({1}), Buffers({2}), Buffers({3}), Buffers({4})};
+    for (const Buffers &rule : rules) {
+        EXPECT_EQ(rule.install(), &rule == &rules[3] ? card::kFull : 0);
+    }
+    const auto denied = [] {
+        std::string ports;
+        for (uint32_t port = 1; port <= 4; port++) {
+            ports += denies(arp(), port) ? std::to_string(port) : "";
+        }
+        return ports;
+    };
+    EXPECT_EQ(denied(), "23") << "the first is the plane's";
+    chip().set_capacity(0);
+    EXPECT_EQ(rules[0].remove(), 0);
+    EXPECT_EQ(plane.taken, 0U) << "no room by the operator's word";
+    chip().set_capacity(1);
+    EXPECT_EQ(plane.taken, 2U) << "the oldest moves on";
+    EXPECT_EQ(denied(), "3");
+    EXPECT_EQ(chip().rules()[0].packets, 1001U) << "counts of here and there";
+    const card::ChipUse use = chip().use();
+    EXPECT_EQ((std::vector{use.in_chip, use.most_in_chip, use.in_software, use.overflowed}),
+              (std::vector<size_t>{1, 1, 1, 2}));
+    EXPECT_EQ(rules[2].remove(), 0);
+    EXPECT_EQ(rules[1].remove(), 0);
+    EXPECT_EQ(denied(), "");
+    EXPECT_EQ(plane.taken, 0U);
 }
 
 TEST_F(ChipTest, FirstDenyRuleAndFirstCountingRuleCount) {
