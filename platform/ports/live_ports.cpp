@@ -16,19 +16,14 @@ std::string name_of(const LivePort &port) {
 }  // namespace
 
 void LivePorts::add(const PortSpec &spec) {
-    const std::vector<Interface> all = interfaces();
-    if (std::ranges::any_of(all, [&](const Interface &one) { return one.name == spec.interface && one.is_bond; })) {
-        bonds_.push_back(spec);
-    } else {
-        new_port(spec);
-    }
+    new_port(spec);
 }
 
 LivePort &LivePorts::new_port(const PortSpec &spec) {
     LivePort port;
     port.spec = spec;
     port.logical = spec.port;
-    port.index = static_cast<uint32_t>(ports_.size());
+    port.index = next_index_++;
     return ports_.emplace_back(std::move(port));
 }
 
@@ -43,6 +38,7 @@ std::vector<LivePorts::Change> LivePorts::look(bool anyway) {
         return changes;
     }
     const std::vector<Interface> all = interfaces();
+    find_bonds(all);
     look_at_bonds(all, changes);
     for (LivePort &port : ports_) {
         if (!port.has_left) {
@@ -77,6 +73,20 @@ bool LivePorts::tell_kernel(const LivePort &port, uint32_t interface) {
     return guard_.set_port(interface, kernel);
 }
 
+// What turns out to be a bond, now or later, is no port itself.
+void LivePorts::find_bonds(const std::vector<Interface> &all) {
+    std::erase_if(ports_, [&](const LivePort &port) {
+        const bool is_bond =
+            port.attachment == nullptr && port.trunk == 0 && std::ranges::any_of(all, [&](const Interface &one) {
+                return one.is_bond && one.name == port.spec.interface;
+            });
+        if (is_bond) {
+            bonds_.push_back(port.spec);
+        }
+        return is_bond;
+    });
+}
+
 // Members of bonds: those that have come are ports from now on, those that have left are nobody's.
 void LivePorts::look_at_bonds(const std::vector<Interface> &all, std::vector<Change> &changes) {
     for (const PortSpec &bond : bonds_) {
@@ -88,8 +98,7 @@ void LivePorts::look_at_bonds(const std::vector<Interface> &all, std::vector<Cha
             }
             LivePort *port = member_of(bond, one);
             if (port == nullptr) {
-                const auto number = static_cast<uint32_t>(kFirstMemberPort + ports_.size());
-                port = &new_port({one.name, number, bond.vlan});
+                port = &new_port({one.name, next_member_++, bond.vlan});
                 port->trunk = bond.port;
                 port->has_left = true;
             }

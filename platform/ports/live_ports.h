@@ -38,7 +38,7 @@ class LivePorts {
 public:
     LivePorts(Guard &guard, PortMode mode, bool all_frames) : guard_(guard), mode_(mode), all_frames_(all_frames) {}
 
-    // A port more; a bond is a trunk, whose members get port numbers from kFirstMemberPort on.
+    // A port more; a bond is a trunk, whose members get port numbers from kFirstMember on.
     void add(const PortSpec &spec);
 
     // What is told of: a line for people, with members that join or leave a trunk, and ports that are protected from
@@ -65,9 +65,10 @@ public:
     PortMode mode() const { return mode_; }
 
 private:
-    static constexpr uint32_t kFirstMemberPort = 60000;
+    static constexpr uint32_t kFirstMember = 60000;
 
     LivePort &new_port(const PortSpec &spec);
+    void find_bonds(const std::vector<Interface> &all);
     LivePort *member_of(const PortSpec &bond, const Interface &interface);
     void look_at_bonds(const std::vector<Interface> &all, std::vector<Change> &changes);
     static Change change_of(const LivePort &port, std::string text, bool is_protected, std::string reason);
@@ -83,6 +84,8 @@ private:
     bool watches_ = false;
     std::vector<PortSpec> bonds_;
     std::deque<LivePort> ports_;  // a port stays where it is while others come
+    uint32_t next_index_ = 0;
+    uint32_t next_member_ = kFirstMember;
 };
 
 }  // namespace card

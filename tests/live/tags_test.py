@@ -38,7 +38,7 @@ class Tags(unittest.TestCase):
     def tearDown(self):
         while RUNNING:
             RUNNING.pop().end(signal.SIGKILL)
-        for name in ("eth0", "eth1", "bond0"):
+        for name in ("eth0", "eth1", "eth2", "bond0"):
             network.run("ip", "link", "del", name, check=False)
         network.at("neighbour", "ip", "link", "del", "bond0", check=False)
 
@@ -92,14 +92,16 @@ class Tags(unittest.TestCase):
                 at("ip", "link", "set", name, "master", "bond0")
             at("ip", "link", "set", "bond0", "up")
             at("ip", "address", "add", f"10.1.0.{host}/24", "dev", "bond0")
+        wire("eth2")
+        protection = Protection("--port", "eth2=2", port="bond0=5").ready()
+        self.assertIn("bond0", protection.text)
         wire("eth0")
         wire("eth1")
         bond(network.run, 254)
         bond(lambda *command: network.at("neighbour", *command), 1)
         network.until("a bond that carries", lambda: pings("10.1.0.254", 2) == 2)
-        protection = Protection(port="bond0=5").ready()
         for member in (60000, 60001):
-            self.assertIn(f"port {member} ", protection.text)
+            network.until(f"port {member}", lambda: f"port {member} " in protection.text and card(member)["state"] == "native")
         self.assertEqual(pings("10.1.0.254"), 10, protection.text)
         self.assertIn(("icmpv4", 5, 1), flows())
         self.assertGreater(min(card(60000)["offered"], card(60001)["offered"]), 0)
