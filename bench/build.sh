@@ -9,16 +9,25 @@ build=$bench_root/build/bench
 built=no
 markdown=no
 
-# take_option WORD...: takes --build DIR, --built or --markdown from the front of a command line. $taken is how many
-# words that was, 0 for another option.
-take_option() {
-    taken=1
-    case $1 in
-        --markdown) markdown=yes ;;
-        --build) build=${2:?--build needs a directory}; taken=2 ;;
-        --built) built=yes ;;
-        *) taken=0 ;;
-    esac
+# own_option WORD...: a script with options of its own takes one from the front of a command line, and sets $taken to how
+# many words that was.
+own_option() { :; }
+
+# take_options WORD...: takes a whole command line: --build DIR, --built, --markdown, --help (usage), and own options.
+take_options() {
+    local taken
+    while [ $# -gt 0 ]; do
+        taken=0
+        own_option "$@"
+        case $taken$1 in
+            0--markdown) markdown=yes; taken=1 ;;
+            0--build) build=${2:?--build needs a directory}; taken=2 ;;
+            0--built) built=yes; taken=1 ;;
+            0--help) usage; exit 0 ;;
+            0*) usage >&2; exit 2 ;;
+        esac
+        shift "$taken"
+    done
 }
 
 # build_programs DIR [TARGET...]: builds the benchmarks, or these targets, of the release preset in DIR.

@@ -16,15 +16,7 @@ Builds the release preset when needed, measures and prints one table a question.
 TEXT
 }
 
-while [ $# -gt 0 ]; do
-    take_option "$@"
-    [ "$taken" = 0 ] || { shift "$taken"; continue; }
-    case $1 in
-        --help) usage; exit 0 ;;
-        *) usage >&2; exit 2 ;;
-    esac
-    shift
-done
+take_options "$@"
 
 build=$(realpath -m "$build")
 [ "$markdown" = no ] || has_section growth

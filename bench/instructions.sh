@@ -19,18 +19,10 @@ TEXT
 }
 
 rows=no
-built=no
-build=$here/../build/bench
-while [ $# -gt 0 ]; do
-    case $1 in
-        --rows) rows=yes ;;
-        --build) build=${2:?--build needs a directory}; shift ;;
-        --built) built=yes ;;
-        --help) usage; exit 0 ;;
-        *) usage >&2; exit 2 ;;
-    esac
-    shift
-done
+own_option() {
+    if [ "$1" = --rows ]; then rows=yes; taken=1; fi
+}
+take_options "$@"
 
 build=$(realpath -m "$build")
 command -v valgrind >/dev/null || { echo 'instructions.sh: valgrind is not installed' >&2; exit 1; }

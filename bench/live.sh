@@ -17,14 +17,7 @@ behind the build. Wants root, a kernel that takes the program, and nft.
 TEXT
 }
 
-while [ $# -gt 0 ]; do
-    take_option "$@"
-    [ "$taken" = 0 ] || { shift "$taken"; continue; }
-    case $1 in
-        --help) usage; exit 0 ;;
-        *) usage >&2; exit 2 ;;
-    esac
-done
+take_options "$@"
 
 PATH=$PATH:/usr/sbin:/sbin
 for tool in nft ip unshare; do

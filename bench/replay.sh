@@ -20,16 +20,10 @@ TEXT
 }
 
 runs=9
-while [ $# -gt 0 ]; do
-    take_option "$@"
-    [ "$taken" = 0 ] || { shift "$taken"; continue; }
-    case $1 in
-        --runs) runs=${2:?--runs needs a number}; shift ;;
-        --help) usage; exit 0 ;;
-        *) usage >&2; exit 2 ;;
-    esac
-    shift
-done
+own_option() {
+    if [ "$1" = --runs ]; then runs=${2:?--runs needs a number}; taken=2; fi
+}
+take_options "$@"
 
 command -v tcpdump >/dev/null || { echo 'replay.sh: skipped, tcpdump is not installed'; exit 0; }
 build=$(realpath -m "$build")

@@ -7,33 +7,23 @@ here=$(cd "$(dirname "$0")" && pwd)
 
 usage() {
     cat <<'TEXT'
-bench/run.sh [--markdown] [--build DIR]
+bench/run.sh [--markdown] [--build DIR] [--built]
 
 Builds the release preset when needed, measures times, instructions and bytes, and prints one table.
   --markdown   also write it into docs/performance.md, between its two markers
   --build DIR  build directory (build/bench), made when it is not there
+  --built      measure what stands there, build nothing
 TEXT
 }
 
-markdown=no
-build=$here/../build/bench
-while [ $# -gt 0 ]; do
-    case $1 in
-        --markdown) markdown=yes ;;
-        --build) build=${2:?--build needs a directory}; shift ;;
-        --help) usage; exit 0 ;;
-        *) usage >&2; exit 2 ;;
-    esac
-    shift
-done
+take_options "$@"
 
 note() { echo "run.sh: $*" >&2; }
 
 build=$(realpath -m "$build")
 command -v valgrind >/dev/null || { note "valgrind is not installed"; exit 1; }
 [ "$markdown" = no ] || has_section figures
-note 'building'
-build_programs "$build"
+[ "$built" = yes ] || { note 'building'; build_programs "$build"; }
 load=$(cut -d' ' -f1-3 /proc/loadavg)
 out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT

@@ -20,17 +20,10 @@ TEXT
 }
 
 quick=()
-while [ $# -gt 0 ]; do
-    case $1 in
-        --help) usage; exit 0 ;;
-        --quick) quick=(--quick); shift ;;
-        *)
-            take_option "$@"
-            [ "$taken" -gt 0 ] || { usage >&2; exit 2; }
-            shift "$taken"
-            ;;
-    esac
-done
+own_option() {
+    if [ "$1" = --quick ]; then quick=(--quick); taken=1; fi
+}
+take_options "$@"
 
 [ "$markdown" = no ] || has_section waits
 [ "$built" = yes ] || build_programs "$build" bench_waits

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "run.h"
 
-#include "anti_cpu/anti_cpu.h"
-#include "os/os.h"
 #include "services/services.h"
 
 namespace host {
@@ -51,21 +49,18 @@ uint32_t Run::logical_port(uint32_t port) const {
 }
 
 // A packet that made the module allocate something may be the first of its flow.
-Outcome Run::judge(const Packet &packet, const PacketFlow &packet_flow, uint32_t logical_port, uint32_t vlan) {
-    const int verdict = atc_api_receive_packet(packet.data, packet.len, logical_port, vlan);
-    if (const uint64_t blocks = card::blocks_made(); blocks != blocks_seen_) [[unlikely]] {
+void Run::note(const Packet &packet, const PacketFlow &packet_flow, uint32_t logical_port, bool is_dropped) {
+    if (const uint64_t blocks = card::blocks_made(); blocks != blocks_seen_) {
         blocks_seen_ = blocks;
         flows_.note(packet_flow.of(packet, logical_port));
     }
-    if (journal_.has_news()) [[unlikely]] {
+    if (journal_.has_news()) {
         const Subject subject = packet_flow.subject_of(packet, logical_port);
         journal_.settle(&subject);
     }
-    if (verdict != 0) {
+    if (is_dropped) {
         verdicts_.dropped(packet_flow.of(packet, logical_port));
-        return Outcome::kDropped;
     }
-    return Outcome::kPassed;
 }
 
 void Run::hand_over_sent(const Packet &packet) {

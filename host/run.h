@@ -11,12 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "anti_cpu/anti_cpu.h"
 #include "capture_reader.h"
 #include "clock/clock.h"
 #include "event_log.h"
 #include "events/journal.h"
 #include "flow_account.h"
 #include "flow_verdicts.h"
+#include "os/os.h"
 #include "packet_flow.h"
 #include "traffic/account.h"
 
@@ -81,7 +83,13 @@ protected:
     explicit Run(EventLog &events);
 
     // The module's verdict on a received packet of the port, which has 'vlan' for frames without a tag.
-    Outcome judge(const Packet &packet, const PacketFlow &packet_flow, uint32_t logical_port, uint32_t vlan);
+    Outcome judge(const Packet &packet, const PacketFlow &packet_flow, uint32_t logical_port, uint32_t vlan) {
+        const bool is_dropped = atc_api_receive_packet(packet.data, packet.len, logical_port, vlan) != 0;
+        if (is_dropped || card::blocks_made() != blocks_seen_ || journal_.has_news()) [[unlikely]] {
+            note(packet, packet_flow, logical_port, is_dropped);
+        }
+        return is_dropped ? Outcome::kDropped : Outcome::kPassed;
+    }
     void hand_over_sent(const Packet &packet);
     // The trunk of a port, or itself.
     uint32_t logical_port(uint32_t port) const;
@@ -100,6 +108,9 @@ protected:
     FlowVerdicts verdicts_;
 
 private:
+    // What a packet was to the module beside one more of a flow that it knows.
+    void note(const Packet &packet, const PacketFlow &packet_flow, uint32_t logical_port, bool is_dropped);
+
     uint64_t sent_ = 0;
     uint64_t sent_dropped_ = 0;
     mutable FlowAccount flows_;              // walks put it in order

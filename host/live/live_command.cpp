@@ -10,6 +10,7 @@
 #include <chrono>
 #include <fstream>
 #include <memory>
+#include <new>
 #include <set>
 #include <system_error>
 #include <thread>
@@ -44,6 +45,14 @@ std::atomic<bool> g_reload = false;  // SIGHUP came
 
 void ask_for_reload(int) {
     g_reload = true;
+}
+
+// What the module is refused, it does without. The rest cannot, and would go on with half of what it is to do: it ends,
+// and the kernel takes the programs off.
+[[noreturn]] void end_without_memory() {
+    constexpr std::string_view kText = "anti-cpu: no memory left; ended, the ports are as they were before\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kText.data(), kText.size());
+    _exit(kExitRefused);
 }
 
 // The lines of a settings file as they stand; false when it cannot be read.
@@ -374,6 +383,7 @@ std::vector<OutputState> LiveProcess::output_states() const {
 
 // The module's threads go on to the end of the process, so that is at once when all has been written.
 int live_command(const LiveOptions &options) {
+    std::set_new_handler(end_without_memory);
     Problems problems;
     int status = kExitRefused;
     {

@@ -18,7 +18,11 @@ import sys
 import time
 import unittest
 
-import network
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "system"))
+
+import monitor  # noqa: E402
+import network  # noqa: E402
+import traffic  # noqa: E402
 
 CONTROL = "/run/faults.control"
 BPF_CALL = {"x86_64": 321, "aarch64": 280}.get(platform.machine())
@@ -206,6 +210,21 @@ class Faults(unittest.TestCase):
         self.assertEqual(protection.end(), 0, protection.text)
         events = [json.loads(line)["event"] for line in pathlib.Path("/run/detached.events").read_text().splitlines()]
         self.assertEqual(events[:3], ["port-protected", "port-lost", "port-protected"])
+
+    def test_out_of_memory_it_goes_on_or_ends_with_a_word(self):
+        protection = Protection().ready()
+        network.run("prlimit", "--pid", str(protection.process.pid), "--as=1")
+        sender = monitor.Sender("neighbour", "eth0", [traffic.syn(n, vlan) for vlan in range(1, 4000) for n in (1, 2)], 4000)
+        network.until("every flow", lambda: sender.sent >= 8000)
+        sender.end()
+        for _ in range(20):
+            network.run(PROGRAM, "console", "--control", CONTROL, "-c", "show flows json", check=False)
+        self.assertEqual(lost_pings(), 0)
+        if protection.process.poll() is not None:
+            self.assertIn("no memory left", protection.text)
+            self.assertEqual(attached(), (False, []))
+        else:
+            print("it goes on")
 
     def test_a_full_ring_loses_copies_and_no_packet(self):
         protection = Protection("--stall", "60", "--events", "/run/faults.events").ready()

@@ -21,7 +21,7 @@ import network  # noqa: E402
 import recipes  # noqa: E402
 
 CONTROL = "/run/soak.control"
-MEGABYTES_MORE = 16  # of resident memory, once warm and with all flows cleared
+MEGABYTES_MORE = 16  # once warm and with all flows cleared
 CLASSES = "arp icmpv4 tcp-syn ospfv2 lldp stp lacp dhcp icmpv6-ns".split()
 
 
@@ -102,9 +102,14 @@ class Soak:
 
     # ---- What must hold ----
     def used(self):
-        """Descriptors, and megabytes resident."""
+        """Descriptors, and megabytes of memory of its own: the ring, which it sees twice, is the kernel's."""
         status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text()
-        return len(os.listdir(f"/proc/{self.process.pid}/fd")), int(re.search(r"VmRSS:\s+(\d+)", status)[1]) // 1024
+        return len(os.listdir(f"/proc/{self.process.pid}/fd")), int(re.search(r"RssAnon:\s+(\d+)", status)[1]) // 1024
+
+    def maps(self):
+        """Ids of its maps in the kernel."""
+        descriptors = [file.read_text() for file in pathlib.Path(f"/proc/{self.process.pid}/fdinfo").iterdir()]
+        return {int(number) for text in descriptors for number in re.findall(r"map_id:\s*(\d+)", text)}
 
     def settled(self):
         """The same without a flood and without flows, all ports there."""
@@ -147,9 +152,12 @@ class Soak:
         print(f"settled: descriptors and MB {begin} when warm, {after} at the end")
         if after[0] > begin[0] or after[1] > begin[1] + MEGABYTES_MORE:
             self.broken.append(f"descriptors and MB grew from {begin} to {after}")
+        maps = self.maps()
         self.process.terminate()
         if status := self.process.wait(network.PATIENCE_S):
             self.broken.append(f"exit status {status}")
+        if not maps or maps & {one["id"] for one in json.loads(network.run("bpftool", "-j", "map", "show"))}:
+            self.broken.append(f"maps are left of {maps}")
         left = [name for name in self.ports.values()
                 if "xdp" in network.run("ip", "-d", "link", "show", "dev", name) or "tcx" in network.run("bpftool", "net", "show", "dev", name)]
         if left:
