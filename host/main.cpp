@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
+#include "anti_cpu/version.h"
 #include "completion.h"
 #include "console/help.h"
 #include "console/kinds.h"
@@ -133,6 +134,7 @@ int main(int argc, char **argv) {  // NOLINT(bugprone-exception-escape)
     prepare_process();
     CLI::App app("anti-cpu: protection of a line card's CPU");
     app.require_subcommand(1);
+    app.set_version_flag("--version", "anti-cpu " ATC_VERSION);
     ReplayOptions options;
     options.command.assign(argv, argv + argc);
     std::string verb;

@@ -9,16 +9,18 @@ cd "$(dirname "$0")/.."
 cmake --preset coverage --log-level=WARNING
 cmake --build --preset coverage -j"$(nproc)"
 find build/coverage -name '*.gcda' -delete
-ctest --test-dir build/coverage -L "unit|system|model|threads|fuzz" --output-on-failure --no-tests=error -j"$(nproc)" | tail -n 20
+ctest --test-dir build/coverage -L "unit|system|model|threads|fuzz|live" -E 'live\.(demonstration|fleet)' --output-on-failure --no-tests=error -j"$(nproc)" | tail -n 20
+ctest --test-dir build/coverage -R '^policy\.(reference|denies|man|completion)' --output-on-failure --no-tests=error | tail -n 5
 details=()
 if [ "${1:-}" = --details ]; then
   mkdir -p "$2"
   details=(--html-details "$2/index.html")
 fi
+only=(--root . --exclude-throw-branches --exclude-unreachable-branches)
+gcovr "${only[@]}" --object-directory build/coverage --filter '(module|platform|host)/' -j"$(nproc)" --json build/coverage/taken.json \
+  build/coverage
 for part in module platform host; do
   printf '\n==== %s\n' "$part"
-  gcovr --root . --object-directory build/coverage --filter "$part/" --exclude-throw-branches --exclude-unreachable-branches \
-    --branches --print-summary -j"$(nproc)" build/coverage
+  gcovr "${only[@]}" --add-tracefile build/coverage/taken.json --filter "$part/" --branches --print-summary
 done
-[ ${#details[@]} -eq 0 ] || gcovr --root . --object-directory build/coverage --filter '(module|platform|host)/' \
-  --exclude-throw-branches --exclude-unreachable-branches "${details[@]}" build/coverage
+[ ${#details[@]} -eq 0 ] || gcovr "${only[@]}" --add-tracefile build/coverage/taken.json "${details[@]}"

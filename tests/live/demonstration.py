@@ -42,7 +42,8 @@ class Guard:
         self.program, self.folder = program, folder
         (folder / "protection").write_text("\n".join(lines) + "\n")
         self.log = folder / "anti-cpu.log"
-        self.process = network.start("router", self.log, program, "run", "--port", "eth0=1", "--port", "eth1=2",
+        # As the service runs it, before the daemons.
+        self.process = network.start("router", self.log, "nice", "-n", "-5", program, "run", "--port", "eth0=1", "--port", "eth1=2",
                                      "--config", str(folder / "protection"), "--control", CONTROL)
         network.until("the protection's console", self._answers, 20)
 

@@ -101,4 +101,33 @@ TEST_F(AccountingTest, NothingThatWasDiscardedIsReachedAgain) {
     }
 }
 
+TEST_F(AccountingTest, SumsThatWereClearedGoWithTheDayAndComeAnew) {
+    for (const uint32_t port : {3U, 70000U}) {  // remembered, and not
+        rx(arp(), port, 100);
+        tx(arp());
+        EXPECT_EQ(atc_api_clear_statistic_port(ATC_DIRECTION_RX, port), 0);
+        EXPECT_EQ(atc_api_clear_statistic_vlan(ATC_DIRECTION_RX, 100), 0);
+        for (const uint32_t direction : {ATC_DIRECTION_RX, ATC_DIRECTION_TX}) {
+            EXPECT_EQ(atc_api_clear_statistic_protocol(direction, ATC_ARP), 0);
+        }
+        atc_avl_tree_t *const trees[] = {&state()->port_tree, &state()->vlan_tree, &state()->rx_protocol_tree,
+                                         &state()->tx_protocol_tree};
+        const auto counts = [&trees] {
+            std::vector<uint32_t> all;
+            for (atc_avl_tree_t *tree : trees) {
+                const auto *entry = static_cast<atc_entry_t *>(atc_avl_first(tree));
+                all.push_back(entry != nullptr ? entry->stat.count : 0);
+            }
+            return all;
+        };
+        fake().advance(86400);
+        pass_seconds(1);
+        EXPECT_EQ(counts(), (std::vector<uint32_t>{0, 0, 0, 0})) << port;
+        rx(arp(), port, 100);
+        tx(arp());
+        EXPECT_EQ(counts(), (std::vector<uint32_t>{1, 1, 1, 1})) << port;
+        clear();
+    }
+}
+
 }  // namespace

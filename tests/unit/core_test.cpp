@@ -69,6 +69,19 @@ TEST_F(CoreTest, AMissingArgumentIsRefused) {
         const atc_guard_t guard;
         expect(2, atc_hw_fill_port(at(0, buf), at(1, &number), 3, 1));
         expect(1, atc_masklen_to_mask(at(0, buf), 8));
+        uint32_t id = 0;
+        atc_protocol_name_to_id(at(0, &id), at(1, "arp"), 3);
+        EXPECT_EQ(id, missing < 2 ? 0 : uint32_t{ATC_ARP});
+    }
+    atc_protocol_id_to_name(ATC_ARP, nullptr, 8);
+    const struct {
+        uint16_t value, mask, op;  // bytes, of which only so many have room
+    } too_long[] = {{33, 32, 16}, {32, 33, 16}, {32, 32, 17}};
+    for (const auto &row : too_long) {
+        const void *const values[] = {mac};
+        const int answers[] = {atc_hw_fill_rule(buf, &number, ATC_HW_VLAN, mac, row.value, mac, row.mask, 0),
+                               atc_hw_fill_op(buf, &number, 113, 1, values, &row.op)};
+        EXPECT_EQ(std::ranges::count(answers, -1), 1) << &row - too_long;
     }
 }
 

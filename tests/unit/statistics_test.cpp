@@ -51,6 +51,15 @@ TEST_F(StatisticsTest, WhatIsNotThereIsRefused) {
     EXPECT_EQ(flow.ask(atc_api_get_statistic, TX, VLAN, PORT, ARP, ATC_SRC_NONE, nullptr), -1);
     EXPECT_EQ(flow.ask(atc_api_get_statistic, RX, VLAN, PORT, ARP, ATC_SRC_MAC, nullptr), -1);
     EXPECT_EQ(atc_api_clear_statistic(RX, VLAN, PORT, ARP, ATC_SRC_MAC, nullptr), -1);
+    for (const auto &[vlan, protocol] : {std::pair{0x10000 + VLAN, ARP}, {VLAN, 0x10000 + ARP}}) {
+        Words types(ATC_SOURCES_PER_FLOW);
+        std::vector<atc_src_stat_t> sources(ATC_SOURCES_PER_FLOW);
+        EXPECT_EQ(flow.ask(atc_api_get_statistic, RX, vlan, PORT, protocol, ATC_SRC_NONE, nullptr), -1);
+        EXPECT_EQ(atc_api_clear_statistic(RX, vlan, PORT, protocol, ATC_SRC_NONE, nullptr), -1);
+        EXPECT_EQ(atc_api_get_src_statistic(RX, vlan, PORT, protocol, types.data(), types.data(), sources.data()), -1);
+    }
+    atc_api_clear_statistic_global(RX + TX);
+    EXPECT_EQ(state()->rx_stat.count + state()->tx_stat.count, 2U) << "there is no third direction";
     for (sum.null_at = 0; sum.null_at < sum.words.size(); ++sum.null_at) {
         EXPECT_EQ(sum.ask(atc_api_get_global_statistic, RX), -1) << sum.null_at;
     }

@@ -65,6 +65,8 @@ TEST(CaptureFileName, Table) {
         {{0, 0, 0, 0, ATC_SRC_MAC, sender_mac}, "atc-manual.cap"},
         {{3, 4094, 6, ATC_UNKNOWN_IP_FRAGMENT, ATC_SRC_NONE, nullptr}, "atc-tx-6-4094-unknown-ip-fragment.cap"},
         {{0, 5, 0, 0, ATC_SRC_NONE, nullptr}, "atc-tx-0-5-unknown-packet.cap"},
+        {{0, 0, 7, 0, ATC_SRC_NONE, nullptr}, "atc-tx-7-0-unknown-packet.cap"},
+        {{0, 0, 0, ATC_ARP, ATC_SRC_NONE, nullptr}, "atc-tx-0-0-arp.cap"},
         {{1, 9, 7, ATC_DNS, ATC_SRC_IPV4, reinterpret_cast<const uint8_t *>(sender_ipv4)},
          "atc-rx-7-9-dns-(10.0.0.1).cap"},
         {{1, 9, 7, ATC_DNS, ATC_SRC_IPV6, sender_ipv6}, "atc-rx-7-9-dns-(2001:db8::1).cap"},
