@@ -155,7 +155,7 @@ class Soak:
         maps = self.maps()
         self.process.terminate()
         if status := self.process.wait(network.PATIENCE_S):
-            self.broken.append(f"exit status {status}")
+            self.broken.append(f"exit status {status}, events {self.events.stat().st_size:,} bytes: {self.log.read_text()[-2000:]}")
         if not maps or maps & {one["id"] for one in json.loads(network.run("bpftool", "-j", "map", "show"))}:
             self.broken.append(f"maps are left of {maps}")
         left = [name for name in self.ports.values()

@@ -26,11 +26,11 @@ FLOOD = ("02:00:00:00:00:07", "arp")
 class Screen:
     """What a terminal has been sent since it was last asked; escape sequences are blanks."""
 
-    def __init__(self, *words, term="xterm"):
+    def __init__(self, verb, *words):
         self.master, slave = pty.openpty()
         fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
-        self.process = subprocess.Popen([faults_test.PROGRAM, "top", "--control", CONTROL, *words], stdin=slave, stdout=slave,
-                                        stderr=slave, env={**os.environ, "TERM": term, "LANG": "C.UTF-8"})
+        self.process = subprocess.Popen([faults_test.PROGRAM, verb, "--control", CONTROL, *words], stdin=slave, stdout=slave,
+                                        stderr=slave, env={**os.environ, "TERM": "xterm", "LANG": "C.UTF-8"})
         os.close(slave)
         self.text = ""
 
@@ -64,13 +64,13 @@ class Top(unittest.TestCase):
         for page in ("floods", "ports", "classes", "rules"):
             text = network.run(faults_test.PROGRAM, "top", "--control", CONTROL, "--once", "--page", page, "--interval", "0.5")
             self.assertIn("deny port 1" if page == "rules" else "eth0" if page == "ports" else FLOOD[1], text)
-        screen = Screen("--interval", "0.5")
+        screen = Screen("top", "--interval", "0.5")
         screen.press("", *FLOOD)
         for keys, wanted in (("2", "eth0"), ("3", "lldp"), ("4", "src-mac"), ("1", "arp"), ("?", "look more often"), ("?", "arp"),
                              ("\t", "eth0"), ("\x1b[Z", "arp"), ("z", "no key is"), (">", "*"), ("<", "*"), ("r", ""), ("j", ""),
                              ("k", ""), ("\x1b[6~", ""), ("\x1b[5~", ""), ("\x1bOF", ""), ("\x1bOH", ""), ("\x1b[B", ""),
                              ("\x1b[A", ""), ("-", ""), ("+", ""), ("p", "pause"), (" ", ""), ("p", ""), ("4", "src-mac"),
-                             ("\r", "only a flood"), ("c", "no packets are named"), ("1", "arp"), ("\r", FLOOD[0]), ("c", "Record how many"),
+                             ("\r", "only a flood"), ("c", "no packets are named"), ("1", "arp"), ("\r", "sources of"), ("c", "Record how many"),
                              ("\r", "capture"), ("x", "")):
             with self.subTest(keys):
                 screen.press(keys, wanted)
