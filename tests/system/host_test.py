@@ -202,6 +202,8 @@ class HostTest(unittest.TestCase):
             (("replay", capture, "--rates", "/dev/full"), 1, "/dev/full: not all rates"),
             (("replay", capture, "--interval", "5"), 2, "--rates"),
             (("replay", capture, "--syslog", missing), 1, "takes no syslog messages"),
+            (("replay", capture, "--syslog", "udp://[::1]:no-such-service"), 1, "takes no syslog messages"),
+            (("replay", capture, "--syslog", "127.0.0.1:no-such-service"), 1, "takes no syslog messages"),
             (("replay", "-", "--interactive"), 2, "not the operator's terminal"),
             (("replay", capture, "--own-mac", "02:00"), 2, "no MAC address"),
             (("replay", capture, "--fast-period", "0"), 2, "0 not in range"),
