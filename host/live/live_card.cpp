@@ -142,8 +142,9 @@ void LiveCard::take(const kernel_copy &copy, const uint8_t *frame) {
     }
     traffic_.count(port, copy.flow.protocol, fate_of(copy.flags), copy.len);
     const Source &source = source_of(packet.port);
-    // What had no room in the kernel: as there, the module does not see what a rule stops.
-    if (chip_.denies(frame, copy.len, packet.port, source.vlan)) {
+    // What had no room in the kernel: as there, the module does not see what a rule stops. What the operator's filters
+    // have decided stays so.
+    if ((copy.flags & KERNEL_RULED) == 0 && chip_.denies(frame, copy.len, packet.port, source.vlan)) {
         denies_.judged(copy, true);
         return;
     }

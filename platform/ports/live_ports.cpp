@@ -15,11 +15,7 @@ std::string name_of(const LivePort &port) {
 
 }  // namespace
 
-void LivePorts::add(const PortSpec &spec) {
-    new_port(spec);
-}
-
-LivePort &LivePorts::new_port(const PortSpec &spec) {
+LivePort &LivePorts::add(const PortSpec &spec) {
     LivePort port;
     port.spec = spec;
     port.logical = spec.port;
@@ -98,7 +94,7 @@ void LivePorts::look_at_bonds(const std::vector<Interface> &all, std::vector<Cha
             }
             LivePort *port = member_of(bond, one);
             if (port == nullptr) {
-                port = &new_port({one.name, next_member_++, bond.vlan});
+                port = &add({one.name, next_member_++, bond.vlan});
                 port->trunk = bond.port;
                 port->has_left = true;
             }

@@ -39,7 +39,7 @@ public:
     LivePorts(Guard &guard, PortMode mode, bool all_frames) : guard_(guard), mode_(mode), all_frames_(all_frames) {}
 
     // A port more; a bond is a trunk, whose members get port numbers from kFirstMember on.
-    void add(const PortSpec &spec);
+    LivePort &add(const PortSpec &spec);
 
     // What is told of: a line for people, with members that join or leave a trunk, and ports that are protected from
     // now on or not any more.
@@ -67,7 +67,6 @@ public:
 private:
     static constexpr uint32_t kFirstMember = 60000;
 
-    LivePort &new_port(const PortSpec &spec);
     void find_bonds(const std::vector<Interface> &all);
     LivePort *member_of(const PortSpec &bond, const Interface &interface);
     void look_at_bonds(const std::vector<Interface> &all, std::vector<Change> &changes);

@@ -3,9 +3,7 @@
 """Who may give lines to a protected machine, and how: console_test.py ANTI_CPU"""
 import grp
 import json
-import os
 import subprocess
-import sys
 import unittest
 
 import network
@@ -72,8 +70,5 @@ class Console(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    network.enter_own_machine("setpriv")
-    faults_test.PROGRAM = os.path.abspath(sys.argv.pop(1))
-    network.run("ip", "netns", "add", "neighbour")
-    network.run("ip", "link", "set", "lo", "up")
+    faults_test.enter("setpriv")
     unittest.main(verbosity=2)

@@ -257,6 +257,15 @@ class Faults(unittest.TestCase):
         self.assertEqual(protection.end(), 0, protection.text)
 
 
+def enter(*tools):
+    """A machine of its own with one neighbour; the program is the first argument."""
+    global PROGRAM
+    network.enter_own_machine(*tools)
+    PROGRAM = os.path.abspath(sys.argv.pop(1))
+    network.run("ip", "netns", "add", "neighbour")
+    network.run("ip", "link", "set", "lo", "up")
+
+
 # What bpf(2) answers when there is none, when it is not allowed, or when there is no memory.
 def run_without_bpf(error, command):
     refuse = struct.pack("HBBI", 0x06, 0, 0, 0x00050000 | error)  # SECCOMP_RET_ERRNO
@@ -274,9 +283,6 @@ def run_without_bpf(error, command):
 if __name__ == "__main__":
     if sys.argv[1] == "--bpf-answers":
         run_without_bpf(int(sys.argv[2]), sys.argv[3:])
-    network.enter_own_machine("ping", "ethtool", "bpftool", "setpriv")
-    PROGRAM = os.path.abspath(sys.argv.pop(1))
-    network.run("ip", "netns", "add", "neighbour")
-    network.run("ip", "link", "set", "lo", "up")
+    enter("ping", "ethtool", "bpftool", "setpriv")
     network.run("install", "-d", "-m", "777", "/run/open")
     unittest.main(verbosity=2)

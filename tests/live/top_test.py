@@ -8,7 +8,6 @@ import re
 import select
 import struct
 import subprocess
-import sys
 import termios
 import time
 import unittest
@@ -90,8 +89,5 @@ class Top(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    network.enter_own_machine("ping")
-    faults_test.PROGRAM = os.path.abspath(sys.argv.pop(1))
-    network.run("ip", "netns", "add", "neighbour")
-    network.run("ip", "link", "set", "lo", "up")
+    faults_test.enter("ping")
     unittest.main(verbosity=2)

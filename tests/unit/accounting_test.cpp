@@ -112,17 +112,18 @@ TEST_F(AccountingTest, SumsThatWereClearedGoWithTheDayAndComeAnew) {
         }
         atc_avl_tree_t *const trees[] = {&state()->port_tree, &state()->vlan_tree, &state()->rx_protocol_tree,
                                          &state()->tx_protocol_tree};
+        static constexpr uint32_t kGone = UINT32_MAX;
         const auto counts = [&trees] {
             std::vector<uint32_t> all;
             for (atc_avl_tree_t *tree : trees) {
                 const auto *entry = static_cast<atc_entry_t *>(atc_avl_first(tree));
-                all.push_back(entry != nullptr ? entry->stat.count : 0);
+                all.push_back(entry != nullptr ? entry->stat.count : kGone);
             }
             return all;
         };
         fake().advance(86400);
         pass_seconds(1);
-        EXPECT_EQ(counts(), (std::vector<uint32_t>{0, 0, 0, 0})) << port;
+        EXPECT_EQ(counts(), (std::vector<uint32_t>{kGone, kGone, kGone, kGone})) << port;
         rx(arp(), port, 100);
         tx(arp());
         EXPECT_EQ(counts(), (std::vector<uint32_t>{1, 1, 1, 1})) << port;

@@ -1,6 +1,6 @@
 /* copy.bpf.h: the ring, and how a received or sent frame is copied into it for the module.
  *
- * A copy is a kernel_copy and the frame behind it, in a room of one of four sizes, because the verifier wants to know
+ * A copy is a kernel_copy and the frame behind it, in a room of one of a few sizes, because the verifier wants to know
  * sizes beforehand. The process reads the ring; a copy that finds no room is lost and counted. Part of guard.bpf.c
  * only.
  *
