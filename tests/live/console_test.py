@@ -53,8 +53,9 @@ class Console(unittest.TestCase):
             json.loads(given((line,), "--json")[0])
         screen = Screen("console")
         screen.press("", "> ")
-        screen.press("show memo\t\r", "refused-blocks")
-        screen.press("nonsense\r", "nonsense", "> ")
+        screen.press("show memo\t\r", "refused-blocks", "> ")
+        # The first is what was typed. The answer's prompt comes last: before it the terminal is not readline's.
+        screen.press("nonsense\r", "nonsense", "nonsense", "> ")
         screen.press("\x04")
         self.assertEqual(screen.process.wait(network.PATIENCE_S), 0)
 

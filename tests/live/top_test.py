@@ -34,10 +34,10 @@ class Screen:
         self.text = ""
 
     def press(self, keys, *wanted):
-        """Until all of 'wanted' has been drawn since."""
+        """Until all of 'wanted' has been drawn since, one behind the other."""
         os.write(self.master, keys.encode())
         self.text, end = "", time.monotonic() + 10
-        while any(one not in self.text for one in wanted):
+        while not re.search(".*".join(re.escape(one) for one in wanted), self.text, re.S):
             if time.monotonic() > end:
                 raise AssertionError(f"after {keys!r} there is no {wanted} in: {self.text}")
             if select.select([self.master], [], [], 0.2)[0]:
