@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The operator's permit and deny rules: what is stored, which ids are given out.
+#include "atc_api/rule_id.h"
 #include "fixture.h"
 
 namespace {
@@ -85,6 +86,9 @@ TEST_F(FilterRules, ChoosesTheLowestFreeId) {
     }
     for (const uint32_t id : {0U, 5U, 2049U, 0xFFFFFFFFU}) {
         EXPECT_EQ(atc_api_filter_rule_del(id), -1) << id;
+    }
+    for (const int no_id : {0, int{ATC_RULE_ID_MAX} + 1}) {
+        EXPECT_EQ(atc_free_rule_id(no_id), -1) << no_id;
     }
     for (const uint32_t expected : {1U, 5U, 2048U, 0U}) {
         EXPECT_EQ(add_chosen(), expected);

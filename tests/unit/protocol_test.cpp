@@ -30,4 +30,9 @@ TEST(protocol, first_name_in_order_that_begins_so_wins) {
     char text[] = "xxxxxxxx";
     atc_protocol_id_to_name(0, text, 7);
     EXPECT_EQ(std::string(text), "unknownx") << "cut to the buffer";
+    for (const int32_t id : {-1, 0, int32_t{ATC_PROTOCOL_COUNT} + 1}) {
+        uint32_t limits[] = {7, 7};
+        EXPECT_EQ(atc_protocol_lmt_init(id, &limits[0], &limits[1]), -1) << id;
+        EXPECT_EQ(limits[0] + limits[1], 14U) << id;
+    }
 }

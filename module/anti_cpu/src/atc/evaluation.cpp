@@ -149,9 +149,6 @@ void log_alarm(const atc_entry_t *flow, const atc_src_entry_t *src, atc_period_t
 // Closes and judges a fast period of a flow ('src' null) or of one of its sources.
 void evaluate_fast(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat_t *stat) {
     close_period(stat, ATC_PERIOD_FAST);
-    if (flow->direction != ATC_DIRECTION_RX) {
-        return;
-    }
     const uint32_t packets = stat->fp_ring[stat->fp_cur];
     const uint32_t deny = src == nullptr ? g_atc_global.deny[flow->protocol] : g_atc_global.src_deny[flow->protocol];
     const uint32_t cap = src == nullptr ? g_atc_global.cap[flow->protocol] : g_atc_global.src_cap[flow->protocol];
@@ -177,9 +174,6 @@ void evaluate_fast(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat
 // The same for a long period, which only alarms.
 void evaluate_long(const atc_entry_t *flow, const atc_src_entry_t *src, atc_stat_t *stat) {
     close_period(stat, ATC_PERIOD_LONG);
-    if (flow->direction != ATC_DIRECTION_RX) {
-        return;
-    }
     const uint32_t packets = stat->lp_ring[stat->lp_cur];
     if (packets > stat->lp_threshold) {
         if (stat->lp_alarm == 0) {

@@ -78,9 +78,7 @@ int atc_hw_filter_delete_by_spro(atc_src_entry_t *src) {
 
 void atc_hw_deny_forget(atc_hw_deny_t *record) {
     owner_of(record)->hw_deny_on = 0;
-    if (g_atc_global.rule_hw_count > 0) {
-        atc_word_store(&g_atc_global.rule_hw_count, g_atc_global.rule_hw_count - 1);
-    }
+    atc_word_store(&g_atc_global.rule_hw_count, g_atc_global.rule_hw_count - 1);
     timer_stop(g_atc_global.timer_list, &record->timer);
     atc_list_remove(&record->link);
     atc_free(record);
@@ -89,7 +87,7 @@ void atc_hw_deny_forget(atc_hw_deny_t *record) {
 namespace {
 
 bool may_install(const atc_entry_t *entry, const atc_protocol_words_t &enabled, const atc_stat_t *owner) {
-    return entry->direction == ATC_DIRECTION_RX && enabled[entry->protocol] == 1 && owner->hw_deny_on == 0 &&
+    return enabled[entry->protocol] == 1 && owner->hw_deny_on == 0 &&
            g_atc_global.rule_hw_count < ATC_HW_RULES_MAX && g_atc_global.discards == 0 &&
            entry->port != ATC_HW_PORT_NEVER;
 }

@@ -81,9 +81,7 @@ void atc_src_file_text(uint32_t src_type, const uint8_t *addr, char *buf, uint32
 
 void atc_ipv4_text(uint32_t address, char *buf, uint32_t size) {
     const in_addr network_order = {htonl(address)};
-    if (inet_ntop(AF_INET, &network_order, buf, size) == nullptr) {
-        buf[0] = '\0';
-    }
+    inet_ntop(AF_INET, &network_order, buf, size);
 }
 
 namespace {
@@ -92,7 +90,7 @@ namespace {
 bool append(atc_text_t *text, const char *format, va_list arguments) {
     const uint32_t room = text->size - text->len;
     const int needed = vsnprintf(text->buf + text->len, room, format, arguments);
-    if (needed < 0 || static_cast<uint32_t>(needed) >= room) {
+    if (static_cast<uint32_t>(needed) >= room) {  // what cannot be formatted (-1) neither
         return false;
     }
     text->len += static_cast<uint32_t>(needed);

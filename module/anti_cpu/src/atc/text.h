@@ -32,5 +32,5 @@ void atc_src_text(uint32_t src_type, const uint8_t *addr, char *buf, uint32_t si
 // The same for a file name, without the leading word and with '-' between the bytes of a MAC address.
 void atc_src_file_text(uint32_t src_type, const uint8_t *addr, char *buf, uint32_t size);
 
-// Writes an IPv4 address in processor byte order as dotted text.
+// Writes an IPv4 address in processor byte order as dotted text; INET_ADDRSTRLEN bytes hold it.
 void atc_ipv4_text(uint32_t address, char *buf, uint32_t size);

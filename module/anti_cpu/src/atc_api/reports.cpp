@@ -185,7 +185,7 @@ bool source_alarm_line(atc_text_t *out, const atc_entry_t *flow, const atc_src_e
     char source[ATC_NAME_SIZE];
     atc_text_t words;
     atc_text_init(&words, source, sizeof(source));
-    atc_text_append(&words, " %s%s", address[0] != '\0' ? "source " : "", address);
+    atc_text_append(&words, " source %s", address);
     return alarm_line(out, flow, source, number);
 }
 
