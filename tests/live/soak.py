@@ -21,7 +21,8 @@ import network  # noqa: E402
 import recipes  # noqa: E402
 
 CONTROL = "/run/soak.control"
-MEGABYTES_MORE = 16  # once warm and with all flows cleared
+BUDGET = 32  # megabytes, of the module; what it frees stays with the process, for the next flood
+MEGABYTES_MORE = BUDGET + 16  # once warm and with all flows cleared
 CLASSES = "arp icmpv4 tcp-syn ospfv2 lldp stp lacp dhcp icmpv6-ns".split()
 
 
@@ -41,7 +42,7 @@ class Soak:
         with open(self.log, "wb") as file:
             ports = [word for number, name in self.ports.items() for word in ("--port", f"{name}={number}")]
             self.process = subprocess.Popen([options.program, "run", *ports, "--control", CONTROL, "--events", self.events,
-                                             "-x", "set fast-period 1", "-x", "set memory-budget 64"],
+                                             "-x", "set fast-period 1", "-x", f"set memory-budget {BUDGET}"],
                                             stdin=subprocess.DEVNULL, stdout=file, stderr=file)
         network.until("a protection that runs", lambda: "running;" in self.log.read_text())
 
@@ -116,6 +117,7 @@ class Soak:
         self.stop_flood()
         self.line("clear statistic all", *(f"filter delete {number}" for number in range(1, 21)))
         network.until("all ports", lambda: all(row["state"] == "native" for row in self.card()))
+        time.sleep(0.5)  # the console's own connections are closed by then
         return self.used()
 
     def card(self):
