@@ -12,6 +12,7 @@ import pathlib
 import platform
 import re
 import signal
+import socket
 import struct
 import subprocess
 import sys
@@ -126,6 +127,25 @@ class Faults(unittest.TestCase):
         self.assertGreaterEqual(counts["blind"], 20)
         self.assertEqual(counts["offered"], counts["stopped"] + counts["dropped"] + counts["passed"])
         self.assertEqual(protection.end(), 0, protection.text)
+
+    def test_a_service_manager_hears_how_it_is(self):
+        for path in ("/run/faults.notify", "@faults.notify"):
+            with self.subTest(path), socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+                manager.bind(path.replace("@", "\0"))
+                manager.settimeout(network.PATIENCE_S)
+
+                def heard(begin):
+                    return next(text for text in iter(lambda: manager.recv(4096).decode(), None) if text.startswith(begin))
+                protection = Protection(wrapper=("env", f"NOTIFY_SOCKET={path}", "WATCHDOG_USEC=400000"))
+                self.assertIn("READY=1", heard("READY"))
+                self.assertEqual(heard("STATUS="), "STATUS=1 of 1 ports protected")
+                heard("WATCHDOG=1")
+                protection.process.send_signal(signal.SIGHUP)
+                self.assertLess(int(heard("RELOADING=1\nMONOTONIC_USEC=").partition("C=")[2]), time.monotonic_ns() // 1000)
+                heard("READY=1")
+                protection.process.send_signal(signal.SIGTERM)
+                heard("STOPPING=1")
+                self.assertEqual(protection.process.wait(network.PATIENCE_S), 0, protection.text)
 
     def test_what_cannot_be_is_refused_by_name(self):
         rows = [("no such interface", {"port": "nowhere"}, "nowhere"),
