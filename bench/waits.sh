@@ -43,8 +43,8 @@ awk -F'|' -v OFS='|' '{ key = $1 OFS $2 OFS $3 }
     echo
     awk -F'|' '
         !header++ {
-            print "| while | flows | p50, us | p99 | p99.9 | p99.999 | longest | hold p99 | longest hold |"
-            print "|:------|------:|--------:|----:|------:|--------:|--------:|---------:|-------------:|"
+            print "| while | flows | p50, us | p99 | p99.9 | p99.999 | longest | over 50 us, a second | hold p99 | longest hold |"
+            print "|:------|------:|--------:|----:|------:|--------:|--------:|---------------------:|---------:|-------------:|"
         }
         $3 == "p50" { printf "| %s | %d |", $1, $2 }
         { printf " %s |", $4 }
