@@ -2,6 +2,7 @@
 #include "json_writer.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 namespace host {
 

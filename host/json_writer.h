@@ -2,11 +2,11 @@
 // json_writer.h: JSON onto a file a piece at a time, with line breaks and blanks as a whole printed at once has them.
 //
 // A wide flood has a million flows: as one value in memory they would take more than the module itself.
-// Used by: report_data, the console. Thread: the driving one.
+// Who looks into a Json includes its library. Used by: report_data, the console. Thread: the driving one.
 #pragma once
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 

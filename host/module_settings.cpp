@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "module_settings.h"
 
+#include <nlohmann/json.hpp>
+
 #include "console/dump_data.h"
 
 namespace host {

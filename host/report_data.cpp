@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "anti_cpu/anti_cpu.h"

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <functional>
+#include <nlohmann/json.hpp>
 
 #include "child.h"
 #include "options.h"

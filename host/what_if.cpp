@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <nlohmann/json.hpp>
 
 #include "console/command.h"
 #include "console/grammar.h"

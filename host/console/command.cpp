@@ -2,6 +2,7 @@
 #include "console/command.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "console/command_rows.h"
 

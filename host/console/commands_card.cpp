@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // commands_card.cpp: "show card" and "trunk": the card's ports, and what it reports to the module.
 #include <array>
+#include <nlohmann/json.hpp>
 
 #include "console/command_rows.h"
 #include "text_table.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // commands_show.cpp: "show": tables, alarms, rules and settings, as the module's own text or as data.
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "anti_cpu/anti_cpu.h"

@@ -3,6 +3,8 @@
 //
 // A query takes a second of the replay's time, in which that second's packets are replayed.
 #include "anti_cpu/anti_cpu.h"
+
+#include <nlohmann/json.hpp>
 #include "console/command_rows.h"
 #include "figures.h"
 #include "module_tables.h"

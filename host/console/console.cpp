@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <system_error>
 

@@ -3,6 +3,7 @@
 
 #include <cinttypes>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "anti_cpu/anti_cpu.h"

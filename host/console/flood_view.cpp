@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <span>
 
 #include "clock/clock.h"

@@ -2,6 +2,7 @@
 #include "console/flow_view.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <tuple>
 
 #include "alarm_listing.h"

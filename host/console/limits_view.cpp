@@ -2,6 +2,7 @@
 #include "console/limits_view.h"
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 

@@ -2,6 +2,7 @@
 #include "console/line_json.h"
 
 #include <array>
+#include <nlohmann/json.hpp>
 
 namespace host::console {
 

@@ -2,6 +2,7 @@
 #include "events/event_json.h"
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "addresses.h"
 #include "anti_cpu/platform.h"

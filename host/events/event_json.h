@@ -4,7 +4,7 @@
 // Used by: event_file, syslog. Uses: journal, the card's port map. Thread: the driving one.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "events/journal.h"
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <nlohmann/json.hpp>
 #include <string_view>
 #include <system_error>
 #include <unordered_map>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "page/limit_table.h"
 
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "verdict/words.h"

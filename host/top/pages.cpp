@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <unordered_map>
 

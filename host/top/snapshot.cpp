@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 namespace host::top {

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "json_writer.h"

@@ -2,6 +2,7 @@
 #include "tune/tune_report.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "text_table.h"
 #include "verdict/words.h"

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 #include "process.h"
 #include "verdict/floods.h"

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "verdict/flood_data.h"
 
+#include <nlohmann/json.hpp>
+
 #include "services/services.h"
 #include "verdict/rule_words.h"
 

@@ -2,6 +2,7 @@
 #include "verdict/rule_words.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <numeric>
 #include <vector>
 

@@ -87,9 +87,8 @@ void atc_hw_deny_forget(atc_hw_deny_t *record) {
 namespace {
 
 bool may_install(const atc_entry_t *entry, const atc_protocol_words_t &enabled, const atc_stat_t *owner) {
-    return enabled[entry->protocol] == 1 && owner->hw_deny_on == 0 &&
-           g_atc_global.rule_hw_count < ATC_HW_RULES_MAX && g_atc_global.discards == 0 &&
-           entry->port != ATC_HW_PORT_NEVER;
+    return enabled[entry->protocol] == 1 && owner->hw_deny_on == 0 && g_atc_global.rule_hw_count < ATC_HW_RULES_MAX &&
+           g_atc_global.discards == 0 && entry->port != ATC_HW_PORT_NEVER;
 }
 
 // Puts a rule like this packet into the chip. Returns its record, not yet on the list, or null with the chip as it was.
