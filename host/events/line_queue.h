@@ -29,7 +29,8 @@ struct LineCounts {
 
 class LineQueue {
 public:
-    static constexpr size_t kBytesAtMost = size_t{1} << 20;  // of lines that wait
+    // Of lines that wait: the alarms that one pass raises while thousands of senders flood, several times.
+    static constexpr size_t kBytesAtMost = size_t{16} << 20;
     static constexpr std::chrono::milliseconds kPatience{1000};
 
     // Waits until the line is taken whole; false: it is not taken.

@@ -24,10 +24,10 @@ using host::Delivery;
 using host::JournalEntry;
 using host::LineCounts;
 
-constexpr uint64_t kMany = 30000;  // more than a queue and a pipe have room for
+constexpr uint64_t kMany = host::LineQueue::kBytesAtMost / 1024;  // more than a queue and a pipe have room for
 
 JournalEntry entry(uint64_t number) {
-    return {0, CaptureEntry{CaptureEntry::Kind::kWritten, {}, std::to_string(number), 0, {}}};
+    return {0, CaptureEntry{CaptureEntry::Kind::kWritten, {}, std::to_string(number) + std::string(1500, '_'), 0, {}}};
 }
 
 // The number behind 'mark' in a line.
@@ -166,9 +166,9 @@ TEST(EventFile, FollowsItsName) {
     file.take(entry(2));
     file.close();
     EXPECT_EQ(content(folder.file("events.1")).substr(0, 7), "before\n");
-    EXPECT_NE(content(folder.file("events.1")).find("\"file\":\"1\""), std::string::npos);
-    EXPECT_EQ(content(folder.file("events.1")).find("\"file\":\"2\""), std::string::npos);
-    EXPECT_NE(content(path).find("\"file\":\"2\""), std::string::npos);
+    EXPECT_NE(content(folder.file("events.1")).find("\"file\":\"1_"), std::string::npos);
+    EXPECT_EQ(content(folder.file("events.1")).find("\"file\":\"2_"), std::string::npos);
+    EXPECT_NE(content(path).find("\"file\":\"2_"), std::string::npos);
 }
 
 }  // namespace
